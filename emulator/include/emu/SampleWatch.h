@@ -1,0 +1,29 @@
+#ifndef EMU_SAMPLE_WATCH_H
+#define EMU_SAMPLE_WATCH_H
+
+#include <string>
+
+#include "emu/DeviceProfile.h"
+
+namespace emu {
+
+// The app IDs every emulated watch has.
+extern const char* const kWatchfaceServiceAppId;
+extern const char* const kWatchfaceAppId;
+extern const char* const kServiceAppId;
+extern const char* const kStoreAppId;
+
+// Configuration keys of the idle clock.
+extern const char* const kIdleClockKey;
+extern const char* const kWatchfaceNameKey;
+
+// Makes a new watch in `deviceDir` (created if missing; it must not hold a watch yet). The
+// sample has the user's setup: faces, photos, both preloaded watch apps with settings,
+// downloaded apps and an idle clock. The blank one has the same platform apps and store
+// catalogue but none of the user's setup. Returns false with a one-line reason.
+bool createSampleWatch(const std::string& deviceDir, std::string& error);
+bool createBlankWatch(const std::string& deviceDir, std::string& error);
+
+}  // namespace emu
+
+#endif

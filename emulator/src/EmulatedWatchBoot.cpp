@@ -1,0 +1,13 @@
+// Linked into the service binary: makes the launcher run on the emulated watch.
+#include "emu/EmulatedWatch.h"
+
+namespace {
+
+emu::EmulatedWatch g_watch;
+
+const bool g_registered = [] {
+  host::setDeviceHooks(&g_watch);
+  return true;
+}();
+
+}  // namespace

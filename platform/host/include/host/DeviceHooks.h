@@ -1,0 +1,40 @@
+#ifndef HOST_DEVICE_HOOKS_H
+#define HOST_DEVICE_HOOKS_H
+
+#include <string>
+#include <vector>
+
+#include "host/LaunchOptions.h"
+
+namespace host {
+
+class Platform;
+
+// How a launched run ended.
+struct RunOutcome {
+  bool endedBySelf = false;  // the app called service_app_exit()
+  bool deadlinePassed = false;
+  double endedAt = 0;  // seconds since start
+};
+
+// What makes the bare platform a particular watch: the emulated watch registers one of these.
+// Called by the launcher on the main thread.
+class DeviceHooks {
+ public:
+  virtual ~DeviceHooks() = default;
+
+  // Loads the device into `platform` (configuration, packages, peer apps) before the app starts.
+  // Returns false with a one-line reason when the device cannot be used.
+  virtual bool boot(Platform& platform, const LaunchOptions& options, std::string& error) = 0;
+
+  // After the run: persists what changed on the device and returns lines for the run's summary.
+  virtual std::vector<std::string> finish(Platform& platform, const RunOutcome& outcome) = 0;
+};
+
+// The hooks the launcher uses; set once, before start().
+void setDeviceHooks(DeviceHooks* hooks);
+DeviceHooks* deviceHooks();
+
+}  // namespace host
+
+#endif

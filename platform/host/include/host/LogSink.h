@@ -1,0 +1,46 @@
+#ifndef HOST_LOG_SINK_H
+#define HOST_LOG_SINK_H
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace host {
+
+// One dlog line as the service wrote it.
+struct LogLine {
+  char priority;  // Tizen's letter: 'V', 'D', 'I', 'W', 'E', 'F'
+  std::string tag;
+  std::string text;
+};
+
+// Where dlog lines go on the host: the device's log file, stderr, and an in-memory capture that
+// tests read. Main loop thread only.
+class LogSink {
+ public:
+  // Appends to `filePath` when it is not empty.
+  explicit LogSink(const std::string& filePath);
+  ~LogSink();
+
+  void write(char priority, const std::string& tag, const std::string& text);
+
+  void setEchoToStderr(bool echo) { echoToStderr_ = echo; }
+  const std::vector<LogLine>& lines() const { return lines_; }
+  // The texts of the captured lines with `tag`, in order.
+  std::vector<std::string> texts(const std::string& tag) const;
+  void clear() { lines_.clear(); }
+
+ private:
+  struct FileCloser {
+    void operator()(FILE* file) const { fclose(file); }
+  };
+
+  std::unique_ptr<FILE, FileCloser> file_;
+  bool echoToStderr_ = true;
+  std::vector<LogLine> lines_;
+};
+
+}  // namespace host
+
+#endif

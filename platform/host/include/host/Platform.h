@@ -1,0 +1,105 @@
+#ifndef HOST_PLATFORM_H
+#define HOST_PLATFORM_H
+
+#include <app_control.h>
+#include <bundle.h>
+#include <glib.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "host/BoundaryRecord.h"
+#include "host/ConfigStore.h"
+#include "host/LogSink.h"
+#include "host/MessagePortTable.h"
+#include "host/PackageDatabase.h"
+
+namespace host {
+
+class EmulatedApp;
+
+// The emulated watch's platform as the running app sees it: its device directory, log,
+// configuration, package database, message ports, the other apps, and the record of what
+// crossed the boundary. The platform C API reaches it through current(). One exists at a time;
+// it lives on the main loop thread and is owned by whoever created it (the launcher, or a test).
+class Platform {
+ public:
+  // `deviceDir` may be empty for a platform without a disk (no log file, no shared paths).
+  Platform(std::string deviceDir, std::string selfAppId);
+  ~Platform();
+
+  Platform(const Platform&) = delete;
+  Platform& operator=(const Platform&) = delete;
+
+  // The installed platform, or null.
+  static Platform* current();
+
+  const std::string& deviceDir() const { return deviceDir_; }
+  const std::string& selfAppId() const { return selfAppId_; }
+  // The watch's owner and the user that global apps are installed for.
+  static constexpr uid_t kOwnerUid = 5001;
+  static constexpr uid_t kGlobalAppUid = 376;
+
+  LogSink& log() { return log_; }
+  BoundaryRecord& record() { return record_; }
+  ConfigStore& config() { return config_; }
+  PackageDatabase& packages() { return packages_; }
+  MessagePortTable& ports() { return ports_; }
+
+  // Seconds since this platform started.
+  double now() const;
+  void addEvent(BoundaryEvent::Kind kind, std::string peer, std::string name, KeyValues data,
+                int code);
+
+  // The emulated app that answers for `appId`; the platform shares its ownership.
+  void registerApp(const std::string& appId, std::shared_ptr<EmulatedApp> app);
+  std::shared_ptr<EmulatedApp> findApp(const std::string& appId) const;
+
+  // Runs `task` on the main loop after `delayMs` from a GLib source of its own. Tasks still
+  // pending when the platform goes are dropped.
+  void post(std::function<void()> task, unsigned delayMs = 0);
+
+  // `DEVICE/apps/<appId>/shared/trusted/`, created on demand; empty on failure.
+  std::string sharedTrustedPath(const std::string& appId) const;
+
+  // A trusted message from a peer to the running app's local port `port`, delivered later.
+  void sendToApp(const std::string& fromAppId, const std::string& fromPort,
+                 const std::string& port, const KeyValues& message);
+
+  // Called when the app answers a launch request that the launcher sent.
+  using LauncherReplyHandler =
+      std::function<void(unsigned launchId, const KeyValues& extras, app_control_result_e)>;
+  void setLauncherReplyHandler(LauncherReplyHandler handler) {
+    launcherReplyHandler_ = std::move(handler);
+  }
+  const LauncherReplyHandler& launcherReplyHandler() const { return launcherReplyHandler_; }
+
+  // service_app_exit(): remembered, and the main loop is asked to end.
+  void requestExit();
+  bool exitRequested() const { return exitRequested_; }
+
+ private:
+  struct PostedTask;
+  static gboolean runPosted(gpointer data);
+  static void dropPosted(gpointer data);
+
+  std::string deviceDir_;
+  std::string selfAppId_;
+  gint64 startedAt_;
+  LogSink log_;
+  BoundaryRecord record_;
+  ConfigStore config_;
+  PackageDatabase packages_;
+  MessagePortTable ports_;
+  std::map<std::string, std::shared_ptr<EmulatedApp>> apps_;
+  std::set<guint> pendingSources_;
+  LauncherReplyHandler launcherReplyHandler_;
+  bool exitRequested_ = false;
+};
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,19 @@
+#include "host/DeviceHooks.h"
+
+namespace host {
+
+namespace {
+
+DeviceHooks* g_hooks = nullptr;
+
+}  // namespace
+
+void setDeviceHooks(DeviceHooks* hooks) {
+  g_hooks = hooks;
+}
+
+DeviceHooks* deviceHooks() {
+  return g_hooks;
+}
+
+}  // namespace host

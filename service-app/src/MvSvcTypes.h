@@ -1,0 +1,35 @@
+#ifndef MVSVC_TYPES_H
+#define MVSVC_TYPES_H
+
+#include <functional>
+#include <string>
+
+// One watch face or watch app entry of a backup.
+struct WatchResultData {
+  std::string pkgId;   // JSON "pkgid"
+  std::string svcId;   // JSON "svcid": the app that supplied the entry and takes its restore
+  std::string result;  // JSON "result": settings document, or "downloaded"
+};
+
+// One custom background image of a backup.
+struct WatchImageData {
+  std::string fileName;  // JSON "file_name": no directory part
+  std::string bgType;    // JSON "bg_type": passed through unchanged
+  std::string data;      // JSON "data": the file's bytes in padded standard base64
+};
+
+// Completion of a flow object: (success, the reporting object).
+using MvSvcCompletionCb = std::function<void(bool success, void* userData)>;
+
+#define MVSVC_WATCHFACE_SERVICE_APP_ID "com.talvoro.watchface-service"
+#define MVSVC_WATCHFACE_APP_ID "com.talvoro.watchface"
+#define MVSVC_SERVICE_APP_ID "com.talvoro.morvik.service"
+#define MVSVC_STORE_APP_ID "com.talvoro.vendarosvc"
+
+#define MVSVC_OPERATION_PREFIX "http://talvoro.com"
+#define MVSVC_OPERATION_BACKUP MVSVC_OPERATION_PREFIX "/appcontrol/operation/talvoro_cloud/backup"
+#define MVSVC_OPERATION_RESTORE MVSVC_OPERATION_PREFIX "/appcontrol/operation/talvoro_cloud/restore"
+#define MVSVC_OPERATION_GET_BACKUP_INFO \
+  MVSVC_OPERATION_PREFIX "/appcontrol/operation/talvoro_cloud/get_backup_info"
+
+#endif
