@@ -1,0 +1,167 @@
+#include <glib.h>
+#include <glib/gstdio.h>
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "TempDir.h"
+
+namespace {
+
+struct ProcessResult {
+  int status = -1;
+  std::string out;
+  std::string err;
+  double seconds = 0;
+};
+
+ProcessResult spawn(std::vector<std::string> args) {
+  std::vector<char*> argv;
+  for (std::string& arg : args)
+    argv.push_back(&arg[0]);
+  argv.push_back(nullptr);
+  ProcessResult run;
+  g_autofree char* out = nullptr;
+  g_autofree char* err = nullptr;
+  gint waitStatus = 0;
+  g_autoptr(GError) error = nullptr;
+  const gint64 start = g_get_monotonic_time();
+  if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
+                    &waitStatus, &error)) {
+    ADD_FAILURE() << error->message;
+    return run;
+  }
+  run.seconds = static_cast<double>(g_get_monotonic_time() - start) / G_USEC_PER_SEC;
+  run.out = out;
+  run.err = err;
+  run.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
+  return run;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  g_auto(GStrv) split = g_strsplit(text.c_str(), "\n", -1);
+  for (char** line = split; *line; ++line) {
+    if (**line)
+      lines.push_back(*line);
+  }
+  return lines;
+}
+
+class CliTest : public ::testing::Test {
+ protected:
+
+  void makeSampleWatch() {
+    ProcessResult made = spawn({MORVIK_EMU_BIN, "init", device_, "--sample"});
+    ASSERT_EQ(made.status, 0) << made.err;
+  }
+
+  ProcessResult service(std::vector<std::string> extra) {
+    std::vector<std::string> args{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return spawn(args);
+  }
+
+  morvik_test::TempDir temp_;
+  const std::string root_ = temp_.path();
+  const std::string device_ = root_ + "/watch";
+  const std::string cloud_ = root_ + "/cloud";
+};
+
+TEST_F(CliTest, RetailModeRequestEndsTheServiceAboutTwoSecondsLater) {
+  makeSampleWatch();
+  ProcessResult run = service({"--operation", "none", "--extra", "retail-mode=1", "--deadline", "20"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_GE(run.seconds, 2.0);
+  EXPECT_LT(run.seconds, 20.0);
+  EXPECT_NE(run.out.find("ended     by the service itself"), std::string::npos) << run.out;
+  EXPECT_EQ(run.err, "");
+}
+
+TEST_F(CliTest, SecondRetailModeRequestPostponesTheEnd) {
+  makeSampleWatch();
+  ProcessResult run = service({"--operation", "none", "--extra", "retail-mode=1", "--then", "1",
+                     "--operation", "none", "--extra", "retail-mode=1", "--deadline", "20"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_GE(run.seconds, 3.0);
+  EXPECT_LT(run.seconds, 20.0);
+}
+
+TEST_F(CliTest, RequestWithoutExtraLogsTheErrorAndRunsIntoTheDeadline) {
+  makeSampleWatch();
+  ProcessResult run = service({"--operation", "none", "--deadline", "1.5"});
+  EXPECT_EQ(run.status, 3);
+  EXPECT_GE(run.seconds, 1.5);
+  const std::regex expected(
+      "E/morvik-service: MvSvcApp\\.cpp: onAppControl\\([0-9]+\\) > "
+      "\x1b\\[0;31m\\* Critical \\* msg is nullptr!\x1b\\[0;m");
+  std::vector<std::string> lines = linesOf(run.err);
+  ASSERT_EQ(lines.size(), 1u) << run.err;
+  EXPECT_TRUE(std::regex_match(lines[0], expected)) << lines[0];
+  EXPECT_NE(run.out.find("ended     by the deadline of 2 s"), std::string::npos) << run.out;
+
+  g_autofree char* logged = nullptr;
+  ASSERT_TRUE(g_file_get_contents((device_ + "/log/dlog.log").c_str(), &logged, nullptr, nullptr));
+  EXPECT_EQ(std::string(logged), lines[0] + "\n");
+}
+
+TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
+  makeSampleWatch();
+  g_file_set_contents((root_ + "/plain-file").c_str(), "x", -1, nullptr);
+  g_mkdir((root_ + "/empty").c_str(), 0755);
+  const struct {
+    std::vector<std::string> args;
+    const char* reason;
+  } cases[] = {
+      {{MORVIK_SERVICE_BIN}, "--device DIR is required"},
+      {{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_, "--operation", "none", "--x"},
+       "--x needs a value"},
+      {{MORVIK_SERVICE_BIN, "--device", root_ + "/absent", "--cloud", cloud_, "--operation",
+        "none"},
+       "is not a readable, writable directory"},
+      {{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", root_ + "/plain-file", "--operation",
+        "none"},
+       "cloud directory"},
+      {{MORVIK_SERVICE_BIN, "--device", root_ + "/empty", "--cloud", cloud_, "--operation",
+        "none"},
+       "device.json"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.reason);
+    ProcessResult run = spawn(c.args);
+    EXPECT_EQ(run.status, 2);
+    std::vector<std::string> lines = linesOf(run.err);
+    ASSERT_EQ(lines.size(), 1u) << run.err;
+    EXPECT_NE(lines[0].find(c.reason), std::string::npos) << lines[0];
+    EXPECT_EQ(run.out, "");
+  }
+  ProcessResult help = spawn({MORVIK_SERVICE_BIN, "--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("--then SECONDS"), std::string::npos);
+}
+
+TEST_F(CliTest, EmuMakesAndShowsWatchesAndRefusesToOverwriteOne) {
+  makeSampleWatch();
+  ProcessResult shown = spawn({MORVIK_EMU_BIN, "show", device_});
+  EXPECT_EQ(shown.status, 0) << shown.err;
+  EXPECT_NE(shown.out.find("idle clock  com.talvoro.watchface"), std::string::npos) << shown.out;
+  EXPECT_NE(shown.out.find("com.indie.clock-tidal"), std::string::npos);
+
+  ProcessResult again = spawn({MORVIK_EMU_BIN, "init", device_, "--blank"});
+  EXPECT_EQ(again.status, 2);
+  EXPECT_EQ(again.err, "morvik-emu: '" + device_ + "' already holds a watch\n");
+
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {MORVIK_EMU_BIN, "init", root_ + "/w2", "--grey"},
+           {MORVIK_EMU_BIN, "show", root_ + "/absent"},
+           {MORVIK_EMU_BIN, "launch"},
+       }) {
+    ProcessResult bad = spawn(args);
+    EXPECT_NE(bad.status, 0);
+    EXPECT_EQ(linesOf(bad.err).size(), 1u) << bad.err;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,169 @@
+#include "MvSvcApp.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "LogLineMatcher.h"
+#include "MvSvcTypes.h"
+#include "PlatformFixture.h"
+#include "host/AppControl.h"
+
+namespace {
+
+using morvik_test::serviceMessages;
+
+struct AppControlDeleter {
+  void operator()(app_control_h handle) const { app_control_destroy(handle); }
+};
+using AppControlPtr = std::unique_ptr<app_control_s, AppControlDeleter>;
+
+AppControlPtr makeRequest(const char* operation,
+                          const std::vector<std::pair<const char*, const char*>>& extras = {}) {
+  app_control_h handle = nullptr;
+  app_control_create(&handle);
+  if (operation)
+    app_control_set_operation(handle, operation);
+  for (const auto& extra : extras)
+    app_control_add_extra_data(handle, extra.first, extra.second);
+  return AppControlPtr(handle);
+}
+
+class MvSvcAppTest : public morvik_test::PlatformFixture {
+ protected:
+  // Time from the first launch request to service_app_exit(), or a negative value.
+  double exitDelay() {
+    double requestedAt = -1;
+    for (const host::BoundaryEvent& event : platform().record().events()) {
+      if (event.kind == host::BoundaryEvent::Kind::kExitRequested)
+        return requestedAt < 0 ? -1 : event.at - requestedAt;
+      if (event.kind == host::BoundaryEvent::Kind::kLaunchRequest && requestedAt < 0)
+        requestedAt = event.at;
+    }
+    return -1;
+  }
+
+  // Delivers a request as the launcher does, recording when it arrived.
+  void deliver(MvSvcApp& app, const AppControlPtr& request) {
+    platform().addEvent(host::BoundaryEvent::Kind::kLaunchRequest, "", "", {}, 0);
+    app.onAppControl(request.get(), false);
+  }
+};
+
+TEST_F(MvSvcAppTest, StartsTheFlowOfExactlyTheRequestedOperation) {
+  struct Case {
+    const char* operation;
+    std::vector<std::string> messages;
+  };
+  const std::string infoLine =
+      std::string("I Cloud backup exchange [") + MVSVC_OPERATION_GET_BACKUP_INFO +
+      "] is not available yet";
+  const Case cases[] = {
+      {MVSVC_OPERATION_BACKUP, {"I Backup requested: watch data collection is not available yet"}},
+      {MVSVC_OPERATION_RESTORE, {"I Restore requested: cloud restore exchange is not available yet"}},
+      {MVSVC_OPERATION_GET_BACKUP_INFO, {infoLine, "E msg is nullptr!"}},
+      {"HTTP://talvoro.com/appcontrol/operation/talvoro_cloud/backup", {"E msg is nullptr!"}},
+      {MVSVC_OPERATION_BACKUP "/", {"E msg is nullptr!"}},
+      {"http://talvoro.com/appcontrol/operation/talvoro_cloud/restor", {"E msg is nullptr!"}},
+      {"", {"E msg is nullptr!"}},
+      {nullptr, {"E msg is nullptr!"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.operation ? c.operation : "(no operation)");
+    platform().log().clear();
+    MvSvcApp app;
+    AppControlPtr request = makeRequest(c.operation);
+    app.onAppControl(request.get(), true);
+    EXPECT_EQ(serviceMessages(platform().log()), c.messages);
+    // The life cycle ends with onTerminate, which alone releases a stored request.
+    app.onTerminate();
+  }
+}
+
+TEST_F(MvSvcAppTest, CreateAlwaysSucceeds) {
+  MvSvcApp app;
+  EXPECT_TRUE(app.onCreate());
+}
+
+TEST_F(MvSvcAppTest, TerminateReleasesTheStoredBackupRequestOnce) {
+  const int before = host::liveAppControlCount();
+  {
+    MvSvcApp app;
+    AppControlPtr request = makeRequest(MVSVC_OPERATION_BACKUP);
+    app.onAppControl(request.get(), true);
+    app.onAppControl(request.get(), false);
+    // Only the latest clone is kept: the earlier one is released when overwritten.
+    EXPECT_EQ(host::liveAppControlCount(), before + 2);
+    request.reset();
+    EXPECT_EQ(host::liveAppControlCount(), before + 1);
+
+    app.onTerminate();
+    EXPECT_EQ(host::liveAppControlCount(), before);
+    app.onTerminate();
+  }
+  EXPECT_EQ(host::liveAppControlCount(), before);
+}
+
+TEST_F(MvSvcAppTest, RetailModeEndsTheServiceTwoSecondsLater) {
+  MvSvcApp app;
+  AppControlPtr request = makeRequest(nullptr, {{"retail-mode", "0"}});
+  deliver(app, request);
+  EXPECT_TRUE(serviceMessages(platform().log()).empty());
+
+  ASSERT_TRUE(runLoopUntil([&] { return platform().exitRequested(); }, 10));
+  EXPECT_GE(exitDelay(), 2.0);
+  EXPECT_EQ(platform().record().ofKind(host::BoundaryEvent::Kind::kExitRequested).size(), 1u);
+}
+
+TEST_F(MvSvcAppTest, SecondRetailRequestRestartsTheDelay) {
+  MvSvcApp app;
+  AppControlPtr request = makeRequest("http://example.com/unknown", {{"retail-mode", "1"}});
+  deliver(app, request);
+  platform().post([&] { app.onAppControl(request.get(), false); }, 1000);
+
+  ASSERT_TRUE(runLoopUntil([&] { return platform().exitRequested(); }, 10));
+  EXPECT_GE(exitDelay(), 3.0);
+  EXPECT_EQ(platform().record().ofKind(host::BoundaryEvent::Kind::kExitRequested).size(), 1u);
+}
+
+TEST_F(MvSvcAppTest, RetailModeIsIgnoredOnBackupAndRestoreRequests) {
+  MvSvcApp app;
+  AppControlPtr backup = makeRequest(MVSVC_OPERATION_BACKUP, {{"retail-mode", "1"}});
+  AppControlPtr restore = makeRequest(MVSVC_OPERATION_RESTORE, {{"retail-mode", "1"}});
+  app.onAppControl(backup.get(), true);
+  app.onAppControl(restore.get(), false);
+  runLoopFor(2.3);
+  EXPECT_FALSE(platform().exitRequested());
+  app.onTerminate();
+}
+
+TEST_F(MvSvcAppTest, DestroyingTheAppCancelsAPendingExit) {
+  {
+    MvSvcApp app;
+    AppControlPtr request = makeRequest(nullptr, {{"retail-mode", "1"}});
+    app.onAppControl(request.get(), true);
+  }
+  runLoopFor(2.3);
+  EXPECT_FALSE(platform().exitRequested());
+}
+
+using MvSvcAppDeathTest = MvSvcAppTest;
+
+TEST_F(MvSvcAppDeathTest, NullRequestBreaksThePrecondition) {
+  MvSvcApp app;
+#ifdef NDEBUG
+  app.onAppControl(nullptr, true);
+  EXPECT_EQ(serviceMessages(platform().log()),
+            (std::vector<std::string>{"E WASSERT! request != nullptr", "E msg is nullptr!"}));
+#else
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  platform().log().setEchoToStderr(true);
+  EXPECT_DEATH(app.onAppControl(nullptr, true),
+               "MvSvcApp\\.cpp: onAppControl\\([0-9]+\\) > .*WASSERT! request != nullptr");
+#endif
+}
+
+}  // namespace

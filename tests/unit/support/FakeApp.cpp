@@ -1,0 +1,26 @@
+#include "FakeApp.h"
+
+#include "host/AppControl.h"
+#include "host/Bundle.h"
+
+namespace morvik_test {
+
+void FakeApp::onLaunchRequest(app_control_h request, std::shared_ptr<host::PendingReply> reply) {
+  requests.push_back({request->operation, request->extras});
+  if (!answers) {
+    heldReply = reply;
+    return;
+  }
+  app_control_h answer = nullptr;
+  app_control_create(&answer);
+  for (const auto& extra : replyExtras)
+    app_control_add_extra_data(answer, extra.first.c_str(), extra.second.c_str());
+  reply->send(answer, replyResult);
+  app_control_destroy(answer);
+}
+
+void FakeApp::onMessage(const std::string& port, const std::string& fromAppId, bundle* message) {
+  messages.push_back({port, fromAppId, message->entries});
+}
+
+}  // namespace morvik_test

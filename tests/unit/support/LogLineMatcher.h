@@ -1,0 +1,30 @@
+#ifndef MORVIK_TEST_LOG_LINE_MATCHER_H
+#define MORVIK_TEST_LOG_LINE_MATCHER_H
+
+#include <string>
+#include <vector>
+
+#include "host/LogSink.h"
+
+namespace morvik_test {
+
+// A service log line taken apart: "file: function(line) > " + coloured message.
+struct ServiceLogLine {
+  bool error = false;  // error line (red, "* Critical * "), otherwise information (green)
+  std::string file;
+  std::string function;
+  int line = 0;
+  std::string message;
+};
+
+// Parses one captured dlog line of the service. Returns false when the line does not have the
+// documented shape byte for byte (prefix, escape sequences, priority matching the colour).
+bool parseServiceLogLine(const host::LogLine& line, ServiceLogLine& parsed);
+
+// "E message" / "I message" for every line of the service's tag, in order; a line that breaks
+// the format shows as "? <raw text>" so that a test comparing these fails on it.
+std::vector<std::string> serviceMessages(const host::LogSink& sink);
+
+}  // namespace morvik_test
+
+#endif

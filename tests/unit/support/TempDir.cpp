@@ -1,0 +1,30 @@
+#include "TempDir.h"
+
+#include <ftw.h>
+#include <glib.h>
+#include <stdio.h>
+
+#include <stdexcept>
+
+namespace morvik_test {
+
+namespace {
+
+int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
+  return remove(path);
+}
+
+}  // namespace
+
+TempDir::TempDir() {
+  g_autofree char* dir = g_dir_make_tmp("morvik-test-XXXXXX", nullptr);
+  if (!dir)
+    throw std::runtime_error("cannot make a temporary directory");
+  path_ = dir;
+}
+
+TempDir::~TempDir() {
+  nftw(path_.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+}
+
+}  // namespace morvik_test
