@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "emu/DeviceProfile.h"
+#include "emu/FaultSwitches.h"
 #include "emu/SampleWatch.h"
 
 namespace {
@@ -16,7 +17,10 @@ const int kStatusUsage = 2;
 
 const char* const kUsage =
     "usage: morvik-emu init DIR --sample|--blank   make a watch in DIR\n"
-    "       morvik-emu show DIR                    print the watch's setup\n";
+    "       morvik-emu show DIR                    print the watch's setup\n"
+    "       morvik-emu fault DIR NAME[=VALUE]       set a fault switch on the watch\n"
+    "       morvik-emu fault DIR clear [NAME]       clear one switch, or all\n"
+    "       morvik-emu fault DIR list               list the switches, and which are set\n";
 
 int fail(const std::string& reason) {
   fprintf(stderr, "morvik-emu: %s\n", reason.c_str());
@@ -92,6 +96,57 @@ int init(const std::vector<std::string>& args) {
   return 0;
 }
 
+const char* valueSyntax(emu::FaultSwitch::Value value) {
+  switch (value) {
+    case emu::FaultSwitch::Value::kNone:
+      return "";
+    case emu::FaultSwitch::Value::kMilliseconds:
+      return "=MS";
+    case emu::FaultSwitch::Value::kText:
+      return "=TEXT";
+    case emu::FaultSwitch::Value::kChoice:
+      return "=STEP";
+  }
+  return "";
+}
+
+int fault(const std::vector<std::string>& args) {
+  if (args.size() < 2)
+    return fail("fault needs DIR and NAME[=VALUE], clear [NAME] or list");
+  const std::string& deviceDir = args[0];
+  emu::DeviceProfile profile;
+  std::string error;
+  if (!profile.load(deviceDir, error))
+    return fail(error);
+
+  if (args[1] == "list" && args.size() == 2) {
+    for (const emu::FaultSwitch& fault : emu::faultSwitches()) {
+      std::string syntax = std::string(fault.name) + valueSyntax(fault.value);
+      auto set = profile.faults.find(fault.name);
+      printf("%-28s %s%s\n", syntax.c_str(), fault.help,
+             set == profile.faults.end() ? "" : ("  [set: " + set->second + "]").c_str());
+    }
+    return 0;
+  }
+  if (args[1] == "clear" && args.size() <= 3) {
+    if (args.size() == 3 && profile.faults.erase(args[2]) == 0)
+      return fail("fault switch '" + args[2] + "' is not set");
+    if (args.size() == 2)
+      profile.faults.clear();
+  } else {
+    if (args.size() != 2)
+      return fail("fault sets one switch at a time");
+    std::string name;
+    std::string value;
+    if (!emu::parseFaultSetting(args[1], name, value, error))
+      return fail(error);
+    profile.faults[name] = value;
+  }
+  if (!profile.save(deviceDir, error))
+    return fail(error);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -107,6 +162,8 @@ int main(int argc, char* argv[]) {
   }
   if (command == "init")
     return init(args);
+  if (command == "fault")
+    return fault(args);
   if (command == "show") {
     if (args.size() != 1)
       return fail("show needs exactly one DIR");
