@@ -81,7 +81,7 @@ void printSummary(host::Platform& platform, const host::LaunchOptions& options,
     printf("ended     by the service itself at %.2f s (exit status %d)\n", outcome.endedAt,
            kStatusEndedBySelf);
   else
-    printf("ended     by the deadline of %.0f s: the service was still running (exit status %d)\n",
+    printf("ended     by the deadline of %g s: the service was still running (exit status %d)\n",
            options.deadlineSeconds, kStatusDeadline);
   fflush(stdout);
 }
