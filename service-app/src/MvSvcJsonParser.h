@@ -1,0 +1,54 @@
+#ifndef MVSVC_JSON_PARSER_H
+#define MVSVC_JSON_PARSER_H
+
+#include <json-glib/json-glib.h>
+
+#include <list>
+#include <string>
+#include <vector>
+
+#include "MvSvcJsonObject.h"
+#include "MvSvcTypes.h"
+
+// Reads a backup document into record lists. Each load appends to the lists; a failed load
+// leaves no document to read members from.
+class MvSvcJsonParser {
+ public:
+  // Deepest bracket nesting a document may have. Real documents nest 3 deep; json-glib's parser
+  // recurses per level and overflows an 8 MiB stack near 52000 levels of objects.
+  static constexpr int kMaxNesting = 512;
+
+  MvSvcJsonParser();
+  explicit MvSvcJsonParser(const std::string& text);
+  virtual ~MvSvcJsonParser();
+
+  MvSvcJsonParser(const MvSvcJsonParser&) = delete;
+  MvSvcJsonParser& operator=(const MvSvcJsonParser&) = delete;
+
+  void setJsonMessage(const std::string& text);
+
+  // The parser's own lists, so that callers can take their contents instead of copying.
+  std::vector<WatchResultData>& getResultRestoreList();
+  std::vector<WatchImageData>& getImageRestoreList();
+  // Entries whose "result" is exactly "downloaded": apps to install again.
+  std::vector<WatchResultData>& getDownloadList();
+
+  // Top-level members; without a document the out-argument is left as it was.
+  void getStringValue(const std::string& key, std::string& value) const;
+  void getIntegerValue(const std::string& key, int& value) const;
+  void getBooleanValue(const std::string& key, bool& value) const;
+
+ private:
+  void _prepare(const std::string& text);
+  void _getResultRestoreList(std::list<MvSvcJsonObject>& objects);
+  void _getImageRestoreList(std::list<MvSvcJsonObject>& objects);
+  MvSvcJsonObject _getRootObject() const;
+
+  JsonParser* _parser;  // owned; owns the document tree
+  JsonNode* _root;      // borrowed from _parser; null without a document
+  std::vector<WatchResultData> _resultRestoreList;
+  std::vector<WatchImageData> _imageRestoreList;
+  std::vector<WatchResultData> _downloadList;
+};
+
+#endif
