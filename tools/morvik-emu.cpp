@@ -2,11 +2,15 @@
 #include <glib.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "emu/CloudStore.h"
 #include "emu/DeviceProfile.h"
 #include "emu/FaultSwitches.h"
 #include "emu/SampleWatch.h"
@@ -20,7 +24,10 @@ const char* const kUsage =
     "       morvik-emu show DIR                    print the watch's setup\n"
     "       morvik-emu fault DIR NAME[=VALUE]       set a fault switch on the watch\n"
     "       morvik-emu fault DIR clear [NAME]       clear one switch, or all\n"
-    "       morvik-emu fault DIR list               list the switches, and which are set\n";
+    "       morvik-emu fault DIR list               list the switches, and which are set\n"
+    "       morvik-emu sets CLOUD                   list the cloud's backup sets\n"
+    "       morvik-emu export CLOUD [--set ID]      print a set's backup document (default: newest)\n"
+    "       morvik-emu import CLOUD FILE            store a backup document as a new set\n";
 
 int fail(const std::string& reason) {
   fprintf(stderr, "morvik-emu: %s\n", reason.c_str());
@@ -147,6 +154,135 @@ int fault(const std::vector<std::string>& args) {
   return 0;
 }
 
+bool isDirectory(const std::string& dir) {
+  return g_file_test(dir.c_str(), G_FILE_TEST_IS_DIR);
+}
+
+// "1732300000123" (milliseconds) -> "2024-11-22 18:26:40 UTC"; other dates as they are.
+std::string describeDate(const std::optional<std::string>& date) {
+  if (!date)
+    return "(no date)";
+  if (date->size() < 12 || date->size() > 15 ||
+      date->find_first_not_of("0123456789") != std::string::npos)
+    return *date;
+  g_autoptr(GDateTime) time =
+      g_date_time_new_from_unix_utc(std::strtoll(date->c_str(), nullptr, 10) / 1000);
+  if (!time)
+    return *date;
+  g_autofree char* text = g_date_time_format(time, "%Y-%m-%d %H:%M:%S UTC");
+  return text;
+}
+
+int sets(const std::vector<std::string>& args) {
+  if (args.size() != 1)
+    return fail("sets needs exactly one CLOUD directory");
+  if (!isDirectory(args[0]))
+    return fail("cloud directory '" + args[0] + "' does not exist");
+  emu::CloudStore store(args[0]);
+  std::vector<unsigned long long> ids;
+  std::string error;
+  if (!store.list(ids, error))
+    return fail(error);
+  if (ids.empty())
+    printf("no backup sets in %s\n", args[0].c_str());
+  int unreadable = 0;
+  for (unsigned long long id : ids) {
+    std::vector<host::CloudRecord> records;
+    if (!store.read(id, records, error)) {
+      ++unreadable;
+      printf("set %-6llu %s\n", id, error.c_str());
+      continue;
+    }
+    size_t bytes = 0;
+    for (const host::CloudRecord& record : records)
+      bytes += record.value ? record.value->size() : 0;
+    printf("set %-6llu %zu %-8s %-24s %zu bytes\n", id, records.size(),
+           records.size() == 1 ? "record" : "records",
+           records.empty() ? "(empty)" : describeDate(records[0].date).c_str(), bytes);
+  }
+  if (unreadable > 0) {
+    fprintf(stderr, "morvik-emu: %d of %zu sets are unreadable\n", unreadable, ids.size());
+    return 1;
+  }
+  return 0;
+}
+
+bool parseSetId(const std::string& text, unsigned long long& id) {
+  if (text.empty() || text.size() > 18 || text.find_first_not_of("0123456789") != std::string::npos)
+    return false;
+  id = std::strtoull(text.c_str(), nullptr, 10);
+  return true;
+}
+
+int exportSet(const std::vector<std::string>& args) {
+  if (args.size() != 1 && !(args.size() == 3 && args[1] == "--set"))
+    return fail("export needs CLOUD and optionally --set ID");
+  if (!isDirectory(args[0]))
+    return fail("cloud directory '" + args[0] + "' does not exist");
+  emu::CloudStore store(args[0]);
+  std::vector<unsigned long long> ids;
+  std::string error;
+  if (!store.list(ids, error))
+    return fail(error);
+  unsigned long long id = 0;
+  if (args.size() == 3) {
+    if (!parseSetId(args[2], id))
+      return fail("--set needs a set ID, not '" + args[2] + "'");
+    if (std::find(ids.begin(), ids.end(), id) == ids.end())
+      return fail("the cloud has no set " + args[2] + " (see: morvik-emu sets CLOUD)");
+  } else {
+    if (ids.empty())
+      return fail("the cloud holds no backup set");
+    id = ids.back();
+  }
+  std::vector<host::CloudRecord> records;
+  if (!store.read(id, records, error))
+    return fail(error);
+  if (records.size() != 1 || !records[0].value)
+    return fail("set " + std::to_string(id) + " holds " + std::to_string(records.size()) +
+                " records, not one backup document");
+  const std::string& document = *records[0].value;
+  if (fwrite(document.data(), 1, document.size(), stdout) != document.size() || fflush(stdout) != 0)
+    return fail("cannot write the document to stdout");
+  return 0;
+}
+
+int importSet(const std::vector<std::string>& args) {
+  if (args.size() != 2)
+    return fail("import needs CLOUD and FILE");
+  const std::string& cloudDir = args[0];
+  const std::string& file = args[1];
+  if (!g_file_test(file.c_str(), G_FILE_TEST_IS_REGULAR))
+    return fail("'" + file + "' is not a readable file");
+  g_autofree char* contents = nullptr;
+  gsize length = 0;
+  g_autoptr(GError) readError = nullptr;
+  if (!g_file_get_contents(file.c_str(), &contents, &length, &readError))
+    return fail(readError->message);
+  const std::string document(contents, length);
+  if (document.size() > host::kMaxFieldBytes)
+    return fail("'" + file + "' is larger than a cloud record can hold");
+  if (document.find('\0') != std::string::npos || !g_utf8_validate(contents, length, nullptr))
+    return fail("'" + file + "' is not UTF-8 text");
+  const size_t start = document.find_first_not_of(" \t\r\n");
+  if (start == std::string::npos || document[start] != '{')
+    return fail("'" + file + "' is not a backup document (a JSON object)");
+  if (!isDirectory(cloudDir) && g_mkdir_with_parents(cloudDir.c_str(), 0755) != 0)
+    return fail("cannot create the cloud directory '" + cloudDir + "'");
+
+  host::CloudRecord record;
+  record.key = "key";
+  record.date = std::to_string(g_get_real_time() / 1000);
+  record.value = document;
+  emu::CloudStore store(cloudDir);
+  unsigned long long id = 0;
+  std::string error;
+  if (!store.add({record}, id, error))
+    return fail(error);
+  printf("stored set %llu in %s\n", id, cloudDir.c_str());
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -164,6 +300,12 @@ int main(int argc, char* argv[]) {
     return init(args);
   if (command == "fault")
     return fault(args);
+  if (command == "sets")
+    return sets(args);
+  if (command == "export")
+    return exportSet(args);
+  if (command == "import")
+    return importSet(args);
   if (command == "show") {
     if (args.size() != 1)
       return fail("show needs exactly one DIR");

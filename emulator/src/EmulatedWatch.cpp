@@ -14,14 +14,24 @@ bool EmulatedWatch::boot(host::Platform& platform, const host::LaunchOptions& op
     platform.config().set(entry.first, entry.second);
   for (const host::PackageInfo& info : profile_.packages)
     platform.packages().install(info);
+  std::vector<std::string> operations;
+  for (const host::LaunchRequest& request : options.requests)
+    operations.push_back(request.operation);
+  cloud_ = std::make_unique<CloudAgent>(platform, options.cloudDir, profile_.faults, operations);
+  bootPeers(platform);
   return true;
 }
 
 std::vector<std::string> EmulatedWatch::finish(host::Platform& platform,
                                                const host::RunOutcome&) {
   std::vector<std::string> lines;
+  if (cloud_) {
+    lines = cloud_->summary();
+    cloud_.reset();
+  }
   profile_.config = platform.config().values();
   profile_.packages = platform.packages().apps();
+  finishPeers(platform, lines);
   std::string error;
   if (!profile_.save(deviceDir_, error))
     lines.push_back("watch     NOT SAVED: " + error);

@@ -7,6 +7,25 @@ namespace emu {
 
 const std::vector<FaultSwitch>& faultSwitches() {
   static const std::vector<FaultSwitch> switches = {
+      {"cloud-fail", FaultSwitch::Value::kChoice,
+       "the cloud agent makes that step of the exchange fail",
+       {"prepare", "keys", "upload", "download", "complete"}},
+      {"cloud-delay", FaultSwitch::Value::kMilliseconds,
+       "each step of the cloud agent waits MS before it runs", {}},
+      {"watchface-silent", FaultSwitch::Value::kNone,
+       "the watch face service never answers a backup", {}},
+      {"watchface-finish-early", FaultSwitch::Value::kNone,
+       "the watch face service sends \"restore_finished\" while the service waits on the store",
+       {}},
+      {"watchapp-late", FaultSwitch::Value::kMilliseconds,
+       "the preloaded watch apps answer after MS", {}},
+      {"watchapp-missing", FaultSwitch::Value::kNone,
+       "the two preloaded watch apps are not installed", {}},
+      {"store-silent", FaultSwitch::Value::kNone, "the store never replies", {}},
+      {"store-error", FaultSwitch::Value::kText,
+       "the store's install replies fail with \"errorMsg\" TEXT", {}},
+      {"image-unreadable", FaultSwitch::Value::kNone,
+       "one background image path is a FIFO", {}},
   };
   return switches;
 }

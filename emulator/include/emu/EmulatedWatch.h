@@ -1,7 +1,13 @@
 #ifndef EMU_EMULATED_WATCH_H
 #define EMU_EMULATED_WATCH_H
 
+#include <memory>
+
+#include "emu/CloudAgent.h"
 #include "emu/DeviceProfile.h"
+#include "emu/StoreService.h"
+#include "emu/WatchApp.h"
+#include "emu/WatchfaceService.h"
 #include "host/DeviceHooks.h"
 
 namespace emu {
@@ -18,8 +24,21 @@ class EmulatedWatch : public host::DeviceHooks {
   const DeviceProfile& profile() const { return profile_; }
 
  private:
+  // The watch face service, the preloaded watch apps and the store, registered with `platform`.
+  void bootPeers(host::Platform& platform);
+  // Takes back into the profile what the peers changed, and describes what they saw.
+  void finishPeers(host::Platform& platform, std::vector<std::string>& lines);
+
   std::string deviceDir_;
   DeviceProfile profile_;
+  // The vendor's backup app, from boot() to finish().
+  std::unique_ptr<CloudAgent> cloud_;
+  // Shares of the peers that the platform owns, held from boot() to finish().
+  std::shared_ptr<WatchfaceService> watchface_;
+  std::vector<std::shared_ptr<WatchApp>> watchApps_;
+  std::shared_ptr<StoreService> store_;
+  // Packages that a fault keeps out of the package database; they stay on the watch's disk.
+  std::vector<host::PackageInfo> withheld_;
 };
 
 }  // namespace emu

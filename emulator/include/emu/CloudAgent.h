@@ -1,0 +1,88 @@
+#ifndef EMU_CLOUD_AGENT_H
+#define EMU_CLOUD_AGENT_H
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "emu/CloudStore.h"
+#include "host/CloudLibrary.h"
+#include "host/Platform.h"
+
+namespace emu {
+
+// The vendor's backup app. When the service answers a cloud launch request with success, it
+// drives the exchange through the callbacks the service registered with the cloud library,
+// one step at a time from the main loop, and checks each answer:
+//   backup   preparation, keys and dates, the records to fill (their record file is read back
+//            and stored as a new set), completion
+//   info     preparation, keys and dates, completion; nothing is stored
+//   restore  preparation, path, the newest set written at that path, restoration (the records
+//            come back with key "key" and a date in seconds), completion
+// A failed check ends the exchange with a failed completion. Fault switches: "cloud-fail"
+// makes one step fail, "cloud-delay" makes each step wait. Main loop thread only; it must be
+// destroyed before `platform`, and it takes the cloud library's answer listener and the
+// platform's launcher reply handler for its lifetime.
+class CloudAgent {
+ public:
+  // `operations[i]` is the operation of launch request i + 1.
+  CloudAgent(host::Platform& platform, std::string cloudDir,
+             const std::map<std::string, std::string>& faults,
+             std::vector<std::string> operations);
+  ~CloudAgent();
+
+  CloudAgent(const CloudAgent&) = delete;
+  CloudAgent& operator=(const CloudAgent&) = delete;
+
+  // True once every exchange that was started has ended.
+  bool idle() const;
+  // One line per exchange for the run's summary.
+  std::vector<std::string> summary() const;
+
+ private:
+  struct Exchange;
+  using Step = void (CloudAgent::*)(Exchange&);
+  using AnswerStep = void (CloudAgent::*)(Exchange&, const host::cloud::Answer&);
+
+  void onLaunchReply(unsigned launchId, app_control_result_e result);
+  void onAnswer(const host::cloud::Answer& answer);
+
+  void schedule(Exchange& exchange, Step step);
+  void await(Exchange& exchange, host::cloud::Answer::Kind kind, AnswerStep next);
+  // Runs the fault switch for `step`: true when it made the step fail.
+  bool faulted(Exchange& exchange, const char* step);
+  void fail(Exchange& exchange, const std::string& reason);
+  void succeed(Exchange& exchange, const std::string& outcome);
+
+  void backupPrepare(Exchange& exchange);
+  void backupPrepared(Exchange& exchange, const host::cloud::Answer& answer);
+  void backupKeys(Exchange& exchange);
+  void backupKeysGiven(Exchange& exchange, const host::cloud::Answer& answer);
+  void backupUpload(Exchange& exchange);
+  void backupPathGiven(Exchange& exchange, const host::cloud::Answer& answer);
+  void backupComplete(Exchange& exchange);
+
+  void restorePrepare(Exchange& exchange);
+  void restorePrepared(Exchange& exchange, const host::cloud::Answer& answer);
+  void restorePath(Exchange& exchange);
+  void restorePathGiven(Exchange& exchange, const host::cloud::Answer& answer);
+  void restoreDownload(Exchange& exchange);
+  void restoreRestoration(Exchange& exchange);
+  void restoreListGiven(Exchange& exchange, const host::cloud::Answer& answer);
+  void restoreComplete(Exchange& exchange);
+
+  host::Platform& platform_;
+  CloudStore store_;
+  std::string failStep_;
+  unsigned delayMs_ = 0;
+  std::vector<std::string> operations_;
+  host::Platform::LauncherReplyHandler previousHandler_;
+  // Posted steps and timeouts hold weak shares of these: they do nothing once the agent, and
+  // with it the exchange, is gone.
+  std::vector<std::shared_ptr<Exchange>> exchanges_;
+};
+
+}  // namespace emu
+
+#endif

@@ -1,0 +1,76 @@
+#ifndef EMU_WATCHFACE_SERVICE_H
+#define EMU_WATCHFACE_SERVICE_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "emu/DeviceProfile.h"
+#include "host/BoundaryRecord.h"
+#include "host/EmulatedApp.h"
+
+namespace host {
+class Platform;
+}
+
+namespace emu {
+
+// The watch face service: answers the backup start request with one watch entry per face, one
+// image entry per background photo and "backup_finished"; applies what a restore sends
+// (settings per face, photos copied into its own storage, the idle clock). Owned by the
+// platform it is registered with, which it must not outlive; the emulated watch keeps a share
+// to read its state back at the end of the run.
+class WatchfaceService : public host::EmulatedApp {
+ public:
+  static const char* const kPort;
+
+  struct Activity {
+    int facesSent = 0;
+    int imagesSent = 0;
+    int settingsReceived = 0;
+    int imagesReceived = 0;
+    int restoresFinished = 0;
+    std::string idleFace;  // the face an idle-change message chose, if any
+  };
+
+  WatchfaceService(host::Platform& platform,
+                   std::string deviceDir,
+                   std::vector<FaceEntry> faces,
+                   std::vector<BackgroundImage> images,
+                   std::map<std::string, std::string> faults);
+  ~WatchfaceService() override;
+
+  WatchfaceService(const WatchfaceService&) = delete;
+  WatchfaceService& operator=(const WatchfaceService&) = delete;
+
+  void onLaunchRequest(app_control_h request, std::shared_ptr<host::PendingReply> reply) override;
+  std::vector<std::string> localPorts() const override { return {kPort}; }
+  void onMessage(const std::string& port, const std::string& fromAppId, bundle* message) override;
+
+  // Sends the service "restore_finished" out of turn.
+  void sendRestoreFinished();
+
+  const std::vector<FaceEntry>& faces() const { return faces_; }
+  const std::vector<BackgroundImage>& images() const { return images_; }
+  const Activity& activity() const { return activity_; }
+
+ private:
+  void answerBackup();
+  void restoreSettings(bundle* message);
+  void restoreImage(bundle* message);
+  void changeIdleClock(bundle* message);
+  void sendToService(const host::KeyValues& message);
+  std::string unreadablePath(const BackgroundImage& image);
+
+  host::Platform& platform_;
+  std::string deviceDir_;
+  std::vector<FaceEntry> faces_;
+  std::vector<BackgroundImage> images_;
+  std::map<std::string, std::string> faults_;
+  Activity activity_;
+  std::string fifoPath_;  // made for the image-unreadable fault; removed with this app
+};
+
+}  // namespace emu
+
+#endif

@@ -1,0 +1,93 @@
+// The apps around the service on the emulated watch, and what they changed.
+#include <stdlib.h>
+
+#include "emu/EmulatedWatch.h"
+#include "emu/FaultSwitches.h"
+#include "emu/SampleWatch.h"
+#include "host/Platform.h"
+
+namespace emu {
+
+namespace {
+
+std::string joined(const std::vector<std::string>& items) {
+  std::string text;
+  for (const std::string& item : items)
+    text += (text.empty() ? "" : ", ") + item;
+  return text;
+}
+
+}  // namespace
+
+void EmulatedWatch::bootPeers(host::Platform& platform) {
+  const auto& faults = profile_.faults;
+  watchApps_.clear();
+  withheld_.clear();
+  if (!faultValue(faults, "watchapp-missing").empty()) {
+    for (const WatchAppState& app : profile_.watchApps) {
+      for (const host::PackageInfo& info : profile_.packages) {
+        if (info.pkgId == app.pkgId && platform.packages().uninstall(info.appId))
+          withheld_.push_back(info);
+      }
+    }
+  }
+
+  watchface_ = std::make_shared<WatchfaceService>(platform, deviceDir_, profile_.faces,
+                                                  profile_.images, faults);
+  platform.registerApp(kWatchfaceServiceAppId, watchface_);
+
+  const unsigned lateMs =
+      static_cast<unsigned>(strtoul(faultValue(faults, "watchapp-late", "0").c_str(), nullptr, 10));
+  for (const WatchAppState& state : profile_.watchApps) {
+    auto app = std::make_shared<WatchApp>(platform, state, lateMs);
+    platform.registerApp(state.appId, app);
+    watchApps_.push_back(app);
+  }
+
+  std::function<void()> onFirstStoreRequest;
+  if (!faultValue(faults, "watchface-finish-early").empty()) {
+    // The service waits on the store right now: the watch face service speaks out of turn.
+    std::weak_ptr<WatchfaceService> watchface = watchface_;
+    onFirstStoreRequest = [watchface] {
+      if (auto peer = watchface.lock())
+        peer->sendRestoreFinished();
+    };
+  }
+  store_ = std::make_shared<StoreService>(platform, profile_.catalogue, faults,
+                                          std::move(onFirstStoreRequest));
+  platform.registerApp(kStoreAppId, store_);
+}
+
+void EmulatedWatch::finishPeers(host::Platform&, std::vector<std::string>& lines) {
+  profile_.packages.insert(profile_.packages.end(), withheld_.begin(), withheld_.end());
+  if (watchface_) {
+    profile_.faces = watchface_->faces();
+    profile_.images = watchface_->images();
+    const WatchfaceService::Activity& seen = watchface_->activity();
+    if (seen.facesSent + seen.imagesSent > 0)
+      lines.push_back("watchface sent " + std::to_string(seen.facesSent) + " faces, " +
+                      std::to_string(seen.imagesSent) + " images");
+    if (seen.settingsReceived + seen.imagesReceived > 0 || !seen.idleFace.empty())
+      lines.push_back("watchface received " + std::to_string(seen.settingsReceived) +
+                      " settings, " + std::to_string(seen.imagesReceived) + " images" +
+                      (seen.idleFace.empty() ? "" : ", idle face " + seen.idleFace));
+  }
+  for (const auto& app : watchApps_) {
+    for (WatchAppState& state : profile_.watchApps) {
+      if (state.appId == app->state().appId)
+        state.resultXml = app->state().resultXml;
+    }
+    if (app->backupsAnswered() + app->restoresReceived() > 0)
+      lines.push_back("watch app " + app->state().appId + ": " +
+                      std::to_string(app->backupsAnswered()) + " backup, " +
+                      std::to_string(app->restoresReceived()) + " restore");
+  }
+  if (store_ && !store_->installed().empty())
+    lines.push_back("store     installed " + joined(store_->installed()));
+  // The platform stays the peers' only owner.
+  watchface_.reset();
+  watchApps_.clear();
+  store_.reset();
+}
+
+}  // namespace emu

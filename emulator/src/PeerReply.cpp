@@ -1,0 +1,58 @@
+#include "PeerReply.h"
+
+#include <stdlib.h>
+
+#include "host/Platform.h"
+
+namespace emu {
+
+namespace {
+
+struct AppControlDeleter {
+  void operator()(app_control_s* handle) const { app_control_destroy(handle); }
+};
+
+void sendNow(host::PendingReply& reply,
+             app_control_result_e result,
+             const host::KeyValues& extras) {
+  app_control_h raw = nullptr;
+  if (app_control_create(&raw) != APP_CONTROL_ERROR_NONE)
+    return;
+  std::unique_ptr<app_control_s, AppControlDeleter> answer(raw);
+  for (const auto& extra : extras)
+    app_control_add_extra_data(answer.get(), extra.first.c_str(), extra.second.c_str());
+  reply.send(answer.get(), result);
+}
+
+}  // namespace
+
+void answerRequest(host::Platform& platform,
+                   std::shared_ptr<host::PendingReply> reply,
+                   app_control_result_e result,
+                   host::KeyValues extras,
+                   unsigned delayMs) {
+  if (delayMs == 0) {
+    sendNow(*reply, result, extras);
+    return;
+  }
+  platform.post([reply, result, extras] { sendNow(*reply, result, extras); }, delayMs);
+}
+
+std::string requestExtra(app_control_h request, const char* key, const std::string& fallback) {
+  char* value = nullptr;
+  if (app_control_get_extra_data(request, key, &value) != APP_CONTROL_ERROR_NONE || !value)
+    return fallback;
+  std::string copy = value;
+  free(value);
+  return copy;
+}
+
+bool messageValue(bundle* message, const char* key, std::string& value) {
+  char* found = nullptr;
+  if (!message || bundle_get_str(message, key, &found) != BUNDLE_ERROR_NONE || !found)
+    return false;
+  value = found;
+  return true;
+}
+
+}  // namespace emu

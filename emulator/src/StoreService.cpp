@@ -1,0 +1,65 @@
+#include "emu/StoreService.h"
+
+#include <algorithm>
+
+#include "PeerReply.h"
+#include "emu/FaultSwitches.h"
+#include "host/Platform.h"
+
+namespace emu {
+
+const char* const StoreService::kErrorCannotFindContent =
+    "VENDARO_MESSAGE_RES_ERROR_CAN_NOT_FIND_CONTENT";
+const char* const StoreService::kErrorNotSupported =
+    "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE";
+const char* const StoreService::kErrorInvalidRequest = "VENDARO_MESSAGE_RES_ERROR_INVALID_REQUEST";
+
+StoreService::StoreService(host::Platform& platform,
+                           std::vector<CatalogueItem> catalogue,
+                           std::map<std::string, std::string> faults,
+                           std::function<void()> onFirstRequest)
+    : platform_(platform),
+      catalogue_(std::move(catalogue)),
+      faults_(std::move(faults)),
+      onFirstRequest_(std::move(onFirstRequest)) {}
+
+void StoreService::onLaunchRequest(app_control_h request,
+                                   std::shared_ptr<host::PendingReply> reply) {
+  if (++requests_ == 1 && onFirstRequest_)
+    onFirstRequest_();
+  if (!faultValue(faults_, "store-silent").empty())
+    return;
+  const std::string type = requestExtra(request, "req_type");
+  if (type == "prepare-install-by-GUID")
+    answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_SUCCEEDED, {});
+  else if (type == "install-by-GUID")
+    install(request, std::move(reply));
+  else
+    answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_FAILED,
+                  {{"errorMsg", kErrorInvalidRequest}});
+}
+
+void StoreService::install(app_control_h request, std::shared_ptr<host::PendingReply> reply) {
+  const std::string guid = requestExtra(request, "GUID");
+  const std::string forcedError = faultValue(faults_, "store-error");
+  auto item = std::find_if(catalogue_.begin(), catalogue_.end(),
+                           [&](const CatalogueItem& entry) { return entry.guid == guid; });
+  std::string error;
+  if (!forcedError.empty())
+    error = forcedError;
+  else if (guid.empty())
+    error = kErrorInvalidRequest;
+  else if (item == catalogue_.end())
+    error = kErrorCannotFindContent;
+  else if (item->component != "watchapp")
+    error = kErrorNotSupported;
+  if (!error.empty()) {
+    answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_FAILED, {{"errorMsg", error}});
+    return;
+  }
+  platform_.packages().install({item->pkgId, item->appId, item->component, false});
+  installed_.push_back(item->pkgId);
+  answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_SUCCEEDED, {{"GUID", guid}});
+}
+
+}  // namespace emu

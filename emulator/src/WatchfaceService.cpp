@@ -1,0 +1,162 @@
+#include "emu/WatchfaceService.h"
+
+#include <glib.h>
+#include <glib/gstdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "PeerReply.h"
+#include "emu/FaultSwitches.h"
+#include "emu/SampleWatch.h"
+#include "host/Platform.h"
+
+namespace emu {
+
+const char* const WatchfaceService::kPort = "watchface-service::localport";
+
+namespace {
+
+const char* const kServicePort = "morvik-service::localport";
+const char* const kBackgroundDir = "apps/com.talvoro.watchface-service/data/backgrounds";
+const char* const kUnreadableDir = "apps/com.talvoro.watchface-service/data/unreadable";
+
+bool isPlainName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+}
+
+}  // namespace
+
+WatchfaceService::WatchfaceService(host::Platform& platform,
+                                   std::string deviceDir,
+                                   std::vector<FaceEntry> faces,
+                                   std::vector<BackgroundImage> images,
+                                   std::map<std::string, std::string> faults)
+    : platform_(platform),
+      deviceDir_(std::move(deviceDir)),
+      faces_(std::move(faces)),
+      images_(std::move(images)),
+      faults_(std::move(faults)) {}
+
+WatchfaceService::~WatchfaceService() {
+  if (!fifoPath_.empty())
+    g_unlink(fifoPath_.c_str());
+}
+
+void WatchfaceService::onLaunchRequest(app_control_h, std::shared_ptr<host::PendingReply> reply) {
+  // It talks over message ports only.
+  answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_FAILED, {});
+}
+
+void WatchfaceService::onMessage(const std::string& port, const std::string&, bundle* message) {
+  if (port != kPort)
+    return;
+  std::string operation, type, notice;
+  messageValue(message, "operation", operation);
+  messageValue(message, "type", type);
+  messageValue(message, "message", notice);
+
+  if (operation == "talvoro_cloud_backup") {
+    if (faultValue(faults_, "watchface-silent").empty())
+      answerBackup();
+  } else if (operation == "talvoro_cloud_restore") {
+    if (type == "watch")
+      restoreSettings(message);
+    else if (type == "image")
+      restoreImage(message);
+    else if (type == "watch-idle-changed")
+      changeIdleClock(message);
+  } else if (notice == "restore_finished") {
+    ++activity_.restoresFinished;
+  }
+}
+
+void WatchfaceService::sendRestoreFinished() {
+  sendToService({{"message", "restore_finished"}});
+}
+
+void WatchfaceService::answerBackup() {
+  for (const FaceEntry& face : faces_) {
+    sendToService({{"type", "watch"}, {"pkgid", face.pkgId}, {"result_xml", face.settings}});
+    ++activity_.facesSent;
+  }
+  for (size_t i = 0; i < images_.size(); ++i) {
+    const BackgroundImage& image = images_[i];
+    std::string path = deviceDir_ + "/" + image.path;
+    if (i == 0 && !faultValue(faults_, "image-unreadable").empty())
+      path = unreadablePath(image);
+    sendToService({{"type", "image"},
+                   {"file_name", image.fileName},
+                   {"file_path", path},
+                   {"bg_type", image.bgType}});
+    ++activity_.imagesSent;
+  }
+  sendToService({{"message", "backup_finished"}});
+}
+
+void WatchfaceService::restoreSettings(bundle* message) {
+  std::string pkgId, settings;
+  if (!messageValue(message, "pkgid", pkgId) || !messageValue(message, "result_xml", settings))
+    return;
+  auto face = std::find_if(faces_.begin(), faces_.end(),
+                           [&](const FaceEntry& entry) { return entry.pkgId == pkgId; });
+  if (face == faces_.end())
+    faces_.push_back({pkgId, settings});
+  else
+    face->settings = settings;
+  ++activity_.settingsReceived;
+}
+
+void WatchfaceService::restoreImage(bundle* message) {
+  std::string fileName, filePath, bgType;
+  if (!messageValue(message, "file_name", fileName) ||
+      !messageValue(message, "file_path", filePath) || !messageValue(message, "bg_type", bgType) ||
+      !isPlainName(fileName) || !g_file_test(filePath.c_str(), G_FILE_TEST_IS_REGULAR))
+    return;
+  g_autofree char* bytes = nullptr;
+  gsize length = 0;
+  if (!g_file_get_contents(filePath.c_str(), &bytes, &length, nullptr))
+    return;
+  const std::string relative = std::string(kBackgroundDir) + "/" + fileName;
+  g_autofree char* dir = g_build_filename(deviceDir_.c_str(), kBackgroundDir, nullptr);
+  g_autofree char* target = g_build_filename(dir, fileName.c_str(), nullptr);
+  if (g_mkdir_with_parents(dir, 0755) != 0 ||
+      !g_file_set_contents(target, bytes, static_cast<gssize>(length), nullptr))
+    return;
+  auto image = std::find_if(images_.begin(), images_.end(), [&](const BackgroundImage& entry) {
+    return entry.fileName == fileName;
+  });
+  if (image == images_.end())
+    images_.push_back({fileName, relative, bgType});
+  else
+    *image = {fileName, relative, bgType};
+  ++activity_.imagesReceived;
+}
+
+void WatchfaceService::changeIdleClock(bundle* message) {
+  std::string pkgId;
+  if (!messageValue(message, "pkgid", pkgId))
+    return;
+  platform_.config().set(kIdleClockKey, kWatchfaceAppId);
+  platform_.config().set(kWatchfaceNameKey, pkgId);
+  activity_.idleFace = pkgId;
+}
+
+void WatchfaceService::sendToService(const host::KeyValues& message) {
+  platform_.sendToApp(kWatchfaceServiceAppId, kPort, kServicePort, message);
+}
+
+std::string WatchfaceService::unreadablePath(const BackgroundImage& image) {
+  if (fifoPath_.empty()) {
+    g_autofree char* dir = g_build_filename(deviceDir_.c_str(), kUnreadableDir, nullptr);
+    g_autofree char* path = g_build_filename(dir, image.fileName.c_str(), nullptr);
+    g_mkdir_with_parents(dir, 0755);
+    g_unlink(path);
+    if (mkfifo(path, 0644) == 0)
+      fifoPath_ = path;
+  }
+  return fifoPath_;
+}
+
+}  // namespace emu

@@ -1,0 +1,48 @@
+#ifndef HOST_RECORD_FILE_H
+#define HOST_RECORD_FILE_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace host {
+
+// One cloud record as plain data. A field that was never set is absent, not empty.
+struct CloudRecord {
+  std::optional<std::string> key;
+  std::optional<std::string> date;
+  std::optional<std::string> value;
+
+  bool operator==(const CloudRecord& other) const {
+    return key == other.key && date == other.date && value == other.value;
+  }
+};
+
+// The record file, little-endian throughout:
+//   "TVRF"  u32 version (1)  u32 record count
+//   per record, key, date and value: u32 length (0xFFFFFFFF: absent) then that many bytes
+//   u32 CRC-32 (IEEE) of everything before it
+// Decoding refuses anything else: a short or over-long file, another magic or version, a bad
+// checksum, a field longer than kMaxFieldBytes or holding a NUL byte, more records than the
+// bytes can carry. Fields are C strings on the API side, hence no NULs.
+constexpr size_t kMaxFieldBytes = 16u << 20;
+constexpr size_t kMaxRecordFileBytes = 64u << 20;
+
+// False with a one-line reason when a field holds a NUL or exceeds kMaxFieldBytes.
+bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& bytes,
+                      std::string& reason);
+bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& records,
+                      std::string& reason);
+
+// Writes a temporary file beside `path`, flushes it and renames it over `path`, so `path` is
+// either the old file or the whole new one. False with a one-line reason.
+bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& records,
+                     std::string& reason);
+// Reads a regular file of at most kMaxRecordFileBytes. False with a one-line reason; then
+// `*corrupt` (when given) tells a damaged file from one that could not be read at all.
+bool readRecordFile(const std::string& path, std::vector<CloudRecord>& records,
+                    std::string& reason, bool* corrupt = nullptr);
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,44 @@
+#ifndef BACKUP_MODEL_H
+#define BACKUP_MODEL_H
+
+#include <app_control.h>
+
+#include <stdint.h>
+
+#include <string>
+
+#include "MvSvcTypes.h"
+
+// One backup exchange with the cloud library: declares `size` records, fills their values
+// from the subclass when the library asks, and hands the library the record file. The library
+// holds the model's address until it reports completion, so the model must outlive that.
+class BackupModel {
+ public:
+  BackupModel(app_control_h request, unsigned int size);
+  virtual ~BackupModel();
+
+  virtual std::string getKeyStr() = 0;
+  virtual std::string getJsonStr(unsigned int index) = 0;
+
+  bool run(const char* operation);
+  void setOnBackupCompleted(MvSvcCompletionCb callback);
+
+ private:
+  void _init();
+  void _fini();
+  void _removeFile();
+  uint64_t _getCurrentDeviceMilliSecTime();
+
+  static void _backupPreparedCb(void* userData);
+  static void _backupSetKeysDatesCb(void* userData);
+  static void _backupRecordCb(void* list, void* userData);
+  static void _backupCompleteCb(bool success, void* userData);
+
+  uint32_t _size;
+  bool _isInitialized;
+  std::string _filePath;
+  app_control_h _request;  // not owned: only replied to
+  MvSvcCompletionCb _onBackupCompleted;
+};
+
+#endif

@@ -1,0 +1,283 @@
+#include "MvSvcWatchDataCollector.h"
+
+#include <Ecore_File.h>
+#include <fcntl.h>
+#include <message_port.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <tzplatform_config.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+
+#include "MvSvcLog.h"
+
+namespace {
+
+const char* const kLocalPort = "morvik-service::localport";
+const char* const kRemotePort = "watchface-service::localport";
+const char* const kWatchListRwDir =
+    "/opt/usr/home/owner/apps_rw/com.talvoro.watchface/shared/data/watchlist";
+const char* const kWatchListRoDir = "/usr/apps/com.talvoro.watchface/shared/res/watchlist";
+
+// The value of `key`, or null when the message lacks it.
+const char* messageValue(bundle* message, const char* key) {
+  char* value = nullptr;
+  if (bundle_get_str(message, key, &value) != BUNDLE_ERROR_NONE)
+    return nullptr;
+  return value;
+}
+
+}  // namespace
+
+MvSvcWatchDataCollector::MvSvcWatchDataCollector(unsigned backupFinishedTimeoutMs)
+    : _localPortId(0),
+      _backupFinishedTimeoutMs(backupFinishedTimeoutMs),
+      _backupFinishedTimer(0),
+      _completed(false) {
+  _localPortId = _registerMessagePort();
+}
+
+MvSvcWatchDataCollector::~MvSvcWatchDataCollector() {
+  MVSVC_LOGI("Unregister message port");
+  if (_localPortId > 0)
+    message_port_unregister_trusted_local_port(_localPortId);
+  if (_backupFinishedTimer)
+    g_source_remove(_backupFinishedTimer);
+}
+
+void MvSvcWatchDataCollector::setOnCollectCompleted(MvSvcCompletionCb callback) {
+  _onCollectCompleted = std::move(callback);
+}
+
+void MvSvcWatchDataCollector::run() {
+  _sendBackupRequestAppCtrl("com.talvoro.clock-orbitline", "com.talvoro.clock-orbitline.service");
+  _sendBackupRequestAppCtrl("com.talvoro.clock-pacetrail", "com.talvoro.clock-pacetrail.service");
+
+  bundle* message = bundle_create();
+  if (!message) {
+    MVSVC_LOGE("Failed to create bundle");
+  } else {
+    bundle_add_str(message, "operation", "talvoro_cloud_backup");
+    if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort, message) !=
+        MESSAGE_PORT_ERROR_NONE)
+      MVSVC_LOGE("Failed to send message port message");
+    else
+      MVSVC_LOGI("Start watchface backup procedure");
+    bundle_free(message);
+  }
+  _backupFinishedTimer = g_timeout_add(_backupFinishedTimeoutMs, _backupFinishedTimeoutCb, this);
+
+  _get3rdWatchAppPackageInfo();
+}
+
+int MvSvcWatchDataCollector::_registerMessagePort() {
+  return message_port_register_trusted_local_port(kLocalPort, _watchDataMessageCb, this);
+}
+
+void MvSvcWatchDataCollector::_watchDataMessageCb(int,
+                                                  const char*,
+                                                  const char*,
+                                                  bool,
+                                                  bundle* message,
+                                                  void* userData) {
+  auto* collector = static_cast<MvSvcWatchDataCollector*>(userData);
+  if (!message) {
+    MVSVC_LOGE("bundle is null. Return");
+    return;
+  }
+  const char* type = messageValue(message, "type");
+  const char* notice = messageValue(message, "message");
+  if (type && strcmp(type, "watch") == 0) {
+    collector->_addWatchEntry(message);
+    return;
+  }
+  if (type && strcmp(type, "image") == 0) {
+    collector->_addImageEntry(message);
+    return;
+  }
+  if (notice && strcmp(notice, "backup_finished") == 0) {
+    MVSVC_LOGI("Backup from watchface finished");
+    if (!collector->_completed)
+      collector->_complete(true);
+  }
+}
+
+void MvSvcWatchDataCollector::_addWatchEntry(bundle* message) {
+  const char* pkgId = messageValue(message, "pkgid");
+  const char* resultXml = messageValue(message, "result_xml");
+  const char* missing = !pkgId ? "pkgid" : !resultXml ? "result_xml" : nullptr;
+  if (missing) {
+    MVSVC_LOGE("Watch message without %s. Skip", missing);
+    return;
+  }
+  _resultDataList.push_back({pkgId, MVSVC_WATCHFACE_SERVICE_APP_ID, resultXml});
+}
+
+void MvSvcWatchDataCollector::_addImageEntry(bundle* message) {
+  const char* fileName = messageValue(message, "file_name");
+  const char* filePath = messageValue(message, "file_path");
+  const char* bgType = messageValue(message, "bg_type");
+  const char* missing = !fileName   ? "file_name"
+                        : !filePath ? "file_path"
+                        : !bgType   ? "bg_type"
+                                    : nullptr;
+  if (missing) {
+    MVSVC_LOGE("Image message without %s. Skip", missing);
+    return;
+  }
+  char* data = _encodeImageToBase64(filePath);
+  _imageDataList.push_back({fileName, bgType, data});
+  g_free(data);
+}
+
+void MvSvcWatchDataCollector::_sendBackupRequestAppCtrl(const char* pkgId, const char* svcId) {
+  auto model = std::make_unique<MvSvcAppCtrlModel>(pkgId, svcId);
+  MvSvcAppCtrlModel* request = model.get();
+  request->setOnAppCtrlRequestReplyCb([this](bool success, void* data) {
+    auto* replied = static_cast<MvSvcAppCtrlModel*>(data);
+    if (success)
+      _resultDataList.push_back(
+          {replied->getPackageId(), replied->getServiceId(), replied->getResultXml()});
+    else
+      MVSVC_LOGE("Failed to request backup app control");
+    _releaseModel(replied);
+  });
+  _pendingModels.push_back(std::move(model));
+  request->requestBackup();
+}
+
+void MvSvcWatchDataCollector::_releaseModel(void* model) {
+  auto found = std::find_if(_pendingModels.begin(), _pendingModels.end(),
+                            [model](const auto& pending) { return pending.get() == model; });
+  if (found != _pendingModels.end())
+    _pendingModels.erase(found);
+}
+
+void MvSvcWatchDataCollector::_get3rdWatchAppPackageInfo() {
+  pkgmgrinfo_appinfo_filter_h filter = nullptr;
+  if (pkgmgrinfo_appinfo_filter_create(&filter) != PMINFO_R_OK) {
+    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_create error");
+    return;
+  }
+  if (pkgmgrinfo_appinfo_filter_add_string(filter, PMINFO_APPINFO_PROP_APP_COMPONENT, "watchapp") !=
+      PMINFO_R_OK) {
+    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_add_string[watchapp] error");
+    pkgmgrinfo_appinfo_filter_destroy(filter);
+    return;
+  }
+  const int result = pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(
+      filter, _foreach_pkginfo_app_list_cb, this, tzplatform_getuid(TZ_SYS_GLOBALAPP_USER));
+  if (result != PMINFO_R_OK)
+    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_foreach_appinfo error[err code = %d]", result);
+  pkgmgrinfo_appinfo_filter_destroy(filter);
+}
+
+int MvSvcWatchDataCollector::_foreach_pkginfo_app_list_cb(const pkgmgrinfo_appinfo_h handle,
+                                                          void* userData) {
+  if (!userData) {
+    MVSVC_LOGE("data is nullptr");
+    return -1;
+  }
+  auto* collector = static_cast<MvSvcWatchDataCollector*>(userData);
+  char* pkgId = nullptr;
+  if (pkgmgrinfo_appinfo_get_pkgid(handle, &pkgId) != PMINFO_R_OK || !pkgId) {
+    MVSVC_LOGE("pkgmgrinfo_appinfo_get_pkgid error");
+    return -1;
+  }
+  bool preload = false;
+  if (pkgmgrinfo_appinfo_is_preload(handle, &preload) != PMINFO_R_OK) {
+    MVSVC_LOGE("pkgmgrinfo_appinfo_is_preload error");
+    return -1;
+  }
+  if (preload) {
+    MVSVC_LOGI("%s is preload. Skip backup", pkgId);
+    return 0;
+  }
+  collector->_resultDataList.push_back({pkgId, pkgId, "downloaded"});
+  return 0;
+}
+
+char* MvSvcWatchDataCollector::_readXmlFile(const char* path, int* size) {
+  // Only a regular file is read: opening a FIFO or a device could block or never end.
+  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0)
+    return nullptr;
+  struct stat info;
+  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    close(fd);
+    return nullptr;
+  }
+  FILE* file = fdopen(fd, "r");
+  if (!file) {
+    close(fd);
+    return nullptr;
+  }
+  long length = -1;
+  if (fseek(file, 0, SEEK_END) == 0)
+    length = ftell(file);
+  if (length < 0 || length >= INT32_MAX || fseek(file, 0, SEEK_SET) != 0) {
+    fclose(file);
+    return nullptr;
+  }
+  char* buffer = static_cast<char*>(calloc(static_cast<size_t>(length) + 1, 1));
+  if (!buffer || fread(buffer, static_cast<size_t>(length), 1, file) == 0) {
+    *size = 0;
+    free(buffer);
+    fclose(file);
+    return nullptr;
+  }
+  *size = static_cast<int>(length);
+  fclose(file);
+  return buffer;
+}
+
+char* MvSvcWatchDataCollector::_encodeImageToBase64(const char* path) {
+  int size = 0;
+  char* buffer = _readXmlFile(path, &size);
+  if (!buffer)
+    return g_strdup("");
+  gchar* encoded =
+      g_base64_encode(reinterpret_cast<const guchar*>(buffer), static_cast<gsize>(size));
+  free(buffer);
+  return encoded;
+}
+
+void MvSvcWatchDataCollector::_directGetResultXml(const char* pkgId) {
+  const std::string relative = std::string("/") + pkgId + "/" + pkgId + "_result.xml";
+  std::string path = kWatchListRwDir + relative;
+  if (!ecore_file_exists(path.c_str()))
+    path = kWatchListRoDir + relative;
+  int size = 0;
+  char* buffer = _readXmlFile(path.c_str(), &size);
+  if (!buffer) {
+    MVSVC_LOGE("Failed to read %s", path.c_str());
+    return;
+  }
+  _resultDataList.push_back({pkgId, MVSVC_WATCHFACE_SERVICE_APP_ID, buffer});
+  free(buffer);
+}
+
+gboolean MvSvcWatchDataCollector::_backupFinishedTimeoutCb(gpointer data) {
+  auto* collector = static_cast<MvSvcWatchDataCollector*>(data);
+  collector->_backupFinishedTimer = 0;
+  MVSVC_LOGE("No backup_finished from watchface in %u ms", collector->_backupFinishedTimeoutMs);
+  collector->_complete(false);
+  return G_SOURCE_REMOVE;
+}
+
+void MvSvcWatchDataCollector::_complete(bool success) {
+  _completed = true;
+  if (_backupFinishedTimer) {
+    g_source_remove(_backupFinishedTimer);
+    _backupFinishedTimer = 0;
+  }
+  if (!_onCollectCompleted)
+    return;
+  // The receiver may destroy this collector, and with it the stored callback.
+  MvSvcCompletionCb callback = _onCollectCompleted;
+  callback(success, this);
+}

@@ -1,0 +1,67 @@
+#ifndef MVSVC_WATCH_DATA_COLLECTOR_H
+#define MVSVC_WATCH_DATA_COLLECTOR_H
+
+#include <bundle.h>
+#include <glib.h>
+#include <pkgmgr-info.h>
+
+#include <memory>
+#include <vector>
+
+#include "MvSvcAppCtrlModel.h"
+#include "MvSvcTypes.h"
+
+// Gathers the watch data of one backup: the watch face service's entries and images, the two
+// preloaded watch apps' settings and the downloaded watch apps. Completes once, on
+// "backup_finished" (success) or when that notice does not come in time (failure); the
+// receiver of the completion may destroy the collector inside the callback.
+class MvSvcWatchDataCollector {
+ public:
+  // A watch face service that never finishes must not leave the backup open.
+  static constexpr unsigned kBackupFinishedTimeoutMs = 30000;
+
+  explicit MvSvcWatchDataCollector(unsigned backupFinishedTimeoutMs = kBackupFinishedTimeoutMs);
+  virtual ~MvSvcWatchDataCollector();
+
+  MvSvcWatchDataCollector(const MvSvcWatchDataCollector&) = delete;
+  MvSvcWatchDataCollector& operator=(const MvSvcWatchDataCollector&) = delete;
+
+  void setOnCollectCompleted(MvSvcCompletionCb callback);
+  std::vector<WatchResultData>& getResultDataList() { return _resultDataList; }
+  std::vector<WatchImageData>& getImageDataList() { return _imageDataList; }
+
+  void run();
+
+ private:
+  int _registerMessagePort();
+  static void _watchDataMessageCb(int localPortId,
+                                  const char* remoteAppId,
+                                  const char* remotePort,
+                                  bool trustedRemotePort,
+                                  bundle* message,
+                                  void* userData);
+  void _sendBackupRequestAppCtrl(const char* pkgId, const char* svcId);
+  void _get3rdWatchAppPackageInfo();
+  static int _foreach_pkginfo_app_list_cb(const pkgmgrinfo_appinfo_h handle, void* userData);
+  char* _readXmlFile(const char* path, int* size);
+  char* _encodeImageToBase64(const char* path);
+  void _directGetResultXml(const char* pkgId);
+
+  void _addWatchEntry(bundle* message);
+  void _addImageEntry(bundle* message);
+  void _releaseModel(void* model);
+  static gboolean _backupFinishedTimeoutCb(gpointer data);
+  void _complete(bool success);
+
+  MvSvcCompletionCb _onCollectCompleted;
+  int _localPortId;
+  std::vector<WatchResultData> _resultDataList;
+  std::vector<WatchImageData> _imageDataList;
+  // Backup requests still waiting for their reply; going with the collector silences them.
+  std::vector<std::unique_ptr<MvSvcAppCtrlModel>> _pendingModels;
+  unsigned _backupFinishedTimeoutMs;
+  guint _backupFinishedTimer;  // 0 when not armed
+  bool _completed;
+};
+
+#endif

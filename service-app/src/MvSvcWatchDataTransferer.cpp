@@ -1,0 +1,309 @@
+#include "MvSvcWatchDataTransferer.h"
+
+#include <app_manager.h>
+#include <fcntl.h>
+#include <glib.h>
+#include <message_port.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <tzplatform_config.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "MvSvcLog.h"
+
+namespace {
+
+const char* const kLocalPort = "morvik-service::localport";
+const char* const kRemotePort = "watchface-service::localport";
+const char* const kOperationRestore = "talvoro_cloud_restore";
+
+// A name that stays inside the directory it is joined to.
+bool isPlainFileName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+         name.find('\0') == std::string::npos;
+}
+
+}  // namespace
+
+MvSvcWatchDataTransferer::MvSvcWatchDataTransferer(std::vector<WatchResultData>& resultRestoreList,
+                                                   std::vector<WatchImageData>& imageRestoreList,
+                                                   std::vector<WatchResultData>& downloadList,
+                                                   unsigned storeReplyTimeoutMs)
+    : _localPortId(0),
+      _storeReplyTimeoutMs(storeReplyTimeoutMs),
+      _running(false),
+      _completed(false) {
+  _localPortId = _registerMessagePort();
+  _resultRestoreList = std::move(resultRestoreList);
+  _imageRestoreList = std::move(imageRestoreList);
+  _downloadList = std::move(downloadList);
+  resultRestoreList.clear();
+  imageRestoreList.clear();
+  downloadList.clear();
+}
+
+MvSvcWatchDataTransferer::~MvSvcWatchDataTransferer() {
+  if (_localPortId > 0)
+    message_port_unregister_trusted_local_port(_localPortId);
+}
+
+void MvSvcWatchDataTransferer::setOnTransferCompleted(MvSvcCompletionCb callback) {
+  _onTransferCompleted = std::move(callback);
+}
+
+void MvSvcWatchDataTransferer::run() {
+  _running = true;
+  if (_downloadList.empty()) {
+    MVSVC_LOGE("Downloaded watch list is empty");
+  } else {
+    _getInstalledWatchList();
+    _sendPrepareInstallRequest();
+    for (WatchResultData& entry : _downloadList)
+      _sendWatchInstallRequest(entry);
+  }
+
+  _sendMessagePortMessage("message", "restore_start");
+
+  if (_resultRestoreList.empty()) {
+    MVSVC_LOGE("Result restore list is empty");
+  } else {
+    for (WatchResultData& entry : _resultRestoreList) {
+      if (entry.svcId == MVSVC_WATCHFACE_SERVICE_APP_ID)
+        _sendRestoreRequestMessagePort(entry);
+      else
+        _sendRestoreRequestAppCtrl(entry);
+    }
+  }
+
+  if (_imageRestoreList.empty()) {
+    MVSVC_LOGE("Image restore list is empty");
+  } else {
+    for (WatchImageData& image : _imageRestoreList) {
+      std::string filePath;
+      if (_decodeBase64ToImage(image, filePath))
+        _sendRestoreRequestMessagePort(image, filePath);
+      else
+        MVSVC_LOGE("Failed to decode image file [%s]", image.fileName.c_str());
+    }
+  }
+
+  _sendMessagePortMessage("message", "restore_finished");
+  _running = false;
+  if (!_completed)
+    _complete();
+}
+
+void MvSvcWatchDataTransferer::sendWatchIdleChangeMessage(const char* pkgId) {
+  _sendMessage(
+      {{"operation", kOperationRestore}, {"type", "watch-idle-changed"}, {"pkgid", pkgId}});
+}
+
+int MvSvcWatchDataTransferer::_registerMessagePort() {
+  return message_port_register_trusted_local_port(kLocalPort, _watchDataMessageCb, this);
+}
+
+void MvSvcWatchDataTransferer::_watchDataMessageCb(int,
+                                                   const char*,
+                                                   const char*,
+                                                   bool,
+                                                   bundle* message,
+                                                   void* userData) {
+  auto* transferer = static_cast<MvSvcWatchDataTransferer*>(userData);
+  if (!message) {
+    MVSVC_LOGE("bundle is null. Return");
+    return;
+  }
+  char* type = nullptr;
+  char* notice = nullptr;
+  bundle_get_str(message, "type", &type);
+  bundle_get_str(message, "message", &notice);
+  if (type && (strcmp(type, "watch") == 0 || strcmp(type, "image") == 0))
+    return;
+  if (notice && strcmp(notice, "restore_finished") == 0) {
+    MVSVC_LOGI("Restore from watchface finished");
+    // Inside run() (a store wait) the report at its end is the one that counts: reporting
+    // here would let the receiver destroy the transferer under the running run().
+    if (!transferer->_running && !transferer->_completed)
+      transferer->_complete();
+  }
+}
+
+void MvSvcWatchDataTransferer::_getInstalledWatchList() {
+  pkgmgrinfo_appinfo_filter_h filter = nullptr;
+  if (pkgmgrinfo_appinfo_filter_create(&filter) != PMINFO_R_OK) {
+    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_create error");
+    return;
+  }
+  if (pkgmgrinfo_appinfo_filter_add_string(filter, PMINFO_APPINFO_PROP_APP_COMPONENT, "watchapp") !=
+      PMINFO_R_OK) {
+    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_add_string[watchapp] error");
+    pkgmgrinfo_appinfo_filter_destroy(filter);
+    return;
+  }
+  const int result = pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(
+      filter, _foreach_pkginfo_app_list_cb, this, tzplatform_getuid(TZ_SYS_GLOBALAPP_USER));
+  if (result != PMINFO_R_OK)
+    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_foreach_appinfo error[err code = %d]", result);
+  pkgmgrinfo_appinfo_filter_destroy(filter);
+}
+
+int MvSvcWatchDataTransferer::_foreach_pkginfo_app_list_cb(const pkgmgrinfo_appinfo_h handle,
+                                                           void* userData) {
+  if (!userData) {
+    MVSVC_LOGE("data is nullptr");
+    return -1;
+  }
+  auto* transferer = static_cast<MvSvcWatchDataTransferer*>(userData);
+  char* pkgId = nullptr;
+  if (pkgmgrinfo_appinfo_get_pkgid(handle, &pkgId) != PMINFO_R_OK || !pkgId) {
+    MVSVC_LOGE("pkgmgrinfo_appinfo_get_pkgid error");
+    return -1;
+  }
+  bool preload = false;
+  if (pkgmgrinfo_appinfo_is_preload(handle, &preload) != PMINFO_R_OK) {
+    MVSVC_LOGE("pkgmgrinfo_appinfo_is_preload error");
+    return -1;
+  }
+  if (preload) {
+    MVSVC_LOGI("%s is preload. Skip push into list", pkgId);
+    return 0;
+  }
+  transferer->_installedWatchList.push_back(pkgId);
+  return 0;
+}
+
+void MvSvcWatchDataTransferer::_sendPrepareInstallRequest() {
+  auto model = std::make_unique<MvSvcAppCtrlModel>(MVSVC_STORE_APP_ID, MVSVC_STORE_APP_ID,
+                                                   _storeReplyTimeoutMs);
+  MvSvcAppCtrlModel* request = model.get();
+  request->setOnAppCtrlRequestReplyCb([this](bool, void* data) { _releaseModel(data); });
+  _pendingModels.push_back(std::move(model));
+  request->requestPrepareInstall();
+}
+
+void MvSvcWatchDataTransferer::_sendWatchInstallRequest(WatchResultData& entry) {
+  if (std::find(_installedWatchList.begin(), _installedWatchList.end(), entry.pkgId) !=
+      _installedWatchList.end()) {
+    MVSVC_LOGE("%s package is already installed. Skip install", entry.pkgId.c_str());
+    return;
+  }
+  auto model = std::make_unique<MvSvcAppCtrlModel>(entry.pkgId.c_str(), MVSVC_STORE_APP_ID,
+                                                   _storeReplyTimeoutMs);
+  MvSvcAppCtrlModel* request = model.get();
+  request->setOnAppCtrlRequestReplyCb([this](bool, void* data) { _releaseModel(data); });
+  _pendingModels.push_back(std::move(model));
+  request->requestWatchInstall();
+}
+
+void MvSvcWatchDataTransferer::_sendRestoreRequestAppCtrl(WatchResultData& entry) {
+  auto model = std::make_unique<MvSvcAppCtrlModel>(entry.pkgId.c_str(), entry.svcId.c_str());
+  MvSvcAppCtrlModel* request = model.get();
+  request->setOnAppCtrlRequestReplyCb([this](bool success, void* data) {
+    if (!success)
+      MVSVC_LOGE("Failed to request restore app control");
+    _releaseModel(data);
+  });
+  _pendingModels.push_back(std::move(model));
+  request->requestRestore(entry.result.c_str());
+}
+
+void MvSvcWatchDataTransferer::_releaseModel(void* model) {
+  auto found = std::find_if(_pendingModels.begin(), _pendingModels.end(),
+                            [model](const auto& pending) { return pending.get() == model; });
+  if (found != _pendingModels.end())
+    _pendingModels.erase(found);
+}
+
+bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::string& filePath) {
+  char* trusted = nullptr;
+  if (app_manager_get_shared_trusted_path(MVSVC_SERVICE_APP_ID, &trusted) !=
+          APP_MANAGER_ERROR_NONE ||
+      !trusted) {
+    MVSVC_LOGE("app_manager_get_shared_trusted_path() failed!");
+    free(trusted);
+    return false;
+  }
+  const std::string directory = trusted;
+  free(trusted);
+  if (!isPlainFileName(image.fileName)) {
+    MVSVC_LOGE("Image file name is not a plain name");
+    return false;
+  }
+  filePath = directory + image.fileName;
+
+  gsize length = 0;
+  guchar* decoded = g_base64_decode(image.data.c_str(), &length);
+  if (!decoded) {
+    MVSVC_LOGE("Failed to decode base64 string");
+    return false;
+  }
+  // A link planted at the target must not redirect the write, and a FIFO there must not block.
+  const int fd = open(filePath.c_str(),
+                      O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
+  struct stat info;
+  FILE* file = nullptr;
+  if (fd >= 0 && fstat(fd, &info) == 0 && S_ISREG(info.st_mode))
+    file = fdopen(fd, "wb");
+  if (!file) {
+    MVSVC_LOGE("Failed to open file");
+    if (fd >= 0)
+      close(fd);
+    g_free(decoded);
+    return false;
+  }
+  const bool written = fwrite(decoded, 1, length, file) == length;
+  g_free(decoded);
+  if (fclose(file) != 0 || !written) {
+    MVSVC_LOGE("Failed to write file from base64 string");
+    return false;
+  }
+  return true;
+}
+
+void MvSvcWatchDataTransferer::_sendMessagePortMessage(const char* key, const char* value) {
+  _sendMessage({{key, value}});
+}
+
+void MvSvcWatchDataTransferer::_sendRestoreRequestMessagePort(WatchResultData& entry) {
+  _sendMessage({{"operation", kOperationRestore},
+                {"type", "watch"},
+                {"pkgid", entry.pkgId.c_str()},
+                {"result_xml", entry.result.c_str()}});
+}
+
+void MvSvcWatchDataTransferer::_sendRestoreRequestMessagePort(WatchImageData& image,
+                                                              std::string& filePath) {
+  _sendMessage({{"operation", kOperationRestore},
+                {"type", "image"},
+                {"bg_type", image.bgType.c_str()},
+                {"file_path", filePath.c_str()},
+                {"file_name", image.fileName.c_str()}});
+}
+
+void MvSvcWatchDataTransferer::_sendMessage(
+    std::initializer_list<std::pair<const char*, const char*>> entries) {
+  bundle* message = bundle_create();
+  if (!message) {
+    MVSVC_LOGE("Failed to create bundle");
+    return;
+  }
+  for (const auto& entry : entries)
+    bundle_add_str(message, entry.first, entry.second);
+  if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort, message) !=
+      MESSAGE_PORT_ERROR_NONE)
+    MVSVC_LOGE("Failed to send message port message");
+  bundle_free(message);
+}
+
+void MvSvcWatchDataTransferer::_complete() {
+  _completed = true;
+  if (!_onTransferCompleted)
+    return;
+  // The receiver may destroy this transferer, and with it the stored callback.
+  MvSvcCompletionCb callback = _onTransferCompleted;
+  callback(true, this);
+}

@@ -1,0 +1,147 @@
+#include <glib.h>
+#include <glib/gstdio.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "TempDir.h"
+
+namespace {
+
+struct EmuRun {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+EmuRun emu(std::vector<std::string> args) {
+  args.insert(args.begin(), MORVIK_EMU_BIN);
+  std::vector<char*> argv;
+  for (std::string& arg : args)
+    argv.push_back(&arg[0]);
+  argv.push_back(nullptr);
+  EmuRun run;
+  g_autofree char* out = nullptr;
+  g_autofree char* err = nullptr;
+  gint waitStatus = 0;
+  g_autoptr(GError) error = nullptr;
+  if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
+                    &waitStatus, &error)) {
+    ADD_FAILURE() << error->message;
+    return run;
+  }
+  run.out = out;
+  run.err = err;
+  run.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
+  return run;
+}
+
+// A failure in the documented shape: a non-zero status and one line on stderr naming `reason`.
+void expectRefused(const EmuRun& run, const std::string& reason) {
+  EXPECT_NE(run.status, 0);
+  EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
+  EXPECT_NE(run.err.find(reason), std::string::npos) << run.err;
+}
+
+class CloudCliTest : public ::testing::Test {
+ protected:
+  std::string file(const std::string& name, const std::string& contents) {
+    const std::string path = temp_.path() + "/" + name;
+    EXPECT_TRUE(g_file_set_contents(path.c_str(), contents.data(),
+                                    static_cast<gssize>(contents.size()), nullptr));
+    return path;
+  }
+
+  morvik_test::TempDir temp_;
+  const std::string cloud_ = temp_.path() + "/cloud";
+};
+
+TEST_F(CloudCliTest, ImportedDocumentsBecomeSetsThatExportByteForByte) {
+  const std::string first = "{\"watch_main_key\":\"clock-a\"}";
+  const std::string second = "  {\"watch_main_key\":\"caf\xc3\xa9\"}\n";
+  EmuRun run = emu({"import", cloud_, file("first.json", first)});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, "stored set 1 in " + cloud_ + "\n");
+  ASSERT_EQ(emu({"import", cloud_, file("second.json", second)}).status, 0);
+
+  run = emu({"sets", cloud_});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out.rfind("set 1 ", 0), 0u) << run.out;
+  EXPECT_NE(run.out.find("\nset 2 "), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("1 record"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find(" UTC "), std::string::npos) << run.out;
+
+  run = emu({"export", cloud_});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, second);
+  run = emu({"export", cloud_, "--set", "1"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, first);
+
+  // An export imports back as the next set, unchanged.
+  ASSERT_EQ(emu({"import", cloud_, file("again.json", run.out)}).status, 0);
+  EXPECT_EQ(emu({"export", cloud_, "--set", "3"}).out, first);
+}
+
+TEST_F(CloudCliTest, BadInputGetsOneLineAndANonZeroStatus) {
+  const EmuRun empty = emu({"sets", cloud_});
+  expectRefused(empty, "does not exist");
+  ASSERT_EQ(g_mkdir(cloud_.c_str(), 0755), 0);
+  EmuRun run = emu({"sets", cloud_});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "no backup sets in " + cloud_ + "\n");
+  expectRefused(emu({"export", cloud_}), "no backup set");
+  expectRefused(emu({"sets"}), "sets needs");
+  expectRefused(emu({"import", cloud_}), "import needs");
+  expectRefused(emu({"import", cloud_, temp_.path() + "/absent.json"}), "not a readable file");
+  expectRefused(emu({"import", cloud_, temp_.path()}), "not a readable file");
+  expectRefused(emu({"import", cloud_, file("text.txt", "hello")}), "not a backup document");
+  expectRefused(emu({"import", cloud_, file("blank.json", " \n")}), "not a backup document");
+  expectRefused(emu({"import", cloud_, file("nul.json", std::string("{\0}", 3))}), "UTF-8");
+  expectRefused(emu({"import", cloud_, file("latin1.json", "{\"a\":\"\xe9\"}")}), "UTF-8");
+  EXPECT_EQ(emu({"sets", cloud_}).out, "no backup sets in " + cloud_ + "\n");
+
+  ASSERT_EQ(emu({"import", cloud_, file("doc.json", "{}")}).status, 0);
+  expectRefused(emu({"export", cloud_, "--set", "7"}), "no set 7");
+  expectRefused(emu({"export", cloud_, "--set", "x"}), "--set needs a set ID");
+  expectRefused(emu({"export", cloud_, "--set"}), "export needs");
+  expectRefused(emu({"export", cloud_, "--bogus", "1"}), "export needs");
+}
+
+TEST_F(CloudCliTest, ADamagedSetIsReportedNotExported) {
+  ASSERT_EQ(emu({"import", cloud_, file("doc.json", "{\"ok\":true}")}).status, 0);
+  ASSERT_EQ(emu({"import", cloud_, file("doc2.json", "{\"ok\":2}")}).status, 0);
+  const std::string second = cloud_ + "/set-000002.dat";
+  g_autofree char* bytes = nullptr;
+  gsize size = 0;
+  ASSERT_TRUE(g_file_get_contents(second.c_str(), &bytes, &size, nullptr));
+  bytes[size / 2] ^= 0x40;
+  ASSERT_TRUE(g_file_set_contents(second.c_str(), bytes, static_cast<gssize>(size), nullptr));
+
+  EmuRun run = emu({"sets", cloud_});
+  expectRefused(run, "1 of 2 sets are unreadable");
+  EXPECT_NE(run.out.find("set 2      set 2 is unreadable"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("bad checksum"), std::string::npos) << run.out;
+  expectRefused(emu({"export", cloud_}), "bad checksum");
+  EXPECT_EQ(emu({"export", cloud_, "--set", "1"}).out, "{\"ok\":true}");
+  // The next set still gets a new ID.
+  ASSERT_EQ(emu({"import", cloud_, file("doc3.json", "{}")}).out,
+            "stored set 3 in " + cloud_ + "\n");
+}
+
+TEST_F(CloudCliTest, CloudFaultSwitchesAreListedAndChecked) {
+  const std::string watch = temp_.path() + "/watch";
+  ASSERT_EQ(emu({"init", watch, "--blank"}).status, 0);
+  EmuRun run = emu({"fault", watch, "list"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.out.find("cloud-fail=STEP"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("cloud-delay=MS"), std::string::npos) << run.out;
+  expectRefused(emu({"fault", watch, "cloud-fail=upload-later"}),
+                "prepare, keys, upload, download, complete");
+  expectRefused(emu({"fault", watch, "cloud-delay=soon"}), "milliseconds");
+  ASSERT_EQ(emu({"fault", watch, "cloud-fail=download"}).status, 0);
+  EXPECT_NE(emu({"fault", watch, "list"}).out.find("[set: download]"), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,214 @@
+#include "emu/CloudAgent.h"
+
+#include <glib.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "BackupModel.h"
+#include "CloudFixture.h"
+#include "MvSvcTypes.h"
+#include "RestoreModel.h"
+#include "TempDir.h"
+#include "emu/CloudStore.h"
+
+namespace {
+
+using host::CloudRecord;
+
+class DocumentBackupModel : public BackupModel {
+ public:
+  explicit DocumentBackupModel(app_control_h request) : BackupModel(request, 1) {}
+  std::string getKeyStr() override { return std::string(); }
+  std::string getJsonStr(unsigned int) override { return document; }
+  std::string document = "{\"watch_main_key\":\"clock-a\"}";
+};
+
+class RecordingRestoreModel : public RestoreModel {
+ public:
+  explicit RecordingRestoreModel(app_control_h request) : RestoreModel(request) {}
+  std::string restoreRecord(int, const char* value) override {
+    values.push_back(value);
+    return key;
+  }
+  std::string key = "key";
+  std::vector<std::string> values;
+};
+
+CloudRecord document(const std::string& value) {
+  CloudRecord record;
+  record.key = "key";
+  record.date = std::to_string(g_get_real_time() / 1000);
+  record.value = value;
+  return record;
+}
+
+// The service's side played by test models, owned and released as the service's own flows
+// do: the completion handler destroys the model.
+class CloudAgentTest : public morvik_test::CloudFixture {
+ protected:
+  void TearDown() override {
+    agent_.reset();
+    CloudFixture::TearDown();
+  }
+
+  void startAgent(const char* operation, std::map<std::string, std::string> faults = {}) {
+    // One agent at a time: each takes the library's listener for its lifetime.
+    agent_.reset();
+    completion_ = -1;
+    request_ = launchRequest(operation);
+    agent_ = std::make_unique<emu::CloudAgent>(platform(), cloud_.path(), faults,
+                                               std::vector<std::string>{operation});
+  }
+
+  // Runs a backup or information exchange to its end; returns the completion (1, 0, -1 none).
+  int backup(const char* operation, const std::string& value = std::string(),
+             std::map<std::string, std::string> faults = {}) {
+    startAgent(operation, faults);
+    auto* model = new DocumentBackupModel(request_.get());
+    if (!value.empty())
+      model->document = value;
+    model->setOnBackupCompleted([this](bool success, void* userData) {
+      completion_ = success ? 1 : 0;
+      delete static_cast<DocumentBackupModel*>(userData);
+    });
+    EXPECT_TRUE(model->run(operation));
+    return finish();
+  }
+
+  int restore(std::map<std::string, std::string> faults = {}, const char* key = "key") {
+    startAgent(MVSVC_OPERATION_RESTORE, faults);
+    auto* model = new RecordingRestoreModel(request_.get());
+    model->key = key;
+    model->setOnRestoreCompleted([this](bool success, void* userData) {
+      auto* done = static_cast<RecordingRestoreModel*>(userData);
+      restored_ = done->values;
+      completion_ = success ? 1 : 0;
+      delete done;
+    });
+    EXPECT_TRUE(model->run());
+    return finish();
+  }
+
+  int finish() {
+    EXPECT_TRUE(runLoopUntil([this] { return completion_ >= 0 && agent_->idle(); }, 20));
+    return completion_;
+  }
+
+  std::vector<unsigned long long> sets() {
+    std::vector<unsigned long long> ids;
+    std::string error;
+    EXPECT_TRUE(store_.list(ids, error)) << error;
+    return ids;
+  }
+
+  void storeSet(const std::string& value) {
+    unsigned long long id = 0;
+    std::string error;
+    ASSERT_TRUE(store_.add({document(value)}, id, error)) << error;
+  }
+
+  morvik_test::TempDir cloud_;
+  emu::CloudStore store_{cloud_.path()};
+  morvik_test::AppControlPtr request_;
+  std::unique_ptr<emu::CloudAgent> agent_;
+  int completion_ = -1;
+  std::vector<std::string> restored_;
+};
+
+TEST_F(CloudAgentTest, BackupStoresEachRunAsANewSet) {
+  ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, "{\"n\":1}"), 1);
+  EXPECT_EQ(agent_->summary(), std::vector<std::string>{
+                                   "cloud     backup stored as set 1 (1 record, 7 bytes of value)"});
+  ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, "{\"n\":22}"), 1);
+  ASSERT_EQ(sets(), (std::vector<unsigned long long>{1, 2}));
+
+  std::vector<CloudRecord> records;
+  std::string error;
+  ASSERT_TRUE(store_.read(2, records, error)) << error;
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].key, std::optional<std::string>("key"));
+  EXPECT_EQ(records[0].value, std::optional<std::string>("{\"n\":22}"));
+  EXPECT_EQ(host::cloud::liveLists(), 0);
+}
+
+TEST_F(CloudAgentTest, BackupInformationDeclaresAndStoresNothing) {
+  ASSERT_EQ(backup(MVSVC_OPERATION_GET_BACKUP_INFO), 1);
+  EXPECT_TRUE(sets().empty());
+  EXPECT_EQ(agent_->summary(), std::vector<std::string>{
+                                   "cloud     backup information: 1 record declared, nothing stored"});
+}
+
+TEST_F(CloudAgentTest, RestoreHandsTheNewestSetToTheService) {
+  storeSet("{\"set\":1}");
+  storeSet("{\"set\":2}");
+  ASSERT_EQ(restore(), 1);
+  EXPECT_EQ(restored_, std::vector<std::string>{"{\"set\":2}"});
+  EXPECT_EQ(agent_->summary(),
+            std::vector<std::string>{"cloud     restore of set 2: 1 record restored"});
+}
+
+TEST_F(CloudAgentTest, AnEmptyCloudRestoresNothingAndCompletes) {
+  ASSERT_EQ(restore(), 1);
+  EXPECT_TRUE(restored_.empty());
+  EXPECT_EQ(agent_->summary(),
+            std::vector<std::string>{
+                "cloud     restore: the cloud holds no backup set, nothing restored"});
+}
+
+TEST_F(CloudAgentTest, EachFailedStepEndsTheExchangeWithFailureAndStoresNothing) {
+  for (const char* step : {"prepare", "keys", "upload", "complete"}) {
+    SCOPED_TRACE(step);
+    ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, "", {{"cloud-fail", step}}), 0);
+    EXPECT_EQ(agent_->summary(),
+              std::vector<std::string>{std::string("cloud     backup FAILED at ") + step +
+                                       ": cloud-fail=" + step});
+    EXPECT_TRUE(sets().empty());
+  }
+  storeSet("{}");
+  for (const char* step : {"prepare", "download", "complete"}) {
+    SCOPED_TRACE(step);
+    restored_.clear();
+    ASSERT_EQ(restore({{"cloud-fail", step}}), 0);
+    EXPECT_EQ(agent_->summary(),
+              std::vector<std::string>{std::string("cloud     restore FAILED at ") + step +
+                                       ": cloud-fail=" + step});
+    EXPECT_EQ(restored_.size(), std::string(step) == "complete" ? 1u : 0u);
+  }
+  // Steps that an exchange does not have are not failed.
+  ASSERT_EQ(backup(MVSVC_OPERATION_GET_BACKUP_INFO, "", {{"cloud-fail", "upload"}}), 1);
+}
+
+TEST_F(CloudAgentTest, AWrongAnswerFromTheServiceFailsTheExchange) {
+  storeSet("{}");
+  ASSERT_EQ(restore({}, "other"), 0);
+  ASSERT_EQ(agent_->summary().size(), 1u);
+  EXPECT_EQ(agent_->summary()[0].rfind("cloud     restore FAILED at restore: record 0 came back "
+                                       "with key \"other\"", 0),
+            0u)
+      << agent_->summary()[0];
+}
+
+TEST_F(CloudAgentTest, ARefusedLaunchRequestStartsNoExchange) {
+  startAgent(MVSVC_OPERATION_BACKUP);
+  host::cloud::failOperation("talvoro_cloud_backup_record_set_completed_cb", -1);
+  DocumentBackupModel model(request_.get());
+  EXPECT_FALSE(model.run(MVSVC_OPERATION_BACKUP));
+  ASSERT_TRUE(runLoopUntil([this] { return !agent_->summary().empty(); }, 5));
+  EXPECT_EQ(agent_->summary(),
+            std::vector<std::string>{"cloud     backup refused: the service answered the launch "
+                                     "request with failure"});
+  EXPECT_TRUE(agent_->idle());
+}
+
+TEST_F(CloudAgentTest, CloudDelayMakesEveryStepWait) {
+  const double start = platform().now();
+  ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, "", {{"cloud-delay", "150"}}), 1);
+  // Preparation, keys and dates, upload, completion.
+  EXPECT_GE(platform().now() - start, 0.6);
+}
+
+}  // namespace

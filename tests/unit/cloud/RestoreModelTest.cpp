@@ -1,0 +1,228 @@
+#include "RestoreModel.h"
+
+#include <glib.h>
+#include <gtest/gtest.h>
+#include <talvoro_cloud.h>
+#include <time.h>
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CloudFixture.h"
+#include "LogLineMatcher.h"
+#include "MvSvcTypes.h"
+
+namespace {
+
+using host::CloudRecord;
+using host::cloud::Answer;
+using morvik_test::serviceMessages;
+
+// Remembers every record it is given and answers with `key`.
+class TestRestoreModel : public RestoreModel {
+ public:
+  explicit TestRestoreModel(app_control_h request) : RestoreModel(request) {}
+  std::string restoreRecord(int index, const char* value) override {
+    restored.emplace_back(index, value);
+    return key;
+  }
+  std::string key = "key";
+  std::vector<std::pair<int, std::string>> restored;
+};
+
+CloudRecord stored(const char* value) {
+  CloudRecord record;
+  record.key = "key";
+  record.date = "1732300000123";
+  if (value)
+    record.value = value;
+  return record;
+}
+
+class RestoreModelTest : public morvik_test::CloudFixture {
+ protected:
+  void SetUp() override {
+    CloudFixture::SetUp();
+    request_ = launchRequest(MVSVC_OPERATION_RESTORE);
+    downloaded_ = deviceDir() + "/downloaded.dat";
+  }
+
+  void download(const std::vector<CloudRecord>& records) {
+    std::string reason;
+    ASSERT_TRUE(host::writeRecordFile(downloaded_, records, reason)) << reason;
+  }
+
+  morvik_test::AppControlPtr request_;
+  std::string downloaded_;
+};
+
+TEST_F(RestoreModelTest, RunRegistersAllFourCallbacksAndRepliesWithSuccess) {
+  TestRestoreModel model(request_.get());
+  bool completed = false;
+  model.setOnRestoreCompleted([&](bool, void*) { completed = true; });
+  ASSERT_TRUE(model.run());
+  EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_SUCCEEDED});
+  EXPECT_TRUE(host::cloud::callRestorePreparation());
+  EXPECT_TRUE(host::cloud::callRestorationPath());
+  download({});
+  EXPECT_TRUE(host::cloud::callRestoration(downloaded_));
+  EXPECT_TRUE(host::cloud::callRestoreCompleted(true));
+  EXPECT_TRUE(completed);
+  EXPECT_FALSE(host::cloud::callBackupPreparation());
+
+  std::vector<Answer> answers = host::cloud::takeAnswers();
+  ASSERT_EQ(answers.size(), 3u);
+  EXPECT_EQ(answers[0].kind, Answer::Kind::kRestorePreparation);
+  EXPECT_TRUE(answers[0].success);
+  EXPECT_EQ(answers[1].kind, Answer::Kind::kRestorationPath);
+  EXPECT_TRUE(answers[1].success);
+  EXPECT_EQ(answers[1].path, std::optional<std::string>(sharedPath() + "restore.dat"));
+  EXPECT_EQ(answers[2].kind, Answer::Kind::kRecordList);
+}
+
+TEST_F(RestoreModelTest, WithoutTheLibraryRunNeitherRegistersNorReplies) {
+  host::cloud::setInitializeFailure(-4);
+  {
+    TestRestoreModel model(request_.get());
+    EXPECT_FALSE(model.run());
+    EXPECT_FALSE(host::cloud::callRestorePreparation());
+  }
+  EXPECT_TRUE(launcherReplies().empty());
+  EXPECT_EQ(serviceMessages(platform().log()),
+            (std::vector<std::string>{"E talvoro_cloud_initialize failed.(-4)",
+                                      "E talvoro_cloud is not initialized.",
+                                      "E talvoro_cloud_deinitialize failed.(" +
+                                          std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) +
+                                          ")"}));
+}
+
+TEST_F(RestoreModelTest, FailedRegistrationRepliesFailed) {
+  host::cloud::failOperation("talvoro_cloud_restore_record_set_restoration_cb", -8);
+  TestRestoreModel model(request_.get());
+  EXPECT_FALSE(model.run());
+  EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_FAILED});
+  EXPECT_EQ(serviceMessages(platform().log()),
+            std::vector<std::string>{"E talvoro_cloud_restore_record_set_restoration_cb() failed.(-8)"});
+  EXPECT_TRUE(host::cloud::callRestorationPath());
+  EXPECT_FALSE(host::cloud::callRestoreCompleted(true));
+}
+
+TEST_F(RestoreModelTest, ThreeRecordsAreRestoredInOrderAndSentBackStampedInSeconds) {
+  TestRestoreModel model(request_.get());
+  ASSERT_TRUE(model.run());
+  download({stored("{\"n\":0}"), stored("{\"n\":1}"), stored("{\"n\":2}")});
+  model.key = "restored-key";
+  const long before = static_cast<long>(time(nullptr));
+  ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
+  const long after = static_cast<long>(time(nullptr));
+
+  EXPECT_EQ(model.restored, (std::vector<std::pair<int, std::string>>{
+                                {0, "{\"n\":0}"}, {1, "{\"n\":1}"}, {2, "{\"n\":2}"}}));
+  std::vector<Answer> answers = host::cloud::takeAnswers();
+  ASSERT_EQ(answers.size(), 1u);
+  EXPECT_EQ(answers[0].kind, Answer::Kind::kRecordList);
+  EXPECT_TRUE(answers[0].success);
+  EXPECT_TRUE(answers[0].hadList);
+  ASSERT_EQ(answers[0].records.size(), 3u);
+  for (int i = 0; i < 3; ++i) {
+    const CloudRecord& record = answers[0].records[i];
+    EXPECT_EQ(record.key, std::optional<std::string>("restored-key"));
+    ASSERT_TRUE(record.date);
+    const long date = std::stol(*record.date);
+    EXPECT_EQ(std::to_string(date), *record.date);
+    EXPECT_GE(date, before);
+    EXPECT_LE(date, after);
+    EXPECT_EQ(record.value, std::optional<std::string>("{\"n\":" + std::to_string(i) + "}"));
+  }
+  EXPECT_EQ(serviceMessages(platform().log()),
+            (std::vector<std::string>{"I value : {\"n\":0}", "I value : {\"n\":1}",
+                                      "I value : {\"n\":2}"}));
+  EXPECT_EQ(host::cloud::liveLists(), 0);
+}
+
+TEST_F(RestoreModelTest, ARecordWithoutAValueIsNotRestoredAndTheWalkGoesOn) {
+  TestRestoreModel model(request_.get());
+  ASSERT_TRUE(model.run());
+  download({stored("{\"n\":0}"), stored(nullptr), stored("{\"n\":2}")});
+  ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
+  EXPECT_EQ(model.restored,
+            (std::vector<std::pair<int, std::string>>{{0, "{\"n\":0}"}, {2, "{\"n\":2}"}}));
+  std::vector<Answer> answers = host::cloud::takeAnswers();
+  ASSERT_EQ(answers.size(), 1u);
+  EXPECT_TRUE(answers[0].success);
+  ASSERT_EQ(answers[0].records.size(), 3u);
+  // Left as it was downloaded.
+  EXPECT_EQ(answers[0].records[1], stored(nullptr));
+  EXPECT_EQ(serviceMessages(platform().log()),
+            (std::vector<std::string>{"I value : {\"n\":0}",
+                                      "E talvoro_cloud_record_get_value - value is nullptr.",
+                                      "I value : {\"n\":2}"}));
+}
+
+TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
+  std::string damaged;
+  {
+    std::string reason;
+    ASSERT_TRUE(host::encodeRecordFile({stored("{}")}, damaged, reason)) << reason;
+    damaged[damaged.size() - 1] ^= 0x20;
+  }
+  struct Case {
+    const char* what;
+    std::function<void()> prepare;
+    std::vector<std::string> log;
+  };
+  const std::string countFailed = "E talvoro_cloud_list_get_record_count() failed, errCode = [" +
+                                  std::to_string(TALVORO_CLOUD_ERROR_INVALID_PARAMETER) + "]";
+  const Case cases[] = {
+      {"missing", [] {},
+       {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
+            std::to_string(TALVORO_CLOUD_ERROR_IO_ERROR) + "]",
+        countFailed}},
+      {"damaged",
+       [&] {
+         ASSERT_TRUE(g_file_set_contents(downloaded_.c_str(), damaged.data(),
+                                         static_cast<gssize>(damaged.size()), nullptr));
+       },
+       {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
+            std::to_string(TALVORO_CLOUD_ERROR_FILE_CORRUPT) + "]",
+        countFailed}},
+      {"no records", [&] { download({}); }, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    host::cloud::reset();
+    platform().log().clear();
+    {
+      TestRestoreModel model(request_.get());
+      ASSERT_TRUE(model.run());
+      c.prepare();
+      ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
+      EXPECT_TRUE(model.restored.empty());
+      std::vector<Answer> answers = host::cloud::takeAnswers();
+      ASSERT_EQ(answers.size(), 1u);
+      EXPECT_EQ(answers[0].kind, Answer::Kind::kRecordList);
+      EXPECT_FALSE(answers[0].success);
+      EXPECT_FALSE(answers[0].hadList);
+      EXPECT_EQ(serviceMessages(platform().log()), c.log);
+    }
+    // The empty list the model kept is freed with the library.
+    EXPECT_EQ(host::cloud::liveLists(), 0);
+    EXPECT_EQ(host::cloud::liveRecords(), 0);
+  }
+}
+
+TEST_F(RestoreModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
+  TestRestoreModel model(request_.get());
+  ASSERT_TRUE(model.run());
+  EXPECT_TRUE(host::cloud::callRestoreCompleted(false));
+  std::vector<std::pair<bool, void*>> seen;
+  model.setOnRestoreCompleted([&](bool success, void* userData) { seen.emplace_back(success, userData); });
+  ASSERT_TRUE(host::cloud::callRestoreCompleted(true));
+  ASSERT_EQ(seen.size(), 1u);
+  EXPECT_TRUE(seen[0].first);
+  EXPECT_EQ(seen[0].second, static_cast<RestoreModel*>(&model));
+}
+
+}  // namespace

@@ -1,0 +1,259 @@
+// The service's exchange classes against the emulated watch's apps, with every fault switch.
+#include <glib.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ExchangeSupport.h"
+#include "MvSvcWatchDataCollector.h"
+#include "MvSvcWatchDataTransferer.h"
+#include "emu/EmulatedWatch.h"
+#include "emu/SampleWatch.h"
+#include "host/LaunchOptions.h"
+
+namespace morvik_test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsSupersetOf;
+
+std::string base64(const std::string& bytes) {
+  g_autofree gchar* text =
+      g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size());
+  return text;
+}
+
+class WatchPeersTest : public PlatformFixture {
+ protected:
+  void TearDown() override {
+    delete collector_;
+    delete transferer_;
+    // The watch's apps live on the platform: the watch goes first.
+    watch_.reset();
+    PlatformFixture::TearDown();
+  }
+
+  // Makes the watch in the fixture's device directory with `faults` and boots it.
+  void boot(bool sample, const std::map<std::string, std::string>& faults = {}) {
+    std::string error;
+    ASSERT_TRUE(sample ? emu::createSampleWatch(deviceDir(), error)
+                       : emu::createBlankWatch(deviceDir(), error))
+        << error;
+    emu::DeviceProfile profile;
+    ASSERT_TRUE(profile.load(deviceDir(), error)) << error;
+    profile.faults = faults;
+    ASSERT_TRUE(profile.save(deviceDir(), error)) << error;
+    host::LaunchOptions options;
+    options.deviceDir = deviceDir();
+    watch_ = std::make_unique<emu::EmulatedWatch>();
+    ASSERT_TRUE(watch_->boot(platform(), options, error)) << error;
+  }
+
+  void collect(unsigned timeoutMs = MvSvcWatchDataCollector::kBackupFinishedTimeoutMs) {
+    collector_ = new MvSvcWatchDataCollector(timeoutMs);
+    collector_->setOnCollectCompleted([this](bool success, void* data) {
+      auto* collector = static_cast<MvSvcWatchDataCollector*>(data);
+      completions_.push_back(success);
+      results_ = collector->getResultDataList();
+      images_ = collector->getImageDataList();
+      delete collector;
+      collector_ = nullptr;
+    });
+    collector_->run();
+    ASSERT_TRUE(runLoopUntil([&] { return !completions_.empty(); }, 10));
+  }
+
+  // What a restore of the sample watch carries: both downloaded apps, a face, a watch app, a photo.
+  void transfer(unsigned storeTimeoutMs = MvSvcAppCtrlModel::kStoreReplyTimeoutMs) {
+    std::vector<WatchResultData> results = {
+        {"com.talvoro.face.mono", kWatchfaceService, "<face id=\"mono\"/>"},
+        {kPacetrail, kPacetrailService, "<pacetrail restored=\"yes\"/>"}};
+    std::vector<WatchImageData> images = {{"bg-new.jpg", "photo", base64("photo bytes")}};
+    std::vector<WatchResultData> downloads = {
+        {"com.indie.clock-tidal", "com.indie.clock-tidal", "downloaded"},
+        {"com.indie.clock-ember", "com.indie.clock-ember", "downloaded"}};
+    transferer_ = new MvSvcWatchDataTransferer(results, images, downloads, storeTimeoutMs);
+    transferer_->setOnTransferCompleted([this](bool success, void* data) {
+      completions_.push_back(success);
+      auto* transferer = static_cast<MvSvcWatchDataTransferer*>(data);
+      transferer->sendWatchIdleChangeMessage("com.talvoro.face.mono");
+      delete transferer;
+      transferer_ = nullptr;
+    });
+    transferer_->run();
+    // The peers apply what was sent once the main loop delivers it.
+    runLoopFor(0.2);
+  }
+
+  std::vector<std::string> finishAndReload(emu::DeviceProfile& profile) {
+    std::vector<std::string> lines = watch_->finish(platform(), host::RunOutcome());
+    std::string error;
+    EXPECT_TRUE(profile.load(deviceDir(), error)) << error;
+    return lines;
+  }
+
+  std::vector<std::string> pkgIds() const {
+    std::vector<std::string> ids;
+    for (const WatchResultData& entry : results_)
+      ids.push_back(entry.pkgId + " " + entry.svcId + " " +
+                    (entry.result == "downloaded" ? "downloaded" : "xml"));
+    return ids;
+  }
+
+  std::vector<std::string> logs() const {
+    return serviceMessages(const_cast<WatchPeersTest*>(this)->platform().log());
+  }
+
+  std::unique_ptr<emu::EmulatedWatch> watch_;
+  MvSvcWatchDataCollector* collector_ = nullptr;
+  MvSvcWatchDataTransferer* transferer_ = nullptr;
+  std::vector<bool> completions_;
+  std::vector<WatchResultData> results_;
+  std::vector<WatchImageData> images_;
+};
+
+TEST_F(WatchPeersTest, SampleWatchBackupGathersEveryFacePhotoAndApp) {
+  boot(true);
+  collect();
+  EXPECT_THAT(completions_, ElementsAre(true));
+  EXPECT_THAT(pkgIds(),
+              ElementsAre("com.indie.clock-tidal com.indie.clock-tidal downloaded",
+                          "com.indie.clock-ember com.indie.clock-ember downloaded",
+                          "com.talvoro.clock-orbitline com.talvoro.clock-orbitline.service xml",
+                          "com.talvoro.clock-pacetrail com.talvoro.clock-pacetrail.service xml",
+                          "com.talvoro.face.aurora com.talvoro.watchface-service xml",
+                          "com.talvoro.face.mono com.talvoro.watchface-service xml",
+                          "com.talvoro.face.nebula com.talvoro.watchface-service xml"));
+  const emu::DeviceProfile& profile = watch_->profile();
+  EXPECT_EQ(results_[2].result, profile.watchApps[0].resultXml);
+  EXPECT_EQ(results_[6].result, profile.faces[2].settings);
+  ASSERT_EQ(images_.size(), 2u);
+  for (size_t i = 0; i < images_.size(); ++i) {
+    EXPECT_EQ(images_[i].fileName, profile.images[i].fileName);
+    EXPECT_EQ(images_[i].bgType, profile.images[i].bgType);
+    EXPECT_EQ(images_[i].data, base64(readFile(deviceDir() + "/" + profile.images[i].path)));
+  }
+  emu::DeviceProfile saved;
+  EXPECT_THAT(finishAndReload(saved),
+              IsSupersetOf({"watchface sent 3 faces, 2 images",
+                            "watch app com.talvoro.clock-orbitline.service: 1 backup, 0 restore",
+                            "watch app com.talvoro.clock-pacetrail.service: 1 backup, 0 restore"}));
+}
+
+TEST_F(WatchPeersTest, BlankWatchRestoreInstallsAppliesAndIsWrittenBack) {
+  boot(false);
+  transfer();
+  EXPECT_THAT(completions_, ElementsAre(true));
+  const host::PackageInfo* tidal = platform().packages().findApp("com.indie.clock-tidal");
+  ASSERT_NE(tidal, nullptr);
+  EXPECT_FALSE(tidal->preload);
+  EXPECT_EQ(tidal->component, "watchapp");
+
+  emu::DeviceProfile saved;
+  EXPECT_THAT(
+      finishAndReload(saved),
+      IsSupersetOf({"watchface received 1 settings, 1 images, idle face com.talvoro.face.mono",
+                    "watch app com.talvoro.clock-pacetrail.service: 0 backup, 1 restore",
+                    "store     installed com.indie.clock-tidal, com.indie.clock-ember"}));
+  EXPECT_EQ(saved.config["file/private/com.talvoro.watchface/watchface_name"],
+            "com.talvoro.face.mono");
+  EXPECT_EQ(saved.config["db/pel/clocks_set_idle"], "com.talvoro.watchface");
+  ASSERT_EQ(saved.faces.size(), 1u);
+  EXPECT_EQ(saved.faces[0].settings, "<face id=\"mono\"/>");
+  ASSERT_EQ(saved.images.size(), 1u);
+  EXPECT_EQ(readFile(deviceDir() + "/" + saved.images[0].path), "photo bytes");
+  EXPECT_EQ(saved.watchApps[1].resultXml, "<pacetrail restored=\"yes\"/>");
+  EXPECT_TRUE(
+      std::any_of(saved.packages.begin(), saved.packages.end(), [](const host::PackageInfo& info) {
+        return info.pkgId == "com.indie.clock-ember" && !info.preload;
+      }));
+}
+
+TEST_F(WatchPeersTest, SampleWatchAlreadyHasItsDownloadedApps) {
+  boot(true);
+  transfer();
+  std::vector<std::string> lines = logs();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                       "E com.indie.clock-tidal package is already installed. Skip install"),
+            1);
+  EXPECT_EQ(platform().record().ofKind(host::BoundaryEvent::Kind::kAppControlSent).size(), 2u);
+}
+
+TEST_F(WatchPeersTest, WatchfaceSilentEndsTheCollectionWithFailure) {
+  boot(true, {{"watchface-silent", "on"}});
+  collect(100);
+  EXPECT_THAT(completions_, ElementsAre(false));
+  EXPECT_TRUE(images_.empty());
+}
+
+TEST_F(WatchPeersTest, WatchfaceFinishEarlyDoesNotCutTheRestoreShort) {
+  boot(false, {{"watchface-finish-early", "on"}});
+  transfer();
+  EXPECT_THAT(completions_, ElementsAre(true));
+  EXPECT_THAT(logs(), Contains("I Restore from watchface finished"));
+  // 3 store requests, restore_start, the face, the watch app, the photo, restore_finished, idle.
+  EXPECT_EQ(outgoing(platform()).size(), 9u);
+}
+
+TEST_F(WatchPeersTest, WatchappLateRepliesMissTheCollection) {
+  boot(true, {{"watchapp-late", "300"}});
+  collect();
+  EXPECT_EQ(results_.size(), 5u);  // downloaded apps and faces only
+  // The replies still come, to models that went with the collector.
+  EXPECT_TRUE(runLoopUntil(
+      [&] {
+        return platform().record().ofKind(host::BoundaryEvent::Kind::kAppControlReply).size() == 2;
+      },
+      5));
+}
+
+TEST_F(WatchPeersTest, WatchappMissingIsReportedAndKeptOnDisk) {
+  boot(true, {{"watchapp-missing", "on"}});
+  collect();
+  std::vector<std::string> lines = logs();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "E Failed to request backup app control"), 2);
+  EXPECT_EQ(results_.size(), 5u);
+  emu::DeviceProfile saved;
+  finishAndReload(saved);
+  EXPECT_TRUE(
+      std::any_of(saved.packages.begin(), saved.packages.end(),
+                  [](const host::PackageInfo& info) { return info.appId == kOrbitlineService; }));
+}
+
+TEST_F(WatchPeersTest, StoreSilentAndStoreErrorLeaveTheAppsOut) {
+  boot(false, {{"store-silent", "on"}});
+  transfer(50);
+  EXPECT_THAT(completions_, ElementsAre(true));
+  EXPECT_EQ(platform().packages().findApp("com.indie.clock-tidal"), nullptr);
+  std::vector<std::string> lines = logs();
+  EXPECT_EQ(
+      std::count(lines.begin(), lines.end(), "E No reply from com.talvoro.vendarosvc in 50 ms"), 3);
+}
+
+TEST_F(WatchPeersTest, StoreErrorIsLoggedWithItsText) {
+  boot(false, {{"store-error", "VENDARO_MESSAGE_RES_ERROR_NETWORK"}});
+  transfer();
+  std::vector<std::string> lines = logs();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                       "E request GUID = com.indie.clock-ember, result failed! errorMsg "
+                       "(VENDARO_MESSAGE_RES_ERROR_NETWORK)"),
+            1);
+  EXPECT_EQ(platform().packages().findApp("com.indie.clock-ember"), nullptr);
+}
+
+TEST_F(WatchPeersTest, ImageUnreadableGivesEmptyDataWithoutBlocking) {
+  boot(true, {{"image-unreadable", "on"}});
+  collect();
+  ASSERT_EQ(images_.size(), 2u);
+  EXPECT_EQ(images_[0].data, "");
+  EXPECT_NE(images_[1].data, "");
+}
+
+}  // namespace
+}  // namespace morvik_test
