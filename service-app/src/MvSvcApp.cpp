@@ -5,7 +5,10 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "MvSvcBackupModel.h"
 #include "MvSvcLog.h"
+#include "MvSvcRestoreModel.h"
+#include "MvSvcWatchDataCollector.h"
 
 namespace {
 
@@ -58,8 +61,11 @@ void MvSvcApp::onAppControl(app_control_h request, bool)
       free(operation);
       return;
     }
-    if (strcmp(operation, MVSVC_OPERATION_GET_BACKUP_INFO) == 0)
+    if (strcmp(operation, MVSVC_OPERATION_GET_BACKUP_INFO) == 0) {
+      // Kept like a backup request, so that the exchange's reply reaches the requester.
+      _storeRequest(request);
       _startBackup(MVSVC_OPERATION_GET_BACKUP_INFO);
+    }
     free(operation);
   }
 
@@ -76,17 +82,39 @@ void MvSvcApp::onAppControl(app_control_h request, bool)
 void MvSvcApp::_startCollection(app_control_h request)
 {
   _storeRequest(request);
-  MVSVC_LOGI("Backup requested: watch data collection is not available yet");
+  MvSvcWatchDataCollector* collector = new MvSvcWatchDataCollector();
+  collector->setOnCollectCompleted([this](bool success, void* userData) {
+    MvSvcWatchDataCollector* done = static_cast<MvSvcWatchDataCollector*>(userData);
+    if (success && done) {
+      _resultDataList = done->getResultDataList();
+      _imageDataList = done->getImageDataList();
+      _startBackup(MVSVC_OPERATION_BACKUP);
+    } else {
+      MVSVC_LOGE("Failed to collect watch backup data");
+    }
+    delete done;
+  });
+  collector->run();
 }
 
 void MvSvcApp::_startBackup(const char* operation)
 {
-  MVSVC_LOGI("Cloud backup exchange [%s] is not available yet", operation);
+  MvSvcBackupModel* model = new MvSvcBackupModel(_request, _resultDataList, _imageDataList);
+  model->setOnBackupCompleted([](bool, void* userData) {
+    delete static_cast<MvSvcBackupModel*>(userData);
+    service_app_exit();
+  });
+  model->run(operation);
 }
 
-void MvSvcApp::_startRestore(app_control_h)
+void MvSvcApp::_startRestore(app_control_h request)
 {
-  MVSVC_LOGI("Restore requested: cloud restore exchange is not available yet");
+  MvSvcRestoreModel* model = new MvSvcRestoreModel(request);
+  model->setOnRestoreCompleted([](bool, void* userData) {
+    delete static_cast<MvSvcRestoreModel*>(userData);
+    service_app_exit();
+  });
+  model->run();
 }
 
 // An earlier clone is released first: only the latest request is answered.

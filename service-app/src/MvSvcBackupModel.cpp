@@ -1,0 +1,64 @@
+#include "MvSvcBackupModel.h"
+
+#include <stdlib.h>
+#include <vconf.h>
+
+#include <memory>
+
+#include "MvSvcJsonBuilder.h"
+#include "MvSvcLog.h"
+
+namespace {
+
+const char* const kWatchMainKey = "db/pel/clocks_set_idle";
+const char* const kWatchSubKey = "file/private/com.talvoro.watchface/watchface_name";
+
+// The key's value, or "" when it cannot be read.
+std::string readConfig(const char* key)
+{
+  char* value = vconf_get_str(key);
+  std::string text = value ? value : "";
+  free(value);
+  return text;
+}
+
+}  // namespace
+
+MvSvcBackupModel::MvSvcBackupModel(app_control_h request,
+                                   std::vector<WatchResultData>& resultDataList,
+                                   std::vector<WatchImageData>& imageDataList)
+    : BackupModel(request, 1),
+      _resultDataList(std::move(resultDataList)),
+      _imageDataList(std::move(imageDataList))
+{
+  resultDataList.clear();
+  imageDataList.clear();
+}
+
+MvSvcBackupModel::~MvSvcBackupModel() = default;
+
+std::string MvSvcBackupModel::getKeyStr()
+{
+  return std::string();
+}
+
+std::string MvSvcBackupModel::getJsonStr(unsigned int)
+{
+  std::unique_ptr<MvSvcJsonBuilder> builder(new MvSvcJsonBuilder());
+
+  std::string mainKey = readConfig(kWatchMainKey);
+  if (mainKey.empty())
+    MVSVC_LOGE("Failed to get watch main vconf key");
+  std::string subKey = readConfig(kWatchSubKey);
+  if (subKey.empty())
+    MVSVC_LOGE("Failed to get watch sub key");
+
+  builder->addStringMember("watch_main_key", mainKey);
+  builder->addStringMember("watch_sub_key", subKey);
+  builder->addResultXmls(_resultDataList);
+  builder->addMyPhotos(_imageDataList);
+
+  std::string text;
+  builder->getJsonMessage(text);
+  return text;
+}

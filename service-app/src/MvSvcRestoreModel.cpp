@@ -1,0 +1,63 @@
+#include "MvSvcRestoreModel.h"
+
+#include <vconf.h>
+
+#include <memory>
+
+#include "MvSvcJsonParser.h"
+#include "MvSvcLog.h"
+#include "MvSvcWatchDataTransferer.h"
+
+namespace {
+
+const char* const kRecordKey = "key";
+const char* const kWatchMainKey = "db/pel/clocks_set_idle";
+
+}  // namespace
+
+MvSvcRestoreModel::MvSvcRestoreModel(app_control_h request) : RestoreModel(request) {}
+
+MvSvcRestoreModel::~MvSvcRestoreModel() = default;
+
+std::string MvSvcRestoreModel::restoreRecord(int, const char* value)
+{
+  // A record without a readable value has nothing to restore.
+  if (!value) {
+    MVSVC_LOGE("Restored record has no value");
+    return kRecordKey;
+  }
+
+  std::unique_ptr<MvSvcJsonParser> parser(new MvSvcJsonParser(value));
+  parser->getStringValue("watch_main_key", _mainKey);
+  parser->getStringValue("watch_sub_key", _subKey);
+  _resultRestoreList = std::move(parser->getResultRestoreList());
+  _imageRestoreList = std::move(parser->getImageRestoreList());
+  _downloadList = std::move(parser->getDownloadList());
+  parser.reset();
+
+  doRestore();
+  return kRecordKey;
+}
+
+void MvSvcRestoreModel::doRestore()
+{
+  MvSvcWatchDataTransferer* transferer =
+      new MvSvcWatchDataTransferer(_resultRestoreList, _imageRestoreList, _downloadList);
+  transferer->setOnTransferCompleted([this](bool success, void* userData) {
+    MvSvcWatchDataTransferer* done = static_cast<MvSvcWatchDataTransferer*>(userData);
+    if (!success) {
+      MVSVC_LOGE("Restore failed. Do not write watch main and sub key");
+    } else if (_mainKey.empty()) {
+      MVSVC_LOGE("Restored mainkey string is nullptr");
+    } else if (_mainKey == MVSVC_WATCHFACE_APP_ID) {
+      if (_subKey.empty())
+        MVSVC_LOGE("Restored subkey string is nullptr");
+      else if (done)
+        done->sendWatchIdleChangeMessage(_subKey.c_str());
+    } else if (vconf_set_str(kWatchMainKey, _mainKey.c_str()) != 0) {
+      MVSVC_LOGE("Failed to write main vconf key");
+    }
+    delete done;
+  });
+  transferer->run();
+}
