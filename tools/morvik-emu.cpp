@@ -14,6 +14,7 @@
 #include "emu/DeviceProfile.h"
 #include "emu/FaultSwitches.h"
 #include "emu/SampleWatch.h"
+#include "emu/WatchDiff.h"
 
 namespace {
 
@@ -22,6 +23,7 @@ const int kStatusUsage = 2;
 const char* const kUsage =
     "usage: morvik-emu init DIR --sample|--blank   make a watch in DIR\n"
     "       morvik-emu show DIR                    print the watch's setup\n"
+    "       morvik-emu diff DIR1 DIR2              compare two watches' setups (1: they differ)\n"
     "       morvik-emu fault DIR NAME[=VALUE]       set a fault switch on the watch\n"
     "       morvik-emu fault DIR clear [NAME]       clear one switch, or all\n"
     "       morvik-emu fault DIR list               list the switches, and which are set\n"
@@ -152,6 +154,20 @@ int fault(const std::vector<std::string>& args) {
   if (!profile.save(deviceDir, error))
     return fail(error);
   return 0;
+}
+
+int diff(const std::vector<std::string>& args) {
+  if (args.size() != 2)
+    return fail("diff needs DIR1 and DIR2");
+  std::vector<std::string> differences;
+  std::string error;
+  if (!emu::diffWatches(args[0], args[1], differences, error))
+    return fail(error);
+  if (differences.empty())
+    printf("same setup\n");
+  for (const std::string& difference : differences)
+    printf("%s\n", difference.c_str());
+  return differences.empty() ? 0 : 1;
 }
 
 bool isDirectory(const std::string& dir) {
@@ -300,6 +316,8 @@ int main(int argc, char* argv[]) {
     return init(args);
   if (command == "fault")
     return fault(args);
+  if (command == "diff")
+    return diff(args);
   if (command == "sets")
     return sets(args);
   if (command == "export")
