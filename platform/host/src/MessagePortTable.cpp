@@ -30,4 +30,11 @@ const MessagePortTable::Port* MessagePortTable::findByName(const std::string& na
   return it == ports_.end() ? nullptr : &it->second;
 }
 
+std::vector<std::string> MessagePortTable::names() const {
+  std::vector<std::string> result;
+  for (const auto& port : ports_)
+    result.push_back(port.first);
+  return result;
+}
+
 }  // namespace host

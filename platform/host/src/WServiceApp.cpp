@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,35 @@ const char* resultName(int result) {
   }
 }
 
+// What a run that did not end by itself was still waiting for, read off the boundary record.
+void printWaits(host::Platform& platform) {
+  using Kind = host::BoundaryEvent::Kind;
+  std::map<std::string, int> unanswered;
+  std::map<std::string, int> pendingReplies;
+  for (const host::BoundaryEvent& event : platform.record().events()) {
+    if (event.kind == Kind::kLaunchRequest)
+      ++unanswered[event.name];
+    else if (event.kind == Kind::kReplyToLauncher)
+      --unanswered[event.name];
+    else if (event.kind == Kind::kAppControlSent && event.code == APP_CONTROL_ERROR_NONE)
+      ++pendingReplies[event.peer];
+    else if (event.kind == Kind::kAppControlReply)
+      --pendingReplies[event.peer];
+  }
+  for (const auto& request : unanswered) {
+    if (request.second > 0)
+      printf("waiting   the launch request %s was never answered\n",
+             request.first.empty() ? "(no operation)" : request.first.c_str());
+  }
+  for (const auto& peer : pendingReplies) {
+    if (peer.second > 0)
+      printf("waiting   %d app-control repl%s from %s\n", peer.second,
+             peer.second == 1 ? "y" : "ies", peer.first.c_str());
+  }
+  for (const std::string& port : platform.ports().names())
+    printf("waiting   messages on the local port %s\n", port.c_str());
+}
+
 void printSummary(host::Platform& platform, const host::LaunchOptions& options,
                   const host::RunOutcome& outcome, const std::vector<std::string>& deviceLines) {
   using Kind = host::BoundaryEvent::Kind;
@@ -77,6 +107,8 @@ void printSummary(host::Platform& platform, const host::LaunchOptions& options,
     printf("reply     at %6.2f s: %s\n", event.at, resultName(event.code));
   for (const std::string& line : deviceLines)
     printf("%s\n", line.c_str());
+  if (!outcome.endedBySelf)
+    printWaits(platform);
   if (outcome.endedBySelf)
     printf("ended     by the service itself at %.2f s (exit status %d)\n", outcome.endedAt,
            kStatusEndedBySelf);

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace host {
 
@@ -24,6 +25,7 @@ class MessagePortTable {
   bool unregisterPort(int id);
   const Port* findByName(const std::string& name) const;
   size_t size() const { return ports_.size(); }
+  std::vector<std::string> names() const;
 
  private:
   std::map<std::string, Port> ports_;
