@@ -6,62 +6,26 @@
 #include <string>
 #include <vector>
 
+#include "ProcessRun.h"
 #include "TempDir.h"
 
 namespace {
 
-struct ProcessResult {
-  int status = -1;
-  std::string out;
-  std::string err;
-  double seconds = 0;
-};
-
-ProcessResult spawn(std::vector<std::string> args) {
-  std::vector<char*> argv;
-  for (std::string& arg : args)
-    argv.push_back(&arg[0]);
-  argv.push_back(nullptr);
-  ProcessResult run;
-  g_autofree char* out = nullptr;
-  g_autofree char* err = nullptr;
-  gint waitStatus = 0;
-  g_autoptr(GError) error = nullptr;
-  const gint64 start = g_get_monotonic_time();
-  if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
-                    &waitStatus, &error)) {
-    ADD_FAILURE() << error->message;
-    return run;
-  }
-  run.seconds = static_cast<double>(g_get_monotonic_time() - start) / G_USEC_PER_SEC;
-  run.out = out;
-  run.err = err;
-  run.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
-  return run;
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  g_auto(GStrv) split = g_strsplit(text.c_str(), "\n", -1);
-  for (char** line = split; *line; ++line) {
-    if (**line)
-      lines.push_back(*line);
-  }
-  return lines;
-}
+using morvik_test::linesOf;
+using morvik_test::ProcessResult;
 
 class CliTest : public ::testing::Test {
  protected:
 
   void makeSampleWatch() {
-    ProcessResult made = spawn({MORVIK_EMU_BIN, "init", device_, "--sample"});
+    ProcessResult made = morvik_test::runProcess({MORVIK_EMU_BIN, "init", device_, "--sample"});
     ASSERT_EQ(made.status, 0) << made.err;
   }
 
   ProcessResult service(std::vector<std::string> extra) {
     std::vector<std::string> args{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_};
     args.insert(args.end(), extra.begin(), extra.end());
-    return spawn(args);
+    return morvik_test::runProcess(args);
   }
 
   morvik_test::TempDir temp_;
@@ -133,26 +97,26 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.reason);
-    ProcessResult run = spawn(c.args);
+    ProcessResult run = morvik_test::runProcess(c.args);
     EXPECT_EQ(run.status, 2);
     std::vector<std::string> lines = linesOf(run.err);
     ASSERT_EQ(lines.size(), 1u) << run.err;
     EXPECT_NE(lines[0].find(c.reason), std::string::npos) << lines[0];
     EXPECT_EQ(run.out, "");
   }
-  ProcessResult help = spawn({MORVIK_SERVICE_BIN, "--help"});
+  ProcessResult help = morvik_test::runProcess({MORVIK_SERVICE_BIN, "--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_NE(help.out.find("--then SECONDS"), std::string::npos);
 }
 
 TEST_F(CliTest, EmuMakesAndShowsWatchesAndRefusesToOverwriteOne) {
   makeSampleWatch();
-  ProcessResult shown = spawn({MORVIK_EMU_BIN, "show", device_});
+  ProcessResult shown = morvik_test::runProcess({MORVIK_EMU_BIN, "show", device_});
   EXPECT_EQ(shown.status, 0) << shown.err;
   EXPECT_NE(shown.out.find("idle clock  com.talvoro.watchface"), std::string::npos) << shown.out;
   EXPECT_NE(shown.out.find("com.indie.clock-tidal"), std::string::npos);
 
-  ProcessResult again = spawn({MORVIK_EMU_BIN, "init", device_, "--blank"});
+  ProcessResult again = morvik_test::runProcess({MORVIK_EMU_BIN, "init", device_, "--blank"});
   EXPECT_EQ(again.status, 2);
   EXPECT_EQ(again.err, "morvik-emu: '" + device_ + "' already holds a watch\n");
 
@@ -161,7 +125,7 @@ TEST_F(CliTest, EmuMakesAndShowsWatchesAndRefusesToOverwriteOne) {
            {MORVIK_EMU_BIN, "show", root_ + "/absent"},
            {MORVIK_EMU_BIN, "launch"},
        }) {
-    ProcessResult bad = spawn(args);
+    ProcessResult bad = morvik_test::runProcess(args);
     EXPECT_NE(bad.status, 0);
     EXPECT_EQ(linesOf(bad.err).size(), 1u) << bad.err;
   }

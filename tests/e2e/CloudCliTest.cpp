@@ -5,36 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "ProcessRun.h"
 #include "TempDir.h"
 
 namespace {
 
-struct EmuRun {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
+using EmuRun = morvik_test::ProcessResult;
 
 EmuRun emu(std::vector<std::string> args) {
-  args.insert(args.begin(), MORVIK_EMU_BIN);
-  std::vector<char*> argv;
-  for (std::string& arg : args)
-    argv.push_back(&arg[0]);
-  argv.push_back(nullptr);
-  EmuRun run;
-  g_autofree char* out = nullptr;
-  g_autofree char* err = nullptr;
-  gint waitStatus = 0;
-  g_autoptr(GError) error = nullptr;
-  if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
-                    &waitStatus, &error)) {
-    ADD_FAILURE() << error->message;
-    return run;
-  }
-  run.out = out;
-  run.err = err;
-  run.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
-  return run;
+  return morvik_test::runEmu(std::move(args));
 }
 
 // A failure in the documented shape: a non-zero status and one line on stderr naming `reason`.
