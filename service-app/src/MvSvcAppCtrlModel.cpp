@@ -29,16 +29,6 @@ std::map<uintptr_t, MvSvcAppCtrlModel*>& liveModels() {
 
 uintptr_t g_lastSerial = 0;
 
-// A copy of an extra that the caller frees with free(), or null when it cannot be read.
-char* readExtra(app_control_h handle, const char* key) {
-  char* value = nullptr;
-  if (app_control_get_extra_data(handle, key, &value) != APP_CONTROL_ERROR_NONE) {
-    MVSVC_LOGE("app_control_get_extra_data() failed");
-    return nullptr;
-  }
-  return value;
-}
-
 }  // namespace
 
 MvSvcAppCtrlModel::MvSvcAppCtrlModel(const char* pkgId,
@@ -73,13 +63,19 @@ void MvSvcAppCtrlModel::setOnAppCtrlRequestReplyCb(MvSvcCompletionCb callback) {
 
 void MvSvcAppCtrlModel::requestBackup() {
   app_control_set_operation(_appControl, kOperationBackup);
-  _sendAppRequest(_backupAppCtrlReplyCb);
+  if (!_sendAppRequest(_backupAppCtrlReplyCb)) {
+    MVSVC_LOGE("Failed to launch %s app", _serviceId.c_str());
+    _reply(false);
+  }
 }
 
 void MvSvcAppCtrlModel::requestRestore(const char* xml) {
   app_control_set_operation(_appControl, kOperationRestore);
   app_control_add_extra_data(_appControl, kKeyResultXml, xml);
-  _sendAppRequest(_restoreAppCtrlReplyCb);
+  if (!_sendAppRequest(_restoreAppCtrlReplyCb)) {
+    MVSVC_LOGE("Failed to launch %s app", _serviceId.c_str());
+    _reply(false);
+  }
 }
 
 void MvSvcAppCtrlModel::requestPrepareInstall() {
@@ -90,8 +86,15 @@ void MvSvcAppCtrlModel::requestPrepareInstall() {
     _reply(false);
     return;
   }
-  if (!_sendStoreRequest(_prepareInstallReplyCb))
+  const StoreSend sent = _sendStoreRequest(_prepareInstallReplyCb);
+  if (sent != StoreSend::kSent) {
+    if (sent == StoreSend::kSendFailed)
+      MVSVC_LOGE("app_control_send_launch_request() failed");
+    else
+      MVSVC_LOGE("app_control_destroy() failed");
+    _reply(false);
     return;
+  }
   _waitForStoreReply();
   _reply(_isReplySucceeded);
 }
@@ -106,39 +109,36 @@ void MvSvcAppCtrlModel::requestWatchInstall() {
     _reply(false);
     return;
   }
-  if (!_sendStoreRequest(_watchInstallReplyCb))
+  const StoreSend sent = _sendStoreRequest(_watchInstallReplyCb);
+  if (sent != StoreSend::kSent) {
+    if (sent == StoreSend::kSendFailed)
+      MVSVC_LOGE("app_control_send_launch_request() failed");
+    else
+      MVSVC_LOGE("app_control_destroy() failed");
+    _reply(false);
     return;
+  }
   _waitForStoreReply();
   _reply(_isReplySucceeded);
 }
 
-void MvSvcAppCtrlModel::_sendAppRequest(app_control_reply_cb callback) {
+// The handle goes in every case, before the caller reports, which may destroy this model.
+bool MvSvcAppCtrlModel::_sendAppRequest(app_control_reply_cb callback) {
   const int result =
       app_control_send_launch_request(_appControl, callback, reinterpret_cast<void*>(_serial));
-  // The handle goes before the callback, which may destroy this model.
   _destroyAppControl();
-  if (result != APP_CONTROL_ERROR_NONE) {
-    MVSVC_LOGE("Failed to launch %s app", _serviceId.c_str());
-    _reply(false);
-  }
+  return result == APP_CONTROL_ERROR_NONE;
 }
 
-bool MvSvcAppCtrlModel::_sendStoreRequest(app_control_reply_cb callback) {
+MvSvcAppCtrlModel::StoreSend MvSvcAppCtrlModel::_sendStoreRequest(app_control_reply_cb callback) {
   if (app_control_send_launch_request(_appControl, callback, reinterpret_cast<void*>(_serial)) !=
       APP_CONTROL_ERROR_NONE) {
-    MVSVC_LOGE("app_control_send_launch_request() failed");
     _destroyAppControl();
-    _reply(false);
-    return false;
+    return StoreSend::kSendFailed;
   }
   const int destroyed = app_control_destroy(_appControl);
   _appControl = nullptr;
-  if (destroyed != APP_CONTROL_ERROR_NONE) {
-    MVSVC_LOGE("app_control_destroy() failed");
-    _reply(false);
-    return false;
-  }
-  return true;
+  return destroyed == APP_CONTROL_ERROR_NONE ? StoreSend::kSent : StoreSend::kDestroyFailed;
 }
 
 void MvSvcAppCtrlModel::_waitForStoreReply() {
@@ -215,7 +215,9 @@ void MvSvcAppCtrlModel::_prepareInstallReplyCb(app_control_h,
   if (!model)
     return;
   model->_isReplySucceeded = false;
-  char* errorMsg = readExtra(reply, kKeyErrorMsg);
+  char* errorMsg = nullptr;
+  if (app_control_get_extra_data(reply, kKeyErrorMsg, &errorMsg) != APP_CONTROL_ERROR_NONE)
+    MVSVC_LOGE("app_control_get_extra_data() failed");
   if (result == APP_CONTROL_RESULT_SUCCEEDED)
     model->_isReplySucceeded = true;
   else
@@ -233,8 +235,12 @@ void MvSvcAppCtrlModel::_watchInstallReplyCb(app_control_h request,
   if (!model)
     return;
   model->_isReplySucceeded = false;
-  char* guid = readExtra(request, kKeyGuid);
-  char* errorMsg = readExtra(reply, kKeyErrorMsg);
+  char* guid = nullptr;
+  if (app_control_get_extra_data(request, kKeyGuid, &guid) != APP_CONTROL_ERROR_NONE)
+    MVSVC_LOGE("app_control_get_extra_data() failed");
+  char* errorMsg = nullptr;
+  if (app_control_get_extra_data(reply, kKeyErrorMsg, &errorMsg) != APP_CONTROL_ERROR_NONE)
+    MVSVC_LOGE("app_control_get_extra_data() failed");
   if (result == APP_CONTROL_RESULT_SUCCEEDED) {
     if (guid)
       model->_isReplySucceeded = true;

@@ -98,6 +98,10 @@ TEST_F(AppCtrlModelTest, FailedLaunchReportsAtOnceWithTheHandleAlreadyReleased) 
   EXPECT_EQ(handlesAtCallback, handlesBefore);
   EXPECT_EQ(host::liveAppControlCount(), handlesBefore);
   EXPECT_THAT(logs(), ElementsAre("E Failed to launch com.example.gone.service app"));
+  // The line names the request that failed.
+  morvik_test::ServiceLogLine line;
+  ASSERT_TRUE(morvik_test::parseServiceLogLine(platform().log().lines().back(), line));
+  EXPECT_EQ(line.function, "requestBackup");
 }
 
 TEST_F(AppCtrlModelTest, FailedStoreRequestReportsAtOnceAndReleasesItsHandle) {
@@ -112,6 +116,9 @@ TEST_F(AppCtrlModelTest, FailedStoreRequestReportsAtOnceAndReleasesItsHandle) {
   }
   EXPECT_THAT(verdicts.values, ElementsAre(false));
   EXPECT_THAT(logs(), ElementsAre("E app_control_send_launch_request() failed"));
+  morvik_test::ServiceLogLine line;
+  ASSERT_TRUE(morvik_test::parseServiceLogLine(platform().log().lines().back(), line));
+  EXPECT_EQ(line.function, "requestWatchInstall");
   EXPECT_TRUE(store_->requests.empty());
 }
 
