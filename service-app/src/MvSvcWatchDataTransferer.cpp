@@ -98,8 +98,8 @@ void MvSvcWatchDataTransferer::run() {
 }
 
 void MvSvcWatchDataTransferer::sendWatchIdleChangeMessage(const char* pkgId) {
-  _sendMessage(
-      {{"operation", kOperationRestore}, {"type", "watch-idle-changed"}, {"pkgid", pkgId}});
+  _sendMessage(__func__,
+               {{"operation", kOperationRestore}, {"type", "watch-idle-changed"}, {"pkgid", pkgId}});
 }
 
 int MvSvcWatchDataTransferer::_registerMessagePort() {
@@ -265,37 +265,37 @@ bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::
 }
 
 void MvSvcWatchDataTransferer::_sendMessagePortMessage(const char* key, const char* value) {
-  _sendMessage({{key, value}});
+  _sendMessage(__func__, {{key, value}});
 }
 
 void MvSvcWatchDataTransferer::_sendRestoreRequestMessagePort(WatchResultData& entry) {
-  _sendMessage({{"operation", kOperationRestore},
-                {"type", "watch"},
-                {"pkgid", entry.pkgId.c_str()},
-                {"result_xml", entry.result.c_str()}});
+  _sendMessage(__func__, {{"operation", kOperationRestore},
+                          {"type", "watch"},
+                          {"pkgid", entry.pkgId.c_str()},
+                          {"result_xml", entry.result.c_str()}});
 }
 
 void MvSvcWatchDataTransferer::_sendRestoreRequestMessagePort(WatchImageData& image,
                                                               std::string& filePath) {
-  _sendMessage({{"operation", kOperationRestore},
-                {"type", "image"},
-                {"bg_type", image.bgType.c_str()},
-                {"file_path", filePath.c_str()},
-                {"file_name", image.fileName.c_str()}});
+  _sendMessage(__func__, {{"operation", kOperationRestore},
+                          {"type", "image"},
+                          {"bg_type", image.bgType.c_str()},
+                          {"file_path", filePath.c_str()},
+                          {"file_name", image.fileName.c_str()}});
 }
 
 void MvSvcWatchDataTransferer::_sendMessage(
-    std::initializer_list<std::pair<const char*, const char*>> entries) {
+    const char* caller, std::initializer_list<std::pair<const char*, const char*>> entries) {
   bundle* message = bundle_create();
   if (!message) {
-    MVSVC_LOGE("Failed to create bundle");
+    MVSVC_LOGE_FOR(caller, "Failed to create bundle");
     return;
   }
   for (const auto& entry : entries)
     bundle_add_str(message, entry.first, entry.second);
   if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort, message) !=
       MESSAGE_PORT_ERROR_NONE)
-    MVSVC_LOGE("Failed to send message port message");
+    MVSVC_LOGE_FOR(caller, "Failed to send message port message");
   bundle_free(message);
 }
 

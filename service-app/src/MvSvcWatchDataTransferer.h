@@ -49,8 +49,10 @@ class MvSvcWatchDataTransferer {
   void _sendRestoreRequestMessagePort(WatchResultData& entry);
   void _sendRestoreRequestMessagePort(WatchImageData& image, std::string& filePath);
 
-  // Sends one message to the watch face service, its keys in the given order.
-  void _sendMessage(std::initializer_list<std::pair<const char*, const char*>> entries);
+  // Sends one message to the watch face service, its keys in the given order; failures are
+  // logged as the calling member's.
+  void _sendMessage(const char* caller,
+                    std::initializer_list<std::pair<const char*, const char*>> entries);
   void _releaseModel(void* model);
   void _complete();
 

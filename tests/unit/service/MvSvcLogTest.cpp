@@ -46,6 +46,14 @@ TEST_F(MvSvcLogTest, InformationLineIsGreenAndLambdasShowOperatorCall) {
                              ") > \x1b[0;32mvalue : 100% {\"a\"}\x1b[0;m");
 }
 
+TEST_F(MvSvcLogTest, SharedStepsLogInTheNameOfTheirCaller) {
+  MVSVC_LOGE_FOR("_sendMessagePortMessage", "Failed to send message port message");
+  const int line = __LINE__ - 1;
+  EXPECT_EQ(onlyLine().text, "MvSvcLogTest.cpp: _sendMessagePortMessage(" + std::to_string(line) +
+                                 ") > \x1b[0;31m* Critical * Failed to send message port message"
+                                 "\x1b[0;m");
+}
+
 TEST_F(MvSvcLogTest, AssertionThatHoldsLogsNothing) {
   int value = 1;
   int* request = &value;
