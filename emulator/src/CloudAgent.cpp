@@ -1,6 +1,7 @@
 #include "emu/CloudAgent.h"
 
 #include <glib.h>
+#include <json-glib/json-glib.h>
 #include <time.h>
 
 #include <cstdlib>
@@ -15,6 +16,45 @@ using host::CloudRecord;
 using host::cloud::Answer;
 
 namespace {
+
+// What a backup document holds, for the summary: faces, watch apps, downloaded apps, photos.
+std::string describeDocument(const std::string& document) {
+  g_autoptr(JsonParser) parser = json_parser_new();
+  if (!json_parser_load_from_data(parser, document.data(), static_cast<gssize>(document.size()),
+                                  nullptr))
+    return "not a JSON document";
+  JsonNode* root = json_parser_get_root(parser);
+  if (!root || !JSON_NODE_HOLDS_OBJECT(root))
+    return "not a JSON object";
+  JsonObject* object = json_node_get_object(root);
+  int faces = 0;
+  int watchApps = 0;
+  int downloaded = 0;
+  int photos = 0;
+  JsonNode* items = json_object_get_member(object, "watch_items");
+  if (items && JSON_NODE_HOLDS_ARRAY(items)) {
+    JsonArray* array = json_node_get_array(items);
+    for (guint i = 0; i < json_array_get_length(array); ++i) {
+      JsonNode* item = json_array_get_element(array, i);
+      if (!JSON_NODE_HOLDS_OBJECT(item))
+        continue;
+      JsonObject* entry = json_node_get_object(item);
+      const char* svcId = json_object_get_string_member_with_default(entry, "svcid", "");
+      const char* result = json_object_get_string_member_with_default(entry, "result", "");
+      if (g_strcmp0(result, "downloaded") == 0)
+        ++downloaded;
+      else if (g_strcmp0(svcId, "com.talvoro.watchface-service") == 0)
+        ++faces;
+      else
+        ++watchApps;
+    }
+  }
+  JsonNode* images = json_object_get_member(object, "watch_custom_bg");
+  if (images && JSON_NODE_HOLDS_ARRAY(images))
+    photos = static_cast<int>(json_array_get_length(json_node_get_array(images)));
+  return std::to_string(faces) + " faces, " + std::to_string(watchApps) + " watch apps, " +
+         std::to_string(downloaded) + " downloaded apps, " + std::to_string(photos) + " photos";
+}
 
 // The vendor's app gives up on an answer after this long.
 const unsigned kAnswerTimeoutMs = 10000;
@@ -336,9 +376,12 @@ void CloudAgent::backupComplete(Exchange& exchange) {
   size_t bytes = 0;
   for (const CloudRecord& record : exchange.uploaded)
     bytes += record.value->size();
-  succeed(exchange, "backup stored as set " + std::to_string(id) + " (" +
+  std::string outcome = "backup stored as set " + std::to_string(id) + " (" +
                         records(exchange.uploaded.size()) + ", " + std::to_string(bytes) +
-                        " bytes of value)");
+                        " bytes of value)";
+  for (const CloudRecord& record : exchange.uploaded)
+    outcome += "\ncloud     document: " + describeDocument(*record.value);
+  succeed(exchange, outcome);
 }
 
 void CloudAgent::restorePrepare(Exchange& exchange) {
