@@ -86,17 +86,7 @@ void MvSvcAppCtrlModel::requestPrepareInstall() {
     _reply(false);
     return;
   }
-  const StoreSend sent = _sendStoreRequest(_prepareInstallReplyCb);
-  if (sent != StoreSend::kSent) {
-    if (sent == StoreSend::kSendFailed)
-      MVSVC_LOGE("app_control_send_launch_request() failed");
-    else
-      MVSVC_LOGE("app_control_destroy() failed");
-    _reply(false);
-    return;
-  }
-  _waitForStoreReply();
-  _reply(_isReplySucceeded);
+  _requestStore(__func__, _prepareInstallReplyCb);
 }
 
 void MvSvcAppCtrlModel::requestWatchInstall() {
@@ -109,17 +99,7 @@ void MvSvcAppCtrlModel::requestWatchInstall() {
     _reply(false);
     return;
   }
-  const StoreSend sent = _sendStoreRequest(_watchInstallReplyCb);
-  if (sent != StoreSend::kSent) {
-    if (sent == StoreSend::kSendFailed)
-      MVSVC_LOGE("app_control_send_launch_request() failed");
-    else
-      MVSVC_LOGE("app_control_destroy() failed");
-    _reply(false);
-    return;
-  }
-  _waitForStoreReply();
-  _reply(_isReplySucceeded);
+  _requestStore(__func__, _watchInstallReplyCb);
 }
 
 // The handle goes in every case, before the caller reports, which may destroy this model.
@@ -130,15 +110,25 @@ bool MvSvcAppCtrlModel::_sendAppRequest(app_control_reply_cb callback) {
   return result == APP_CONTROL_ERROR_NONE;
 }
 
-MvSvcAppCtrlModel::StoreSend MvSvcAppCtrlModel::_sendStoreRequest(app_control_reply_cb callback) {
+// Sends a prepared store request, waits for the verdict and reports it; failures are logged as
+// the requesting member's.
+void MvSvcAppCtrlModel::_requestStore(const char* caller, app_control_reply_cb callback) {
   if (app_control_send_launch_request(_appControl, callback, reinterpret_cast<void*>(_serial)) !=
       APP_CONTROL_ERROR_NONE) {
+    MVSVC_LOGE_FOR(caller, "app_control_send_launch_request() failed");
     _destroyAppControl();
-    return StoreSend::kSendFailed;
+    _reply(false);
+    return;
   }
   const int destroyed = app_control_destroy(_appControl);
   _appControl = nullptr;
-  return destroyed == APP_CONTROL_ERROR_NONE ? StoreSend::kSent : StoreSend::kDestroyFailed;
+  if (destroyed != APP_CONTROL_ERROR_NONE) {
+    MVSVC_LOGE_FOR(caller, "app_control_destroy() failed");
+    _reply(false);
+    return;
+  }
+  _waitForStoreReply();
+  _reply(_isReplySucceeded);
 }
 
 void MvSvcAppCtrlModel::_waitForStoreReply() {

@@ -57,11 +57,8 @@ class MvSvcAppCtrlModel {
   // The live model that a reply's user data names, or null once that model is gone.
   static MvSvcAppCtrlModel* _liveModel(void* userData);
 
-  // Which step of sending a store request failed, if one did.
-  enum class StoreSend { kSent, kSendFailed, kDestroyFailed };
-
   bool _sendAppRequest(app_control_reply_cb callback);
-  StoreSend _sendStoreRequest(app_control_reply_cb callback);
+  void _requestStore(const char* caller, app_control_reply_cb callback);
   void _waitForStoreReply();
   void _destroyAppControl();
   void _reply(bool success);
