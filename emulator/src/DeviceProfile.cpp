@@ -84,6 +84,20 @@ class ObjectReader {
   std::string& error_;
 };
 
+// json-glib quotes the offending text in its messages, line breaks included.
+std::string oneLine(const char* message) {
+  std::string line;
+  for (const char* c = message; *c; ++c) {
+    if (*c == '\n')
+      line += "\\n";
+    else if (static_cast<unsigned char>(*c) < 0x20)
+      line += ' ';
+    else
+      line += *c;
+  }
+  return line;
+}
+
 void addStringMember(JsonBuilder* builder, const char* name, const std::string& value) {
   json_builder_set_member_name(builder, name);
   json_builder_add_string_value(builder, value.c_str());
@@ -106,7 +120,8 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
   g_autoptr(JsonParser) parser = json_parser_new();
   g_autoptr(GError) parseError = nullptr;
   if (!json_parser_load_from_file(parser, path, &parseError)) {
-    error = std::string(path) + ": " + parseError->message;
+    // The message names the file already.
+    error = oneLine(parseError->message);
     return false;
   }
   JsonNode* root = json_parser_get_root(parser);

@@ -79,6 +79,10 @@ TEST_F(DeviceProfileTest, BlankWatchHasThePlatformAppsButNoneOfTheUsersSetup) {
 TEST_F(DeviceProfileTest, BrokenProfilesAreRefusedWithAOneLineReason) {
   EXPECT_NE(writeProfile("{\"format\": 1, \"name\": ").find("device.json"), std::string::npos);
   EXPECT_NE(writeProfile("[]").find("not a JSON object"), std::string::npos);
+  // json-glib quotes a broken string with its line break; the reason stays one line.
+  const std::string broken = writeProfile("{\"format\": 1, \"name\": \"v{\n  \"t\"}");
+  EXPECT_EQ(broken.find('\n'), std::string::npos) << broken;
+  EXPECT_NE(broken.find("device.json:2:"), std::string::npos) << broken;
   EXPECT_NE(writeProfile("{\"format\": 2, \"name\": \"x\"}").find("not a device profile"),
             std::string::npos);
   EXPECT_NE(writeProfile("{\"format\": \"1\", \"name\": \"x\"}").find("not a device profile"),
