@@ -17,6 +17,22 @@
 
 namespace {
 
+// Standard alphabet, whole groups of four, '=' only as the last one or two characters.
+bool isPaddedBase64(const std::string& text) {
+  if (text.empty())
+    return true;
+  const size_t last = text.find_last_not_of('=');
+  if (text.size() % 4 != 0 || last == std::string::npos || text.size() - last - 1 > 2)
+    return false;
+  const size_t padding = text.size() - last - 1;
+  for (size_t i = 0; i < text.size() - padding; ++i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    if (!g_ascii_isalnum(c) && c != '+' && c != '/')
+      return false;
+  }
+  return true;
+}
+
 const char* const kLocalPort = "morvik-service::localport";
 const char* const kRemotePort = "watchface-service::localport";
 const char* const kOperationRestore = "talvoro_cloud_restore";
@@ -236,7 +252,9 @@ bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::
   filePath = directory + image.fileName;
 
   gsize length = 0;
-  guchar* decoded = g_base64_decode(image.data.c_str(), &length);
+  // g_base64_decode skips what it cannot read; a damaged photo must not be written as garbage.
+  guchar* decoded =
+      isPaddedBase64(image.data) ? g_base64_decode(image.data.c_str(), &length) : nullptr;
   if (!decoded) {
     MVSVC_LOGE("Failed to decode base64 string");
     return false;

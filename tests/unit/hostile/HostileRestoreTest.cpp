@@ -129,6 +129,21 @@ TEST_F(HostileRestoreTest, BrokenDocumentsChangeNothingAndSayWhy) {
   }
 }
 
+TEST_F(HostileRestoreTest, DamagedBase64IsRefusedRatherThanWrittenAsGarbage) {
+  const std::vector<std::string> damaged = {"!!!!", "AAA", "AA=A", "A===", "AAAA====", "AA\\nAA"};
+  std::string images = image("good.png", "iVBORw==") + "," + image("empty.png", "");
+  for (size_t i = 0; i < damaged.size(); ++i)
+    images += "," + image("bad-" + std::to_string(i) + ".png", damaged[i]);
+  restore("{\"watch_custom_bg\":[" + images + "]}");
+  for (size_t i = 0; i < damaged.size(); ++i)
+    EXPECT_TRUE(loggedError("Failed to decode image file [bad-" + std::to_string(i) + ".png]"))
+        << damaged[i];
+  EXPECT_TRUE(loggedError("Failed to decode base64 string"));
+  EXPECT_TRUE(g_file_test((trusted_ + "good.png").c_str(), G_FILE_TEST_IS_REGULAR));
+  EXPECT_TRUE(g_file_test((trusted_ + "empty.png").c_str(), G_FILE_TEST_IS_REGULAR));
+  EXPECT_FALSE(g_file_test((trusted_ + "bad-0.png").c_str(), G_FILE_TEST_EXISTS));
+}
+
 TEST_F(HostileRestoreTest, WrongMemberTypesReadAsMissing) {
   restore(
       "{\"watch_main_key\":7,\"watch_sub_key\":{},\"watch_items\":{\"pkgid\":\"p\"},"
