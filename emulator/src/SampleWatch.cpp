@@ -3,6 +3,9 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 
+#include <string.h>
+
+#include <iterator>
 #include <vector>
 
 namespace emu {
@@ -34,7 +37,8 @@ const CatalogueItem kStoreCatalogue[] = {
     {"com.indie.clock-ember", "com.indie.clock-ember", "com.indie.clock-ember", "watchapp"},
 };
 
-DeviceProfile platformProfile(const std::string& name) {
+DeviceProfile platformProfile(const std::string& name,
+                              const std::vector<CatalogueItem>& catalogue) {
   DeviceProfile profile;
   profile.name = name;
   profile.packages = {
@@ -48,9 +52,39 @@ DeviceProfile platformProfile(const std::string& name) {
     profile.packages.push_back({app.pkgId, app.serviceAppId, "svcapp", true});
     profile.watchApps.push_back({app.serviceAppId, app.pkgId, ""});
   }
-  for (const CatalogueItem& item : kStoreCatalogue)
-    profile.catalogue.push_back(item);
+  profile.catalogue = catalogue;
   return profile;
+}
+
+std::vector<CatalogueItem> sampleCatalogue() {
+  return std::vector<CatalogueItem>(std::begin(kStoreCatalogue), std::end(kStoreCatalogue));
+}
+
+// The heavy watch's downloaded apps, all in the store.
+std::vector<CatalogueItem> heavyCatalogue() {
+  std::vector<CatalogueItem> catalogue;
+  for (int i = 1; i <= 10; ++i) {
+    g_autofree char* pkgId = g_strdup_printf("com.indie.clock-heavy%02d", i);
+    catalogue.push_back({pkgId, pkgId, pkgId, "watchapp"});
+  }
+  return catalogue;
+}
+
+// A settings document of exactly `size` bytes, different for each face.
+std::string heavySettings(int face, size_t size) {
+  std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<face id=\"heavy-" +
+                     std::to_string(face) + "\">\n";
+  const std::string end = "</face>\n";
+  for (int slot = 0;; ++slot) {
+    g_autofree char* line = g_strdup_printf(
+        "  <complication slot=\"s%04d\" source=\"steps\" color=\"#%06X\"/>\n", slot,
+        (face * 7919 + slot * 104729) & 0xFFFFFF);
+    if (text.size() + strlen(line) + end.size() > size)
+      break;
+    text += line;
+  }
+  text.append(size - text.size() - end.size(), ' ');
+  return text + end;
 }
 
 // Photo bytes that do not compress, the same on every run.
@@ -89,12 +123,22 @@ bool writeFile(const std::string& deviceDir, const std::string& relativePath,
   return true;
 }
 
+bool createBlank(const std::string& deviceDir, const std::vector<CatalogueItem>& catalogue,
+                 std::string& error) {
+  if (!prepareDirectory(deviceDir, error))
+    return false;
+  DeviceProfile profile = platformProfile("blank", catalogue);
+  profile.config[kIdleClockKey] = kWatchfaceAppId;
+  profile.config[kWatchfaceNameKey] = "com.talvoro.face.classic";
+  return profile.save(deviceDir, error);
+}
+
 }  // namespace
 
 bool createSampleWatch(const std::string& deviceDir, std::string& error) {
   if (!prepareDirectory(deviceDir, error))
     return false;
-  DeviceProfile profile = platformProfile("sample");
+  DeviceProfile profile = platformProfile("sample", sampleCatalogue());
   profile.config[kIdleClockKey] = kWatchfaceAppId;
   profile.config[kWatchfaceNameKey] = "com.talvoro.face.aurora";
 
@@ -143,12 +187,40 @@ bool createSampleWatch(const std::string& deviceDir, std::string& error) {
 }
 
 bool createBlankWatch(const std::string& deviceDir, std::string& error) {
+  return createBlank(deviceDir, sampleCatalogue(), error);
+}
+
+bool createHeavyWatch(const std::string& deviceDir, int photoFactor, std::string& error) {
+  if (photoFactor < 1) {
+    error = "the photo factor must be at least 1";
+    return false;
+  }
   if (!prepareDirectory(deviceDir, error))
     return false;
-  DeviceProfile profile = platformProfile("blank");
+  DeviceProfile profile = platformProfile("heavy", heavyCatalogue());
   profile.config[kIdleClockKey] = kWatchfaceAppId;
-  profile.config[kWatchfaceNameKey] = "com.talvoro.face.classic";
+  profile.config[kWatchfaceNameKey] = "com.talvoro.face.heavy01";
+
+  for (int face = 1; face <= 40; ++face) {
+    g_autofree char* pkgId = g_strdup_printf("com.talvoro.face.heavy%02d", face);
+    profile.faces.push_back({pkgId, heavySettings(face, 16 * 1024)});
+  }
+  for (int photo = 1; photo <= 20 * photoFactor; ++photo) {
+    g_autofree char* fileName = g_strdup_printf("bg-heavy%03d.jpg", photo);
+    const std::string path = std::string(kBackgroundDir) + "/" + fileName;
+    if (!writeFile(deviceDir, path, photoBytes(1000 + photo, 512 * 1024), error))
+      return false;
+    profile.images.push_back({fileName, path, photo % 2 ? "photo" : "gallery"});
+  }
+  profile.watchApps[0].resultXml = heavySettings(41, 16 * 1024);
+  profile.watchApps[1].resultXml = heavySettings(42, 16 * 1024);
+  for (const CatalogueItem& item : profile.catalogue)
+    profile.packages.push_back({item.pkgId, item.appId, item.component, false});
   return profile.save(deviceDir, error);
+}
+
+bool createHeavyBlankWatch(const std::string& deviceDir, std::string& error) {
+  return createBlank(deviceDir, heavyCatalogue(), error);
 }
 
 }  // namespace emu

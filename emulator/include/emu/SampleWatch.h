@@ -24,6 +24,13 @@ extern const char* const kWatchfaceNameKey;
 bool createSampleWatch(const std::string& deviceDir, std::string& error);
 bool createBlankWatch(const std::string& deviceDir, std::string& error);
 
+// The benchmark's reference watch: 40 faces with 16 KiB settings documents, both preloaded
+// watch apps with settings, 10 downloaded apps and 20 x `photoFactor` photos of 512 KiB of bytes
+// that do not compress. The same bytes on every run. Its blank counterpart has the same store
+// catalogue, so that a restore onto it can install the downloaded apps.
+bool createHeavyWatch(const std::string& deviceDir, int photoFactor, std::string& error);
+bool createHeavyBlankWatch(const std::string& deviceDir, std::string& error);
+
 }  // namespace emu
 
 #endif

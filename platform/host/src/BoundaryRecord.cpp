@@ -20,6 +20,10 @@ const char* kindName(BoundaryEvent::Kind kind) {
       return "message-dropped";
     case BoundaryEvent::Kind::kExitRequested:
       return "exit-requested";
+    case BoundaryEvent::Kind::kCloudCallback:
+      return "cloud-callback";
+    case BoundaryEvent::Kind::kCloudAnswer:
+      return "cloud-answer";
   }
   return "unknown";
 }

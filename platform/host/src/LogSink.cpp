@@ -9,8 +9,8 @@ LogSink::LogSink(const std::string& filePath) {
 
 LogSink::~LogSink() = default;
 
-void LogSink::write(char priority, const std::string& tag, const std::string& text) {
-  lines_.push_back({priority, tag, text});
+void LogSink::write(char priority, const std::string& tag, const std::string& text, double at) {
+  lines_.push_back({priority, tag, text, at});
   if (file_) {
     fprintf(file_.get(), "%c/%s: %s\n", priority, tag.c_str(), text.c_str());
     fflush(file_.get());

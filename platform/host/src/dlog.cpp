@@ -38,7 +38,7 @@ int dlog_vprint(log_priority prio, const char* tag, const char* fmt, va_list ap)
   g_autofree char* text = g_strdup_vprintf(fmt, ap);
   const char letter = priorityLetter(prio);
   if (host::Platform* platform = host::Platform::current())
-    platform->log().write(letter, tag, text);
+    platform->log().write(letter, tag, text, platform->now());
   else
     fprintf(stderr, "%c/%s: %s\n", letter, tag, text);
   return static_cast<int>(strlen(text));

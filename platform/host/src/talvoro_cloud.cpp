@@ -107,7 +107,14 @@ int injectedFailure(const char* operation) {
   return code;
 }
 
+// A crossing of the library boundary, in the running platform's record.
+void note(BoundaryEvent::Kind kind, const char* name, bool success = true) {
+  if (Platform* platform = Platform::current())
+    platform->addEvent(kind, std::string(), name, {}, success ? 1 : 0);
+}
+
 void deliver(Answer answer) {
+  note(BoundaryEvent::Kind::kCloudAnswer, answerName(answer.kind), answer.success);
   library().answers.push_back(answer);
   Platform* platform = Platform::current();
   if (platform && library().listener) {
@@ -147,18 +154,21 @@ int registerCallback(Registration<Callback>& slot, Callback callback, void* user
 }
 
 // The app may deinitialise inside its callback, which clears the slot: call from a copy.
-bool callRequest(const Registration<talvoro_cloud_request_cb>& slot) {
+bool callRequest(const Registration<talvoro_cloud_request_cb>& slot, const char* name) {
   const Registration<talvoro_cloud_request_cb> copy = slot;
   if (!copy.callback)
     return false;
+  note(BoundaryEvent::Kind::kCloudCallback, name);
   copy.callback(copy.userData);
   return true;
 }
 
-bool callCompleted(const Registration<talvoro_cloud_completed_cb>& slot, bool success) {
+bool callCompleted(const Registration<talvoro_cloud_completed_cb>& slot, const char* name,
+                   bool success) {
   const Registration<talvoro_cloud_completed_cb> copy = slot;
   if (!copy.callback)
     return false;
+  note(BoundaryEvent::Kind::kCloudCallback, name, success);
   copy.callback(success, copy.userData);
   return true;
 }
@@ -205,17 +215,18 @@ bool initialized() {
 }
 
 bool callBackupPreparation() {
-  return callRequest(library().backupPreparation);
+  return callRequest(library().backupPreparation, "backup preparation");
 }
 
 bool callBackupKeysAndDates() {
-  return callRequest(library().keysAndDates);
+  return callRequest(library().keysAndDates, "keys and dates");
 }
 
 bool callBackupRecords(const std::vector<CloudRecord>& records) {
   const Registration<talvoro_cloud_backup_record_cb> copy = library().backupRecords;
   if (!copy.callback)
     return false;
+  note(BoundaryEvent::Kind::kCloudCallback, "backup records");
   copy.callback(newList(records), copy.userData);
   return true;
 }
@@ -224,32 +235,34 @@ bool callBackupRecordsWithoutList() {
   const Registration<talvoro_cloud_backup_record_cb> copy = library().backupRecords;
   if (!copy.callback)
     return false;
+  note(BoundaryEvent::Kind::kCloudCallback, "backup records");
   copy.callback(nullptr, copy.userData);
   return true;
 }
 
 bool callBackupCompleted(bool success) {
-  return callCompleted(library().backupCompleted, success);
+  return callCompleted(library().backupCompleted, "backup completed", success);
 }
 
 bool callRestorePreparation() {
-  return callRequest(library().restorePreparation);
+  return callRequest(library().restorePreparation, "restore preparation");
 }
 
 bool callRestorationPath() {
-  return callRequest(library().restorationPath);
+  return callRequest(library().restorationPath, "restoration path");
 }
 
 bool callRestoration(const std::string& path) {
   const Registration<talvoro_cloud_restoration_cb> copy = library().restoration;
   if (!copy.callback)
     return false;
+  note(BoundaryEvent::Kind::kCloudCallback, "restoration");
   copy.callback(path.c_str(), copy.userData);
   return true;
 }
 
 bool callRestoreCompleted(bool success) {
-  return callCompleted(library().restoreCompleted, success);
+  return callCompleted(library().restoreCompleted, "restore completed", success);
 }
 
 bool backupRecordCallbackRegistered() {

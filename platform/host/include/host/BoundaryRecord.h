@@ -20,6 +20,8 @@ struct BoundaryEvent {
     kMessageDelivered,  // peer -> app's local port `name`: data = bundle
     kMessageDropped,    // peer -> app: no local port `name` registered
     kExitRequested,     // service_app_exit()
+    kCloudCallback,     // cloud library -> app's callback `name`: code = success when it carries one
+    kCloudAnswer,       // app -> cloud library: name = the answer, code = its success
   };
 
   Kind kind;

@@ -13,6 +13,7 @@ struct LogLine {
   char priority;  // Tizen's letter: 'V', 'D', 'I', 'W', 'E', 'F'
   std::string tag;
   std::string text;
+  double at;  // seconds since the platform started
 };
 
 // Where dlog lines go on the host: the device's log file, stderr, and an in-memory capture that
@@ -23,7 +24,7 @@ class LogSink {
   explicit LogSink(const std::string& filePath);
   ~LogSink();
 
-  void write(char priority, const std::string& tag, const std::string& text);
+  void write(char priority, const std::string& tag, const std::string& text, double at);
 
   void setEchoToStderr(bool echo) { echoToStderr_ = echo; }
   const std::vector<LogLine>& lines() const { return lines_; }

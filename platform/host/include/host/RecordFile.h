@@ -25,8 +25,8 @@ struct CloudRecord {
 // Decoding refuses anything else: a short or over-long file, another magic or version, a bad
 // checksum, a field longer than kMaxFieldBytes or holding a NUL byte, more records than the
 // bytes can carry. Fields are C strings on the API side, hence no NULs.
-constexpr size_t kMaxFieldBytes = 16u << 20;
-constexpr size_t kMaxRecordFileBytes = 64u << 20;
+constexpr size_t kMaxFieldBytes = 64u << 20;
+constexpr size_t kMaxRecordFileBytes = 128u << 20;
 
 // False with a one-line reason when a field holds a NUL or exceeds kMaxFieldBytes.
 bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& bytes,
