@@ -59,9 +59,10 @@ JsonNode* buildDocument(const emu::DeviceProfile& profile, std::vector<gchar*>& 
   json_object_set_string_member(root, "watch_sub_key",
                                 profile.config.at(emu::kWatchfaceNameKey).c_str());
   JsonArray* items = json_array_new();
-  for (const emu::FaceEntry& face : profile.faces)
-    json_array_add_object_element(items,
-                                  watchItem(face.pkgId, MVSVC_WATCHFACE_SERVICE_APP_ID, face.settings));
+  for (const emu::FaceEntry& face : profile.faces) {
+    json_array_add_object_element(
+        items, watchItem(face.pkgId, MVSVC_WATCHFACE_SERVICE_APP_ID, face.settings));
+  }
   for (const emu::WatchAppState& app : profile.watchApps)
     json_array_add_object_element(items, watchItem(app.pkgId, app.appId, app.resultXml));
   for (const host::PackageInfo& package : profile.packages) {

@@ -22,6 +22,7 @@ const size_t kHeaderBytes = 12;
 const size_t kChecksumBytes = 4;
 // Three length words: the least a record can take.
 const size_t kMinRecordBytes = 12;
+const size_t kChunkBytes = 64 * 1024;
 
 // Closes the descriptor it holds.
 class UniqueFd {
@@ -44,61 +45,251 @@ class UniqueFd {
   int fd_;
 };
 
-uint32_t crc32(const char* data, size_t size) {
-  static const std::array<uint32_t, 256> table = [] {
-    std::array<uint32_t, 256> t{};
-    for (uint32_t i = 0; i < 256; ++i) {
-      uint32_t c = i;
-      for (int k = 0; k < 8; ++k)
-        c = (c & 1) ? 0xEDB88320u ^ (c >> 1) : c >> 1;
-      t[i] = c;
+// CRC-32 (IEEE), eight bytes per step: documents are megabytes, and every copy of one is summed.
+class Crc32 {
+ public:
+  void update(const char* data, size_t size) {
+    const auto& t = tables();
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(data);
+    uint32_t crc = state_;
+    for (; size >= 8; p += 8, size -= 8) {
+      const uint32_t low =
+          crc ^ (p[0] | p[1] << 8 | p[2] << 16 | static_cast<uint32_t>(p[3]) << 24);
+      crc = t[7][low & 0xFF] ^ t[6][(low >> 8) & 0xFF] ^ t[5][(low >> 16) & 0xFF] ^
+            t[4][low >> 24] ^ t[3][p[4]] ^ t[2][p[5]] ^ t[1][p[6]] ^ t[0][p[7]];
     }
+    for (; size > 0; ++p, --size)
+      crc = t[0][(crc ^ *p) & 0xFF] ^ (crc >> 8);
+    state_ = crc;
+  }
+  uint32_t value() const { return state_ ^ 0xFFFFFFFFu; }
+
+ private:
+  using Tables = std::array<std::array<uint32_t, 256>, 8>;
+  static const Tables& tables() {
+    static const Tables t = [] {
+      Tables built{};
+      for (uint32_t i = 0; i < 256; ++i) {
+        uint32_t c = i;
+        for (int k = 0; k < 8; ++k)
+          c = (c & 1) ? 0xEDB88320u ^ (c >> 1) : c >> 1;
+        built[0][i] = c;
+      }
+      for (uint32_t i = 0; i < 256; ++i) {
+        for (size_t k = 1; k < built.size(); ++k)
+          built[k][i] = (built[k - 1][i] >> 8) ^ built[0][built[k - 1][i] & 0xFF];
+      }
+      return built;
+    }();
     return t;
-  }();
-  uint32_t crc = 0xFFFFFFFFu;
-  for (size_t i = 0; i < size; ++i)
-    crc = table[(crc ^ static_cast<unsigned char>(data[i])) & 0xFF] ^ (crc >> 8);
-  return crc ^ 0xFFFFFFFFu;
-}
+  }
 
-void putU32(std::string& out, uint32_t value) {
-  for (int shift = 0; shift < 32; shift += 8)
-    out.push_back(static_cast<char>((value >> shift) & 0xFF));
-}
+  uint32_t state_ = 0xFFFFFFFFu;
+};
 
-uint32_t getU32(const std::string& in, size_t at) {
+uint32_t getU32(const char* in) {
   uint32_t value = 0;
   for (int i = 3; i >= 0; --i)
-    value = (value << 8) | static_cast<unsigned char>(in[at + i]);
+    value = (value << 8) | static_cast<unsigned char>(in[i]);
   return value;
 }
 
-bool putField(std::string& out, const std::optional<std::string>& field, std::string& reason) {
-  if (!field) {
-    putU32(out, kAbsent);
+std::array<char, 4> u32Bytes(uint32_t value) {
+  std::array<char, 4> bytes;
+  for (int i = 0; i < 4; ++i)
+    bytes[i] = static_cast<char>((value >> (8 * i)) & 0xFF);
+  return bytes;
+}
+
+// Where an encoded record file goes; each byte passes through the checksum on the way.
+class Sink {
+ public:
+  virtual ~Sink() = default;
+  bool put(const char* data, size_t size) {
+    crc_.update(data, size);
+    return write(data, size);
+  }
+  bool putU32(uint32_t value) { return put(u32Bytes(value).data(), 4); }
+  bool seal() { return write(u32Bytes(crc_.value()).data(), 4); }
+
+ private:
+  virtual bool write(const char* data, size_t size) = 0;
+  Crc32 crc_;
+};
+
+class StringSink : public Sink {
+ public:
+  explicit StringSink(std::string& out) : out_(out) {}
+
+ private:
+  bool write(const char* data, size_t size) override {
+    out_.append(data, size);
     return true;
   }
+  std::string& out_;
+};
+
+// Gathers small writes; a field's bytes go to the file straight from the record.
+class FileSink : public Sink {
+ public:
+  explicit FileSink(int fd) : fd_(fd) {}
+  bool flush() {
+    const bool written = writeAll(buffer_.data(), buffer_.size());
+    buffer_.clear();
+    return written;
+  }
+
+ private:
+  bool write(const char* data, size_t size) override {
+    if (buffer_.size() + size <= kChunkBytes) {
+      buffer_.append(data, size);
+      return true;
+    }
+    return flush() && writeAll(data, size);
+  }
+  bool writeAll(const char* data, size_t size) {
+    while (size > 0) {
+      const ssize_t written = ::write(fd_, data, size);
+      if (written < 0 && errno == EINTR)
+        continue;
+      if (written < 0)
+        return false;
+      data += written;
+      size -= static_cast<size_t>(written);
+    }
+    return true;
+  }
+  int fd_;
+  std::string buffer_;
+};
+
+// Where a record file's bytes come from, after the header.
+class Source {
+ public:
+  virtual ~Source() = default;
+  // Exactly `size` bytes, or false.
+  virtual bool read(char* into, size_t size) = 0;
+};
+
+class MemorySource : public Source {
+ public:
+  MemorySource(const std::string& bytes, size_t at) : bytes_(bytes), at_(at) {}
+  bool read(char* into, size_t size) override {
+    if (bytes_.size() - at_ < size)
+      return false;
+    memcpy(into, bytes_.data() + at_, size);
+    at_ += size;
+    return true;
+  }
+
+ private:
+  const std::string& bytes_;
+  size_t at_;
+};
+
+class FileSource : public Source {
+ public:
+  explicit FileSource(int fd) : fd_(fd) {}
+  bool read(char* into, size_t size) override {
+    while (size > 0) {
+      const ssize_t got = ::read(fd_, into, size);
+      if (got < 0 && errno == EINTR)
+        continue;
+      if (got <= 0)
+        return false;
+      into += got;
+      size -= static_cast<size_t>(got);
+    }
+    return true;
+  }
+
+ private:
+  int fd_;
+};
+
+RecordRefs refsTo(const std::vector<CloudRecord>& records) {
+  RecordRefs refs;
+  for (const CloudRecord& record : records)
+    refs.push_back(&record);
+  return refs;
+}
+
+bool checkField(const std::optional<std::string>& field, std::string& reason) {
+  if (!field)
+    return true;
   if (field->size() > kMaxFieldBytes) {
     reason = "a field is longer than " + std::to_string(kMaxFieldBytes) + " bytes";
     return false;
   }
-  if (field->find('\0') != std::string::npos) {
+  if (memchr(field->data(), '\0', field->size()) != nullptr) {
     reason = "a field holds a NUL byte";
     return false;
   }
-  putU32(out, static_cast<uint32_t>(field->size()));
-  out += *field;
   return true;
 }
 
-// Reads one field at `at` of `body` (the bytes before the checksum) and advances `at`.
-bool getField(const std::string& body, size_t end, size_t& at, std::optional<std::string>& field,
+// Refuses, before a byte is written, records the format cannot carry.
+bool checkRecords(const RecordRefs& records, std::string& reason) {
+  size_t total = kHeaderBytes + kChecksumBytes;
+  for (const CloudRecord* record : records) {
+    for (const auto* field : {&record->key, &record->date, &record->value}) {
+      if (!checkField(*field, reason))
+        return false;
+      total += 4 + (*field ? (*field)->size() : 0);
+    }
+  }
+  if (total > kMaxRecordFileBytes) {
+    reason = "the records exceed " + std::to_string(kMaxRecordFileBytes) + " bytes";
+    return false;
+  }
+  return true;
+}
+
+bool encode(const RecordRefs& records, Sink& sink) {
+  if (!sink.put(kMagic, sizeof kMagic) || !sink.putU32(kVersion) ||
+      !sink.putU32(static_cast<uint32_t>(records.size())))
+    return false;
+  for (const CloudRecord* record : records) {
+    for (const auto* field : {&record->key, &record->date, &record->value}) {
+      const bool written =
+          *field ? sink.putU32(static_cast<uint32_t>((*field)->size())) &&
+                       sink.put((*field)->data(), (*field)->size())
+                 : sink.putU32(kAbsent);
+      if (!written)
+        return false;
+    }
+  }
+  return sink.seal();
+}
+
+// The header's checks, in the order a reader reports them; the checksum comes between
+// `version` and `count` and is the caller's.
+bool checkMagicAndVersion(const char* header, std::string& reason) {
+  if (memcmp(header, kMagic, sizeof kMagic) != 0) {
+    reason = "not a record file (wrong magic)";
+    return false;
+  }
+  const uint32_t version = getU32(header + 4);
+  if (version != kVersion) {
+    reason = "record file version " + std::to_string(version) + " is not supported";
+    return false;
+  }
+  return true;
+}
+
+// Reads one field and advances `at`; `end` is where the checksum starts.
+bool getField(Source& source, size_t end, size_t& at, std::optional<std::string>& field,
               std::string& reason) {
   if (end - at < 4) {
     reason = "truncated: a field's length is cut off";
     return false;
   }
-  const uint32_t length = getU32(body, at);
+  char word[4];
+  if (!source.read(word, 4)) {
+    reason = "cannot read a field's length";
+    return false;
+  }
+  const uint32_t length = getU32(word);
   at += 4;
   if (length == kAbsent) {
     field.reset();
@@ -112,71 +303,24 @@ bool getField(const std::string& body, size_t end, size_t& at, std::optional<std
     reason = "truncated: a field needs " + std::to_string(length) + " bytes";
     return false;
   }
-  if (memchr(body.data() + at, '\0', length) != nullptr) {
+  std::string bytes(length, '\0');
+  if (!source.read(&bytes[0], length)) {
+    reason = "cannot read a field";
+    return false;
+  }
+  if (memchr(bytes.data(), '\0', length) != nullptr) {
     reason = "a field holds a NUL byte";
     return false;
   }
-  field = body.substr(at, length);
+  field = std::move(bytes);
   at += length;
   return true;
 }
 
-bool writeAll(int fd, const std::string& bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t written = write(fd, bytes.data() + done, bytes.size() - done);
-    if (written < 0) {
-      if (errno == EINTR)
-        continue;
-      return false;
-    }
-    done += static_cast<size_t>(written);
-  }
-  return true;
-}
-
-}  // namespace
-
-bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& bytes,
-                      std::string& reason) {
-  std::string out(kMagic, sizeof kMagic);
-  putU32(out, kVersion);
-  putU32(out, static_cast<uint32_t>(records.size()));
-  for (const CloudRecord& record : records) {
-    if (!putField(out, record.key, reason) || !putField(out, record.date, reason) ||
-        !putField(out, record.value, reason))
-      return false;
-  }
-  if (out.size() + kChecksumBytes > kMaxRecordFileBytes) {
-    reason = "the records exceed " + std::to_string(kMaxRecordFileBytes) + " bytes";
-    return false;
-  }
-  putU32(out, crc32(out.data(), out.size()));
-  bytes.swap(out);
-  return true;
-}
-
-bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& records,
-                      std::string& reason) {
-  if (bytes.size() < kHeaderBytes + kChecksumBytes) {
-    reason = "truncated: " + std::to_string(bytes.size()) + " bytes is no record file";
-    return false;
-  }
-  if (memcmp(bytes.data(), kMagic, sizeof kMagic) != 0) {
-    reason = "not a record file (wrong magic)";
-    return false;
-  }
-  const uint32_t version = getU32(bytes, 4);
-  if (version != kVersion) {
-    reason = "record file version " + std::to_string(version) + " is not supported";
-    return false;
-  }
-  const size_t end = bytes.size() - kChecksumBytes;
-  if (crc32(bytes.data(), end) != getU32(bytes, end)) {
-    reason = "bad checksum";
-    return false;
-  }
-  const uint32_t count = getU32(bytes, 8);
+// The records after a header whose checksum already matched; `end` is where the checksum
+// starts.
+bool decodeRecords(Source& source, uint32_t count, size_t end, std::vector<CloudRecord>& records,
+                   std::string& reason) {
   if (count > (end - kHeaderBytes) / kMinRecordBytes) {
     reason = "claims " + std::to_string(count) + " records, more than its bytes can hold";
     return false;
@@ -184,9 +328,9 @@ bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& record
   std::vector<CloudRecord> decoded(count);
   size_t at = kHeaderBytes;
   for (CloudRecord& record : decoded) {
-    if (!getField(bytes, end, at, record.key, reason) ||
-        !getField(bytes, end, at, record.date, reason) ||
-        !getField(bytes, end, at, record.value, reason))
+    if (!getField(source, end, at, record.key, reason) ||
+        !getField(source, end, at, record.date, reason) ||
+        !getField(source, end, at, record.value, reason))
       return false;
   }
   if (at != end) {
@@ -197,14 +341,69 @@ bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& record
   return true;
 }
 
+// The checksum of a file's first `end` bytes against the word that follows them.
+bool checksumMatches(int fd, size_t end, bool& matches) {
+  Crc32 crc;
+  std::string chunk(kChunkBytes, '\0');
+  FileSource source(fd);
+  for (size_t done = 0; done < end;) {
+    const size_t size = std::min(kChunkBytes, end - done);
+    if (!source.read(&chunk[0], size))
+      return false;
+    crc.update(chunk.data(), size);
+    done += size;
+  }
+  char word[4];
+  if (!source.read(word, 4))
+    return false;
+  matches = crc.value() == getU32(word);
+  return true;
+}
+
+}  // namespace
+
+bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& bytes,
+                      std::string& reason) {
+  const RecordRefs refs = refsTo(records);
+  if (!checkRecords(refs, reason))
+    return false;
+  std::string out;
+  StringSink sink(out);
+  encode(refs, sink);
+  bytes.swap(out);
+  return true;
+}
+
+bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& records,
+                      std::string& reason) {
+  if (bytes.size() < kHeaderBytes + kChecksumBytes) {
+    reason = "truncated: " + std::to_string(bytes.size()) + " bytes is no record file";
+    return false;
+  }
+  if (!checkMagicAndVersion(bytes.data(), reason))
+    return false;
+  const size_t end = bytes.size() - kChecksumBytes;
+  Crc32 crc;
+  crc.update(bytes.data(), end);
+  if (crc.value() != getU32(bytes.data() + end)) {
+    reason = "bad checksum";
+    return false;
+  }
+  MemorySource source(bytes, kHeaderBytes);
+  return decodeRecords(source, getU32(bytes.data() + 8), end, records, reason);
+}
+
 bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& records,
                      std::string& reason) {
+  return writeRecordFile(path, refsTo(records), reason);
+}
+
+bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason) {
   if (path.empty()) {
     reason = "no path for the record file";
     return false;
   }
-  std::string bytes;
-  if (!encodeRecordFile(records, bytes, reason))
+  if (!checkRecords(records, reason))
     return false;
   std::string temp = path + ".XXXXXX";
   UniqueFd fd(g_mkstemp_full(&temp[0], O_WRONLY | O_CLOEXEC, 0644));
@@ -212,7 +411,8 @@ bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& re
     reason = "cannot create a file beside " + path + ": " + g_strerror(errno);
     return false;
   }
-  const bool written = writeAll(fd.get(), bytes) && fsync(fd.get()) == 0;
+  FileSink sink(fd.get());
+  const bool written = encode(records, sink) && sink.flush() && fsync(fd.get()) == 0;
   const int writeErrno = errno;
   if (!fd.reset() || !written) {
     reason = "cannot write " + temp + ": " + g_strerror(written ? errno : writeErrno);
@@ -242,38 +442,37 @@ bool readRecordFile(const std::string& path, std::vector<CloudRecord>& records,
     reason = path + " is not a regular file";
     return false;
   }
-  if (static_cast<unsigned long long>(info.st_size) > kMaxRecordFileBytes) {
+  const size_t size = static_cast<size_t>(info.st_size);
+  auto refuse = [&](const std::string& why) {
     if (corrupt)
       *corrupt = true;
-    reason = path + " is larger than a record file can be";
+    reason = path + ": " + why;
+    return false;
+  };
+  if (size > kMaxRecordFileBytes)
+    return refuse("larger than a record file can be");
+  if (size < kHeaderBytes + kChecksumBytes)
+    return refuse("truncated: " + std::to_string(size) + " bytes is no record file");
+
+  // Two passes, so that the whole file is never in memory next to its records: the checksum
+  // first, then the fields straight into the records.
+  const size_t end = size - kChecksumBytes;
+  char header[kHeaderBytes];
+  bool matches = false;
+  FileSource source(fd.get());
+  if (!source.read(header, kHeaderBytes) || lseek(fd.get(), 0, SEEK_SET) != 0 ||
+      !checksumMatches(fd.get(), end, matches) ||
+      lseek(fd.get(), kHeaderBytes, SEEK_SET) != static_cast<off_t>(kHeaderBytes)) {
+    reason = "cannot read " + path + ": it changed or failed while being read";
     return false;
   }
-  std::string bytes;
-  char buffer[65536];
-  for (;;) {
-    const ssize_t got = read(fd.get(), buffer, sizeof buffer);
-    if (got < 0 && errno == EINTR)
-      continue;
-    if (got < 0) {
-      reason = "cannot read " + path + ": " + g_strerror(errno);
-      return false;
-    }
-    if (got == 0)
-      break;
-    bytes.append(buffer, static_cast<size_t>(got));
-    if (bytes.size() > kMaxRecordFileBytes) {
-      if (corrupt)
-        *corrupt = true;
-      reason = path + " grew beyond what a record file can be";
-      return false;
-    }
-  }
-  if (!decodeRecordFile(bytes, records, reason)) {
-    if (corrupt)
-      *corrupt = true;
-    reason = path + ": " + reason;
-    return false;
-  }
+  std::string why;
+  if (!checkMagicAndVersion(header, why))
+    return refuse(why);
+  if (!matches)
+    return refuse("bad checksum");
+  if (!decodeRecords(source, getU32(header + 8), end, records, why))
+    return refuse(why);
   return true;
 }
 

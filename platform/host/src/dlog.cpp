@@ -1,13 +1,15 @@
 // dlog on the host: lines go to the platform's log sink, or to stderr without a platform.
 #include <dlog.h>
 
-#include <glib.h>
 #include <stdio.h>
-#include <string.h>
+
+#include <string>
 
 #include "host/Platform.h"
 
 namespace {
+
+const size_t kMaxMessageBytes = 4096;
 
 char priorityLetter(log_priority prio) {
   switch (prio) {
@@ -35,13 +37,26 @@ extern "C" {
 int dlog_vprint(log_priority prio, const char* tag, const char* fmt, va_list ap) {
   if (!tag || !fmt || prio <= DLOG_DEFAULT || prio >= DLOG_SILENT)
     return DLOG_ERROR_INVALID_PARAMETER;
-  g_autofree char* text = g_strdup_vprintf(fmt, ap);
+  // Like the device's log, a line has a fixed buffer: a longer message is cut, never copied whole.
+  // One byte past the line as well: the first one cut tells whether the cut splits a character.
+  char text[kMaxMessageBytes + 2];
+  const int full = vsnprintf(text, sizeof text, fmt, ap);
+  if (full < 0)
+    return DLOG_ERROR_INVALID_PARAMETER;
+  size_t length = static_cast<size_t>(full);
+  if (length > kMaxMessageBytes) {
+    length = kMaxMessageBytes;
+    // Cut before a character, not inside one.
+    while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
+      --length;
+    text[length] = '\0';
+  }
   const char letter = priorityLetter(prio);
   if (host::Platform* platform = host::Platform::current())
-    platform->log().write(letter, tag, text, platform->now());
+    platform->log().write(letter, tag, std::string(text, length), platform->now());
   else
     fprintf(stderr, "%c/%s: %s\n", letter, tag, text);
-  return static_cast<int>(strlen(text));
+  return static_cast<int>(length);
 }
 
 int dlog_print(log_priority prio, const char* tag, const char* fmt, ...) {

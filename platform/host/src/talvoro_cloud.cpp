@@ -115,14 +115,17 @@ void note(BoundaryEvent::Kind kind, const char* name, bool success = true) {
 
 void deliver(Answer answer) {
   note(BoundaryEvent::Kind::kCloudAnswer, answerName(answer.kind), answer.success);
-  library().answers.push_back(answer);
   Platform* platform = Platform::current();
-  if (platform && library().listener) {
-    platform->post([answer] {
-      if (library().listener)
-        library().listener(answer);
-    });
+  if (!platform || !library().listener) {
+    library().answers.push_back(std::move(answer));
+    return;
   }
+  // Shared, not copied: a record list holds whole backup documents.
+  auto shared = std::make_shared<const Answer>(std::move(answer));
+  platform->post([shared] {
+    if (library().listener)
+      library().listener(*shared);
+  });
 }
 
 std::vector<CloudRecord> copyRecords(const talvoro_cloud_list_s& list) {
@@ -132,11 +135,19 @@ std::vector<CloudRecord> copyRecords(const talvoro_cloud_list_s& list) {
   return records;
 }
 
-talvoro_cloud_list_s* newList(const std::vector<CloudRecord>& records) {
+// For a list the library owns and is about to free.
+std::vector<CloudRecord> takeRecords(talvoro_cloud_list_s& list) {
+  std::vector<CloudRecord> records;
+  for (const auto& record : list.records)
+    records.push_back(std::move(record->data));
+  return records;
+}
+
+talvoro_cloud_list_s* newList(std::vector<CloudRecord> records) {
   auto* list = new talvoro_cloud_list_s;
-  for (const CloudRecord& data : records) {
+  for (CloudRecord& data : records) {
     auto record = std::make_unique<talvoro_cloud_record_s>();
-    record->data = data;
+    record->data = std::move(data);
     record->inList = true;
     list->records.push_back(std::move(record));
   }
@@ -449,7 +460,7 @@ int talvoro_cloud_restore_record_send_record_list(talvoro_cloud_list_h list, boo
   if (!host::cloud::initialized())
     return TALVORO_CLOUD_ERROR_NOT_INITIALIZED;
   Answer answer{Answer::Kind::kRecordList, success,
-                owned ? host::cloud::copyRecords(*owned) : std::vector<host::CloudRecord>(),
+                owned ? host::cloud::takeRecords(*owned) : std::vector<host::CloudRecord>(),
                 std::nullopt, owned != nullptr};
   host::cloud::deliver(std::move(answer));
   return TALVORO_CLOUD_ERROR_NONE;
@@ -575,7 +586,10 @@ int talvoro_cloud_file_create_file(talvoro_cloud_list_h list, const char* path) 
   if (!list || !path || path[0] == '\0')
     return TALVORO_CLOUD_ERROR_INVALID_PARAMETER;
   std::string reason;
-  if (!host::writeRecordFile(path, host::cloud::copyRecords(*list), reason))
+  host::RecordRefs records;
+  for (const auto& record : list->records)
+    records.push_back(&record->data);
+  if (!host::writeRecordFile(path, records, reason))
     return TALVORO_CLOUD_ERROR_IO_ERROR;
   return TALVORO_CLOUD_ERROR_NONE;
 }
@@ -589,7 +603,7 @@ int talvoro_cloud_file_create_record_list(const char* path, talvoro_cloud_list_h
   bool corrupt = false;
   if (!host::readRecordFile(path, records, reason, &corrupt))
     return corrupt ? TALVORO_CLOUD_ERROR_FILE_CORRUPT : TALVORO_CLOUD_ERROR_IO_ERROR;
-  *list = host::cloud::newList(records);
+  *list = host::cloud::newList(std::move(records));
   library().fileLists.insert(*list);
   return TALVORO_CLOUD_ERROR_NONE;
 }

@@ -162,6 +162,61 @@ TEST_F(RecordFileOnDiskTest, WriteReplacesTheWholeFileAndLeavesNoTemporary) {
   EXPECT_EQ(names(), std::vector<std::string>{"backup.dat"});
 }
 
+// The file reader streams where the decoder holds the whole file: both must refuse alike.
+TEST_F(RecordFileOnDiskTest, ReaderRefusesWhatTheDecoderRefusesForTheSameReason) {
+  const std::string good = encoded(kRecords);
+  std::vector<std::string> damaged;
+  for (size_t size = 0; size < good.size(); ++size)
+    damaged.push_back(good.substr(0, size));
+  for (size_t at = 0; at < good.size(); ++at) {
+    damaged.push_back(good);
+    damaged.back()[at] = static_cast<char>(damaged.back()[at] ^ 0x41);
+  }
+  damaged.push_back(good + "extra");
+  std::string counted = good;
+  putU32(counted, 8, 0xFFFFFFF0u);
+  reseal(counted);
+  damaged.push_back(counted);
+  for (const std::string& bytes : damaged) {
+    std::string expected;
+    std::vector<CloudRecord> unused;
+    ASSERT_FALSE(host::decodeRecordFile(bytes, unused, expected));
+    ASSERT_TRUE(g_file_set_contents(path_.c_str(), bytes.data(),
+                                    static_cast<gssize>(bytes.size()), nullptr));
+    std::vector<CloudRecord> back = {CloudRecord{}};
+    std::string reason;
+    bool corrupt = false;
+    EXPECT_FALSE(host::readRecordFile(path_, back, reason, &corrupt));
+    EXPECT_TRUE(corrupt);
+    EXPECT_EQ(back.size(), 1u);
+    EXPECT_EQ(reason, path_ + ": " + expected);
+  }
+  ASSERT_TRUE(g_file_set_contents(path_.c_str(), good.data(), static_cast<gssize>(good.size()),
+                                  nullptr));
+  std::vector<CloudRecord> back;
+  std::string reason;
+  ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
+  EXPECT_EQ(back, kRecords);
+}
+
+// A document larger than the reader's chunk and than the writer's buffer crosses both whole.
+TEST_F(RecordFileOnDiskTest, LargeValuesRoundTripThroughTheFile) {
+  std::string document(300 * 1024 + 7, '\0');
+  for (size_t i = 0; i < document.size(); ++i)
+    document[i] = static_cast<char>('A' + (i * 7919) % 53);
+  const std::vector<CloudRecord> records = {{std::string("key"), std::string("1"), document},
+                                            {std::nullopt, std::nullopt, std::string("v")}};
+  std::string reason;
+  ASSERT_TRUE(host::writeRecordFile(path_, records, reason)) << reason;
+  std::vector<CloudRecord> back;
+  ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
+  EXPECT_TRUE(back == records);
+  g_autofree char* bytes = nullptr;
+  gsize size = 0;
+  ASSERT_TRUE(g_file_get_contents(path_.c_str(), &bytes, &size, nullptr));
+  EXPECT_TRUE(std::string(bytes, size) == encoded(records));
+}
+
 TEST_F(RecordFileOnDiskTest, ReadRefusesWhatIsNoRegularRecordFile) {
   std::vector<CloudRecord> back;
   std::string reason;

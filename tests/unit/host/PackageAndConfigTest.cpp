@@ -133,4 +133,20 @@ TEST_F(PackageAndConfigTest, LogLinesGoToTheDeviceLogAndTheCapture) {
   EXPECT_STREQ(contents, "E/morvik-service: code 3\n");
 }
 
+// A backup document logged whole would be copied into every log line it passes through.
+TEST_F(PackageAndConfigTest, LongLogMessagesAreCutBeforeACharacterAtTheLineBuffer) {
+  const std::string document(5000, 'd');
+  EXPECT_EQ(dlog_print(DLOG_INFO, "morvik-service", "value : %s", document.c_str()), 4096);
+  // "é" takes the 4096th and 4097th bytes: the cut falls inside it, so it goes whole.
+  const std::string accented = std::string(4095, 'a') + "\xC3\xA9" + "tail";
+  EXPECT_EQ(dlog_print(DLOG_INFO, "morvik-service", "%s", accented.c_str()), 4095);
+  EXPECT_EQ(dlog_print(DLOG_INFO, "morvik-service", "%s", std::string(4096, 'x').c_str()), 4096);
+
+  const std::vector<std::string> texts = platform().log().texts("morvik-service");
+  ASSERT_EQ(texts.size(), 3u);
+  EXPECT_EQ(texts[0], "value : " + document.substr(0, 4096 - 8));
+  EXPECT_EQ(texts[1], std::string(4095, 'a'));
+  EXPECT_EQ(texts[2], std::string(4096, 'x'));
+}
+
 }  // namespace

@@ -54,12 +54,13 @@ bool callRestoreCompleted(bool success);
 
 bool backupRecordCallbackRegistered();
 
-// Every answer since the last takeAnswers() or reset(), in order.
+// Every answer that no listener took since the last takeAnswers() or reset(), in order.
 const std::vector<Answer>& answers();
 std::vector<Answer> takeAnswers();
 
-// Called with each answer later, from a task posted on the current host::Platform; cleared
-// by reset(). Answers given while no platform exists are only kept in answers().
+// Takes each answer instead of answers(), called later from a task posted on the current
+// host::Platform; cleared by reset(). Answers given while no platform exists are kept in
+// answers().
 void setAnswerListener(std::function<void(const Answer&)> listener);
 
 // Test seams. Makes talvoro_cloud_initialize() fail with `code` (0: succeed again).

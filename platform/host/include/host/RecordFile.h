@@ -34,11 +34,18 @@ bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& byte
 bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& records,
                       std::string& reason);
 
+// Records that the caller keeps owning, for writing without a copy.
+using RecordRefs = std::vector<const CloudRecord*>;
+
 // Writes a temporary file beside `path`, flushes it and renames it over `path`, so `path` is
-// either the old file or the whole new one. False with a one-line reason.
+// either the old file or the whole new one; the fields go from the records to the file
+// without an encoded copy in memory. False with a one-line reason, before anything is written
+// when a record cannot be carried.
 bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& records,
                      std::string& reason);
-// Reads a regular file of at most kMaxRecordFileBytes. False with a one-line reason; then
+bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason);
+// Reads a regular file of at most kMaxRecordFileBytes, refusing what decodeRecordFile refuses,
+// with the fields read straight into the records. False with a one-line reason; then
 // `*corrupt` (when given) tells a damaged file from one that could not be read at all.
 bool readRecordFile(const std::string& path, std::vector<CloudRecord>& records,
                     std::string& reason, bool* corrupt = nullptr);
