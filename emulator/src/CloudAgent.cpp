@@ -5,6 +5,7 @@
 #include <time.h>
 
 #include <cstdlib>
+#include <functional>
 #include <optional>
 
 #include "emu/FaultSwitches.h"
@@ -89,6 +90,12 @@ std::string shown(const std::optional<std::string>& text) {
   return text ? "\"" + *text + "\"" : std::string("(none)");
 }
 
+std::optional<size_t> valueHash(const CloudRecord& record) {
+  if (!record.value)
+    return std::nullopt;
+  return std::hash<std::string>()(*record.value);
+}
+
 std::string records(size_t count) {
   return std::to_string(count) + (count == 1 ? " record" : " records");
 }
@@ -107,10 +114,13 @@ struct CloudAgent::Exchange {
   AnswerStep next = nullptr;
   unsigned awaitCount = 0;
   std::vector<CloudRecord> declared;
+  // From the service's record file until the set is stored; documents are not kept longer.
   std::vector<CloudRecord> uploaded;
   std::string restorePath;
+  // The set stored by a backup, or read by a restore; 0 for none.
   unsigned long long setId = 0;
-  std::vector<CloudRecord> downloaded;
+  // A restore's downloaded values, by hash: what the service must send back unchanged.
+  std::vector<std::optional<size_t>> downloaded;
 
   const char* name() const {
     switch (type) {
@@ -166,6 +176,10 @@ std::vector<std::string> CloudAgent::summary() const {
   for (const auto& exchange : exchanges_) {
     if (exchange->done) {
       lines.push_back(exchange->outcome);
+      // Described now, not while the exchange ran: a document can take as long to parse as the
+      // backup took.
+      if (exchange->type == Exchange::Type::kBackup && exchange->setId != 0)
+        describeSet(exchange->setId, lines);
       continue;
     }
     std::string line = std::string("cloud     ") + exchange->name() + " UNFINISHED at " +
@@ -175,6 +189,17 @@ std::vector<std::string> CloudAgent::summary() const {
     lines.push_back(line);
   }
   return lines;
+}
+
+void CloudAgent::describeSet(unsigned long long id, std::vector<std::string>& lines) const {
+  std::vector<CloudRecord> stored;
+  std::string error;
+  if (!store_.read(id, stored, error)) {
+    lines.push_back("cloud     document: " + error);
+    return;
+  }
+  for (const CloudRecord& record : stored)
+    lines.push_back("cloud     document: " + describeDocument(record.value.value_or("")));
 }
 
 void CloudAgent::onLaunchReply(unsigned launchId, app_control_result_e result) {
@@ -376,12 +401,11 @@ void CloudAgent::backupComplete(Exchange& exchange) {
   size_t bytes = 0;
   for (const CloudRecord& record : exchange.uploaded)
     bytes += record.value->size();
-  std::string outcome = "backup stored as set " + std::to_string(id) + " (" +
-                        records(exchange.uploaded.size()) + ", " + std::to_string(bytes) +
-                        " bytes of value)";
-  for (const CloudRecord& record : exchange.uploaded)
-    outcome += "\ncloud     document: " + describeDocument(*record.value);
-  succeed(exchange, outcome);
+  exchange.setId = id;
+  const size_t count = exchange.uploaded.size();
+  std::vector<CloudRecord>().swap(exchange.uploaded);
+  succeed(exchange, "backup stored as set " + std::to_string(id) + " (" + records(count) + ", " +
+                        std::to_string(bytes) + " bytes of value)");
 }
 
 void CloudAgent::restorePrepare(Exchange& exchange) {
@@ -434,11 +458,14 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
     return;
   }
   exchange.setId = ids.back();
-  if (!store_.read(exchange.setId, exchange.downloaded, error) ||
-      !host::writeRecordFile(exchange.restorePath, exchange.downloaded, error)) {
+  std::vector<CloudRecord> downloaded;
+  if (!store_.read(exchange.setId, downloaded, error) ||
+      !host::writeRecordFile(exchange.restorePath, downloaded, error)) {
     fail(exchange, error);
     return;
   }
+  for (const CloudRecord& record : downloaded)
+    exchange.downloaded.push_back(valueHash(record));
   schedule(exchange, &CloudAgent::restoreRestoration);
 }
 
@@ -464,7 +491,7 @@ void CloudAgent::restoreListGiven(Exchange& exchange, const Answer& answer) {
   for (size_t i = 0; i < answer.records.size(); ++i) {
     const CloudRecord& record = answer.records[i];
     if (record.key != std::optional<std::string>(kRestoredKey) || !isRecentSeconds(record.date) ||
-        record.value != exchange.downloaded[i].value) {
+        valueHash(record) != exchange.downloaded[i]) {
       fail(exchange, "record " + std::to_string(i) + " came back with key " + shown(record.key) +
                          " and date " + shown(record.date) +
                          ", not key \"key\" and the time in seconds with its value");

@@ -45,6 +45,8 @@ class CloudAgent {
   using Step = void (CloudAgent::*)(Exchange&);
   using AnswerStep = void (CloudAgent::*)(Exchange&, const host::cloud::Answer&);
 
+  // One summary line per document of the stored set `id`.
+  void describeSet(unsigned long long id, std::vector<std::string>& lines) const;
   void onLaunchReply(unsigned launchId, app_control_result_e result);
   void onAnswer(const host::cloud::Answer& answer);
 

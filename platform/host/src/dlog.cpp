@@ -2,6 +2,7 @@
 #include <dlog.h>
 
 #include <stdio.h>
+#include <string.h>
 
 #include <string>
 
@@ -37,16 +38,21 @@ extern "C" {
 int dlog_vprint(log_priority prio, const char* tag, const char* fmt, va_list ap) {
   if (!tag || !fmt || prio <= DLOG_DEFAULT || prio >= DLOG_SILENT)
     return DLOG_ERROR_INVALID_PARAMETER;
-  // Like the device's log, a line has a fixed buffer: a longer message is cut, never copied whole.
-  // One byte past the line as well: the first one cut tells whether the cut splits a character.
-  char text[kMaxMessageBytes + 2];
-  const int full = vsnprintf(text, sizeof text, fmt, ap);
-  if (full < 0)
-    return DLOG_ERROR_INVALID_PARAMETER;
-  size_t length = static_cast<size_t>(full);
+  // Like the device's log, a line has a fixed buffer: a longer message is cut, never copied
+  // whole. vfprintf stops at the first write the full buffer refuses, where vsnprintf would
+  // still walk a multi-megabyte argument to its end. The buffer keeps one byte past the line,
+  // which tells whether the cut splits a character, and one for the NUL that fmemopen may put
+  // over the last byte of a full buffer.
+  char text[kMaxMessageBytes + 2] = {};
+  FILE* line = fmemopen(text, sizeof text, "w");
+  if (!line)
+    return DLOG_ERROR_NOT_PERMITTED;  // dlog has no code for running out of memory
+  setvbuf(line, nullptr, _IONBF, 0);
+  vfprintf(line, fmt, ap);
+  fclose(line);
+  size_t length = strnlen(text, sizeof text);
   if (length > kMaxMessageBytes) {
     length = kMaxMessageBytes;
-    // Cut before a character, not inside one.
     while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
       --length;
     text[length] = '\0';

@@ -126,10 +126,10 @@ TEST_F(CloudAgentTest, BackupStoresEachRunAsANewSet) {
       "\"watch_custom_bg\":[{},{}]}";
   ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, document), 1);
   EXPECT_EQ(agent_->summary(),
-            std::vector<std::string>{
+            (std::vector<std::string>{
                 "cloud     backup stored as set 1 (1 record, " + std::to_string(document.size()) +
-                " bytes of value)\ncloud     document: 1 faces, 1 watch apps, 1 downloaded apps, "
-                "2 photos"});
+                    " bytes of value)",
+                "cloud     document: 1 faces, 1 watch apps, 1 downloaded apps, 2 photos"}));
   ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, "{\"n\":22}"), 1);
   ASSERT_EQ(sets(), (std::vector<unsigned long long>{1, 2}));
 
