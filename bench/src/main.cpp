@@ -7,6 +7,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
@@ -32,7 +33,7 @@ const char* const kUsage =
     "\n"
     "Builds the heavy reference watch (40 faces with 16 KiB settings, 10 downloaded apps,\n"
     "20 photos of 512 KiB) at 1x, 2x and 4x its photos; backs each up and restores it onto a\n"
-    "blank watch N times (default 3), each run in a child process through the service as it\n"
+    "blank watch N times (default 5), each run in a child process through the service as it\n"
     "runs on the emulated watch; measures the floor on the same data; prints the medians.\n"
     "The last line is the 1x watch's:\n"
     "  ratio=R rss_per_doc=M doc_mb=D backup_ms=B restore_ms=S floor_ms=F\n"
@@ -41,7 +42,7 @@ const char* const kUsage =
     "temporary directory that is removed at the end.\n";
 
 struct Options {
-  int runs = 3;
+  int runs = 5;
   std::string workDir;
 };
 
@@ -97,6 +98,8 @@ bool parseOptions(int argc, char* argv[], Options& options) {
 // Runs this program again with `args` and reads the child's result line.
 bool runChild(const std::vector<std::string>& args, bench::Measurement& measurement,
               std::string& error) {
+  // The previous run's files are written back first, so that no run pays for another's.
+  sync();
   g_autofree gchar* self = g_file_read_link("/proc/self/exe", nullptr);
   std::vector<gchar*> argv{self};
   for (const std::string& arg : args)

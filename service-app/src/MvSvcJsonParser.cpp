@@ -1,5 +1,7 @@
 #include "MvSvcJsonParser.h"
 
+#include <string.h>
+
 #include "MvSvcLog.h"
 
 namespace {
@@ -75,13 +77,21 @@ bool nestsDeeperThan(const std::string& text, int limit)
   for (; i < text.size(); ++i) {
     const unsigned char c = static_cast<unsigned char>(text[i]);
     if (inString) {
-      if (c == '"') {
-        inString = false;
-      } else if (c == '\\') {
+      // Strings are most of a document (photos in base64): leap to the next quote or escape.
+      const size_t quote = text.find('"', i);
+      const void* escape =
+          memchr(text.data() + i, '\\', (quote == std::string::npos ? text.size() : quote) - i);
+      if (escape) {
+        i = static_cast<size_t>(static_cast<const char*>(escape) - text.data());
         const size_t length = strictEscapeLength(text, i);
         if (length == 0)
           break;
         i += length - 1;
+      } else if (quote == std::string::npos) {
+        return false;  // the rest is inside an unterminated string
+      } else {
+        i = quote;
+        inString = false;
       }
     } else if (c == '[' || c == '{') {
       if (++depth > limit)
@@ -201,16 +211,14 @@ void MvSvcJsonParser::_getResultRestoreList(std::list<MvSvcJsonObject>& objects)
     return;
   }
   for (const MvSvcJsonObject& object : objects) {
-    std::string pkgId;
-    std::string svcId;
-    std::string result;
-    object.getStringValue("pkgid", pkgId);
-    object.getStringValue("svcid", svcId);
-    object.getStringValue("result", result);
-    if (result == kDownloaded)
-      _downloadList.push_back({pkgId, svcId, result});
+    WatchResultData entry;
+    object.getStringValue("pkgid", entry.pkgId);
+    object.getStringValue("svcid", entry.svcId);
+    object.getStringValue("result", entry.result);
+    if (entry.result == kDownloaded)
+      _downloadList.push_back(std::move(entry));
     else
-      _resultRestoreList.push_back({pkgId, svcId, result});
+      _resultRestoreList.push_back(std::move(entry));
   }
 }
 
@@ -220,13 +228,13 @@ void MvSvcJsonParser::_getImageRestoreList(std::list<MvSvcJsonObject>& objects)
     MVSVC_LOGE("Watch image Json object list is empty");
     return;
   }
-  for (const MvSvcJsonObject& object : objects) {
-    std::string fileName;
-    std::string bgType;
-    std::string data;
-    object.getStringValue("file_name", fileName);
-    object.getStringValue("bg_type", bgType);
-    object.getStringValue("data", data);
-    _imageRestoreList.push_back({fileName, bgType, data});
+  for (MvSvcJsonObject& object : objects) {
+    WatchImageData image;
+    object.getStringValue("file_name", image.fileName);
+    object.getStringValue("bg_type", image.bgType);
+    object.getStringValue("data", image.data);
+    // The list holds the image now: the document's copy goes, so the two never add up.
+    object.removeMember("data");
+    _imageRestoreList.push_back(std::move(image));
   }
 }
