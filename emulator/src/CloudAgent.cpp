@@ -114,8 +114,10 @@ struct CloudAgent::Exchange {
   AnswerStep next = nullptr;
   unsigned awaitCount = 0;
   std::vector<CloudRecord> declared;
-  // From the service's record file until the set is stored; documents are not kept longer.
-  std::vector<CloudRecord> uploaded;
+  // The service's record file, checked; it is copied into the cloud as it is.
+  std::string uploadedPath;
+  size_t uploadedRecords = 0;
+  size_t uploadedBytes = 0;
   std::string restorePath;
   // The set stored by a backup, or read by a restore; 0 for none.
   unsigned long long setId = 0;
@@ -380,7 +382,10 @@ void CloudAgent::backupPathGiven(Exchange& exchange, const Answer& answer) {
       return;
     }
   }
-  exchange.uploaded = std::move(uploaded);
+  exchange.uploadedPath = *answer.path;
+  exchange.uploadedRecords = uploaded.size();
+  for (const CloudRecord& record : uploaded)
+    exchange.uploadedBytes += record.value->size();
   schedule(exchange, &CloudAgent::backupComplete);
 }
 
@@ -394,18 +399,14 @@ void CloudAgent::backupComplete(Exchange& exchange) {
   }
   std::string error;
   unsigned long long id = 0;
-  if (!store_.add(exchange.uploaded, id, error)) {
+  if (!store_.addCopyOf(exchange.uploadedPath, id, error)) {
     fail(exchange, error);
     return;
   }
-  size_t bytes = 0;
-  for (const CloudRecord& record : exchange.uploaded)
-    bytes += record.value->size();
   exchange.setId = id;
-  const size_t count = exchange.uploaded.size();
-  std::vector<CloudRecord>().swap(exchange.uploaded);
-  succeed(exchange, "backup stored as set " + std::to_string(id) + " (" + records(count) + ", " +
-                        std::to_string(bytes) + " bytes of value)");
+  succeed(exchange, "backup stored as set " + std::to_string(id) + " (" +
+                        records(exchange.uploadedRecords) + ", " +
+                        std::to_string(exchange.uploadedBytes) + " bytes of value)");
 }
 
 void CloudAgent::restorePrepare(Exchange& exchange) {
@@ -460,7 +461,7 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
   exchange.setId = ids.back();
   std::vector<CloudRecord> downloaded;
   if (!store_.read(exchange.setId, downloaded, error) ||
-      !host::writeRecordFile(exchange.restorePath, downloaded, error)) {
+      !host::copyRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error)) {
     fail(exchange, error);
     return;
   }

@@ -79,35 +79,54 @@ bool CloudStore::read(unsigned long long id, std::vector<host::CloudRecord>& rec
   return true;
 }
 
+std::string CloudStore::incomingPath(const void* writer) const {
+  g_autofree char* name = g_strdup_printf(".incoming-%ld-%p.dat", static_cast<long>(getpid()),
+                                          writer);
+  g_autofree char* path = g_build_filename(dir_.c_str(), name, nullptr);
+  return path;
+}
+
 bool CloudStore::add(const std::vector<host::CloudRecord>& records, unsigned long long& id,
                      std::string& error) {
-  std::vector<unsigned long long> ids;
-  if (!list(ids, error))
-    return false;
-  g_autofree char* name =
-      g_strdup_printf(".incoming-%ld-%p.dat", static_cast<long>(getpid()),
-                      static_cast<const void*>(&records));
-  g_autofree char* incoming = g_build_filename(dir_.c_str(), name, nullptr);
+  const std::string incoming = incomingPath(&records);
   if (!host::writeRecordFile(incoming, records, error)) {
     error = "cannot store the set: " + error;
+    return false;
+  }
+  return claim(incoming, id, error);
+}
+
+bool CloudStore::addCopyOf(const std::string& path, unsigned long long& id, std::string& error) {
+  const std::string incoming = incomingPath(&path);
+  if (!host::copyRecordFile(path, incoming, error)) {
+    error = "cannot store the set: " + error;
+    return false;
+  }
+  return claim(incoming, id, error);
+}
+
+bool CloudStore::claim(const std::string& incoming, unsigned long long& id, std::string& error) {
+  std::vector<unsigned long long> ids;
+  if (!list(ids, error)) {
+    g_unlink(incoming.c_str());
     return false;
   }
   unsigned long long next = ids.empty() ? 1 : ids.back() + 1;
   // link() refuses an existing name, so two writers never share an ID.
   for (int tries = 0; tries < kClaimTries; ++tries, ++next) {
     const std::string target = setPath(next);
-    if (link(incoming, target.c_str()) == 0) {
-      g_unlink(incoming);
+    if (link(incoming.c_str(), target.c_str()) == 0) {
+      g_unlink(incoming.c_str());
       id = next;
       return true;
     }
     if (errno != EEXIST) {
       error = "cannot store set " + std::to_string(next) + ": " + g_strerror(errno);
-      g_unlink(incoming);
+      g_unlink(incoming.c_str());
       return false;
     }
   }
-  g_unlink(incoming);
+  g_unlink(incoming.c_str());
   error = "cannot claim a new set ID in the cloud directory";
   return false;
 }

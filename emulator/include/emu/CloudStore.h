@@ -27,8 +27,14 @@ class CloudStore {
   // Stores `records` as a new set and returns its ID in `id`.
   bool add(const std::vector<host::CloudRecord>& records, unsigned long long& id,
            std::string& error);
+  // Stores a copy of the record file at `path`, which the caller has read and checked.
+  bool addCopyOf(const std::string& path, unsigned long long& id, std::string& error);
 
  private:
+  // Gives the written file `incoming` the next free ID, or removes it.
+  bool claim(const std::string& incoming, unsigned long long& id, std::string& error);
+  std::string incomingPath(const void* writer) const;
+
   std::string dir_;
 };
 

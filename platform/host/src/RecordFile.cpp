@@ -360,6 +360,35 @@ bool checksumMatches(int fd, size_t end, bool& matches) {
   return true;
 }
 
+// Makes `path` the whole of what `fill` writes to a new file, or leaves it as it was: a
+// temporary file beside it, flushed to disk and renamed over it.
+template <typename Fill>
+bool writeAtomically(const std::string& path, std::string& reason, Fill fill) {
+  if (path.empty()) {
+    reason = "no path for the record file";
+    return false;
+  }
+  std::string temp = path + ".XXXXXX";
+  UniqueFd fd(g_mkstemp_full(&temp[0], O_WRONLY | O_CLOEXEC, 0644));
+  if (fd.get() < 0) {
+    reason = "cannot create a file beside " + path + ": " + g_strerror(errno);
+    return false;
+  }
+  const bool written = fill(fd.get()) && fsync(fd.get()) == 0;
+  const int writeErrno = errno;
+  if (!fd.reset() || !written) {
+    reason = "cannot write " + temp + ": " + g_strerror(written ? errno : writeErrno);
+    g_unlink(temp.c_str());
+    return false;
+  }
+  if (g_rename(temp.c_str(), path.c_str()) != 0) {
+    reason = "cannot rename " + temp + " to " + path + ": " + g_strerror(errno);
+    g_unlink(temp.c_str());
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& bytes,
@@ -399,32 +428,46 @@ bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& re
 }
 
 bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason) {
-  if (path.empty()) {
-    reason = "no path for the record file";
-    return false;
-  }
   if (!checkRecords(records, reason))
     return false;
-  std::string temp = path + ".XXXXXX";
-  UniqueFd fd(g_mkstemp_full(&temp[0], O_WRONLY | O_CLOEXEC, 0644));
-  if (fd.get() < 0) {
-    reason = "cannot create a file beside " + path + ": " + g_strerror(errno);
+  return writeAtomically(path, reason, [&records](int fd) {
+    FileSink sink(fd);
+    return encode(records, sink) && sink.flush();
+  });
+}
+
+bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason) {
+  UniqueFd in(open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat info;
+  if (in.get() < 0 || fstat(in.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    reason = "cannot read " + from + ": not a readable regular file";
     return false;
   }
-  FileSink sink(fd.get());
-  const bool written = encode(records, sink) && sink.flush() && fsync(fd.get()) == 0;
-  const int writeErrno = errno;
-  if (!fd.reset() || !written) {
-    reason = "cannot write " + temp + ": " + g_strerror(written ? errno : writeErrno);
-    g_unlink(temp.c_str());
-    return false;
-  }
-  if (g_rename(temp.c_str(), path.c_str()) != 0) {
-    reason = "cannot rename " + temp + " to " + path + ": " + g_strerror(errno);
-    g_unlink(temp.c_str());
-    return false;
-  }
-  return true;
+  return writeAtomically(to, reason, [&in](int out) {
+    // In the kernel where it can; a plain copy where the file systems do not allow it.
+    for (;;) {
+      const ssize_t copied = copy_file_range(in.get(), nullptr, out, nullptr, kChunkBytes * 64, 0);
+      if (copied == 0)
+        return true;
+      if (copied < 0 && errno == EINTR)
+        continue;
+      if (copied < 0)
+        break;
+    }
+    if (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP)
+      return false;
+    FileSink sink(out);
+    std::string chunk(kChunkBytes, '\0');
+    for (;;) {
+      const ssize_t got = read(in.get(), &chunk[0], chunk.size());
+      if (got < 0 && errno == EINTR)
+        continue;
+      if (got <= 0)
+        return got == 0 && sink.flush();
+      if (!sink.put(chunk.data(), static_cast<size_t>(got)))
+        return false;
+    }
+  });
 }
 
 bool readRecordFile(const std::string& path, std::vector<CloudRecord>& records,

@@ -44,6 +44,9 @@ using RecordRefs = std::vector<const CloudRecord*>;
 bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& records,
                      std::string& reason);
 bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason);
+// Copies the file `from` to `to` byte for byte, replacing `to` as writeRecordFile does. For a
+// file its caller has just read: the bytes are not checked again. False with a one-line reason.
+bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason);
 // Reads a regular file of at most kMaxRecordFileBytes, refusing what decodeRecordFile refuses,
 // with the fields read straight into the records. False with a one-line reason; then
 // `*corrupt` (when given) tells a damaged file from one that could not be read at all.
