@@ -217,6 +217,31 @@ TEST_F(RecordFileOnDiskTest, LargeValuesRoundTripThroughTheFile) {
   EXPECT_TRUE(std::string(bytes, size) == encoded(records));
 }
 
+TEST_F(RecordFileOnDiskTest, CopyReplacesTheTargetWithTheSameBytesOrLeavesItAlone) {
+  const std::string source = temp_.path() + "/set.dat";
+  std::string reason;
+  ASSERT_TRUE(host::writeRecordFile(source, kRecords, reason)) << reason;
+  ASSERT_TRUE(host::writeRecordFile(path_, {kRecords[2]}, reason)) << reason;
+  ASSERT_TRUE(host::copyRecordFile(source, path_, reason)) << reason;
+  g_autofree char* copied = nullptr;
+  gsize size = 0;
+  ASSERT_TRUE(g_file_get_contents(path_.c_str(), &copied, &size, nullptr));
+  EXPECT_TRUE(std::string(copied, size) == encoded(kRecords));
+
+  // A source that is no regular file is refused at once and the target stays as it was.
+  const std::string fifo = temp_.path() + "/fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_FALSE(host::copyRecordFile(fifo, path_, reason));
+  EXPECT_FALSE(host::copyRecordFile(temp_.path() + "/absent", path_, reason));
+  EXPECT_FALSE(reason.empty());
+  std::vector<CloudRecord> back;
+  ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
+  EXPECT_EQ(back, kRecords);
+  g_unlink(fifo.c_str());
+  g_unlink(source.c_str());
+  EXPECT_EQ(names(), std::vector<std::string>{"backup.dat"});
+}
+
 TEST_F(RecordFileOnDiskTest, ReadRefusesWhatIsNoRegularRecordFile) {
   std::vector<CloudRecord> back;
   std::string reason;

@@ -1,0 +1,62 @@
+#include "Measurement.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using bench::Measurement;
+
+Measurement made(std::vector<std::pair<std::string, double>> values) {
+  Measurement measurement;
+  for (const auto& value : values)
+    measurement.set(value.first, value.second);
+  return measurement;
+}
+
+// A child's whole output reaches the parent: the launcher's summary, then the result line.
+TEST(MeasurementTest, TheResultLineComesBackFromAmongAChildsOutput) {
+  const Measurement sent =
+      made({{"collect_ms", 26.125}, {"total_ms", 140.5}, {"baseline_kb", 10188}, {"peak_kb", 70516}});
+  const std::string output = "\n== morvik-service run ==\ndevice    /tmp/x\n" + sent.format() +
+                             "\n" + "ended     by the service itself\n";
+  Measurement received;
+  std::string error;
+  ASSERT_TRUE(Measurement::parse(output, received, error)) << error;
+  EXPECT_EQ(received.values(), sent.values());
+  EXPECT_DOUBLE_EQ(received.peakAboveBaselineBytes(), (70516.0 - 10188.0) * 1024);
+
+  for (const std::string& broken :
+       {std::string("no result here\n"), std::string("morvik-bench-result total_ms=\n"),
+        std::string("morvik-bench-result =3\n"), std::string("morvik-bench-result total_ms=1x\n"),
+        std::string("morvik-bench-result total_ms\n")}) {
+    Measurement untouched = sent;
+    EXPECT_FALSE(Measurement::parse(broken, untouched, error)) << broken;
+    EXPECT_FALSE(error.empty());
+    EXPECT_EQ(untouched.values(), sent.values());
+  }
+}
+
+TEST(MeasurementTest, MedianIsTakenFigureByFigureAndPeakNeverGoesNegative) {
+  const Measurement odd = Measurement::median({made({{"a_ms", 9}, {"b_ms", 1}}),
+                                               made({{"a_ms", 1}, {"b_ms", 7}}),
+                                               made({{"a_ms", 5}, {"b_ms", 3}})});
+  EXPECT_EQ(odd.values(), (made({{"a_ms", 5}, {"b_ms", 3}}).values()));
+  const Measurement even =
+      Measurement::median({made({{"a_ms", 4}}), made({{"a_ms", 1}}), made({{"a_ms", 100}}),
+                           made({{"a_ms", 2}})});
+  EXPECT_DOUBLE_EQ(even.get("a_ms"), 3);
+  EXPECT_TRUE(Measurement::median({}).values().empty());
+
+  EXPECT_EQ(made({{"baseline_kb", 500}, {"peak_kb", 400}}).peakAboveBaselineBytes(), 0);
+  Measurement replaced = made({{"a_ms", 1}});
+  replaced.set("a_ms", 2);
+  EXPECT_EQ(replaced.values().size(), 1u);
+  EXPECT_EQ(replaced.get("a_ms"), 2);
+  EXPECT_FALSE(replaced.has("b_ms"));
+  EXPECT_EQ(replaced.get("b_ms"), 0);
+}
+
+}  // namespace
