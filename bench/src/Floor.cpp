@@ -42,7 +42,8 @@ bool writeFile(const std::string& path, const char* bytes, size_t size) {
   return fclose(file) == 0 && written;
 }
 
-JsonObject* watchItem(const std::string& pkgId, const std::string& svcId,
+JsonObject* watchItem(const std::string& pkgId,
+                      const std::string& svcId,
                       const std::string& result) {
   JsonObject* item = json_object_new();
   json_object_set_string_member(item, "pkgid", pkgId.c_str());
@@ -89,8 +90,10 @@ JsonNode* buildDocument(const emu::DeviceProfile& profile, std::vector<gchar*>& 
 
 }  // namespace
 
-bool measureFloor(const std::string& deviceDir, const std::string& workDir,
-                  Measurement& measurement, std::string& error) {
+bool measureFloor(const std::string& deviceDir,
+                  const std::string& workDir,
+                  Measurement& measurement,
+                  std::string& error) {
   emu::DeviceProfile profile;
   if (!profile.load(deviceDir, error))
     return false;
@@ -149,8 +152,7 @@ bool measureFloor(const std::string& deviceDir, const std::string& workDir,
   for (guint i = 0; i < json_array_get_length(images); ++i) {
     JsonObject* image = json_array_get_object_element(images, i);
     gsize size = 0;
-    g_autofree guchar* bytes =
-        g_base64_decode(json_object_get_string_member(image, "data"), &size);
+    g_autofree guchar* bytes = g_base64_decode(json_object_get_string_member(image, "data"), &size);
     const std::string path = workDir + "/" + json_object_get_string_member(image, "file_name");
     if (!writeFile(path, reinterpret_cast<const char*>(bytes), size)) {
       error = "cannot write " + path;

@@ -12,8 +12,10 @@ namespace bench {
 // service writes it), "write" (to a file), "read" (it back), "parse", "decode" (base64 the
 // photos back and write each as a file into `workDir`). Also reports "doc_bytes" and the
 // memory. False with a one-line reason.
-bool measureFloor(const std::string& deviceDir, const std::string& workDir,
-                  Measurement& measurement, std::string& error);
+bool measureFloor(const std::string& deviceDir,
+                  const std::string& workDir,
+                  Measurement& measurement,
+                  std::string& error);
 
 }  // namespace bench
 

@@ -38,7 +38,8 @@ bool logLineAt(host::Platform& platform, const char* text, double& at) {
 }
 
 // Sets "<name>_ms" for each phase between consecutive marks, and "total_ms".
-void setPhases(Measurement& phases, const std::vector<const char*>& names,
+void setPhases(Measurement& phases,
+               const std::vector<const char*>& names,
                const std::vector<double>& marks) {
   for (size_t i = 0; i < names.size(); ++i)
     phases.set(std::string(names[i]) + "_ms", (marks[i + 1] - marks[i]) * kMsPerSecond);
@@ -51,7 +52,8 @@ class MeasuredWatch : public host::DeviceHooks {
  public:
   explicit MeasuredWatch(std::string kind) : kind_(std::move(kind)) {}
 
-  bool boot(host::Platform& platform, const host::LaunchOptions& options,
+  bool boot(host::Platform& platform,
+            const host::LaunchOptions& options,
             std::string& error) override {
     if (!watch_.boot(platform, options, error))
       return false;
@@ -65,9 +67,9 @@ class MeasuredWatch : public host::DeviceHooks {
                                   const host::RunOutcome& outcome) override {
     const long peakKb = readResidentMemory().peakKb;
     std::string error;
-    const bool measured = outcome.endedBySelf &&
-                          (kind_ == "backup" ? backupPhases(platform, result_, error)
-                                             : restorePhases(platform, result_, error));
+    const bool measured =
+        outcome.endedBySelf && (kind_ == "backup" ? backupPhases(platform, result_, error)
+                                                  : restorePhases(platform, result_, error));
     if (!outcome.endedBySelf)
       error = "the service did not end by itself";
     if (measured) {
@@ -118,8 +120,7 @@ bool restorePhases(host::Platform& platform, Measurement& phases, std::string& e
     return false;
   }
   // The store requests, when there are any, go out before the first message.
-  if (eventAt(platform, Kind::kAppControlSent, nullptr, restoring, requested) &&
-      requested < parsed)
+  if (eventAt(platform, Kind::kAppControlSent, nullptr, restoring, requested) && requested < parsed)
     parsed = requested;
   setPhases(phases, {"download", "parse", "transfer"}, {launched, restoring, parsed, exited});
   return true;

@@ -91,9 +91,8 @@ Measurement Measurement::median(const std::vector<Measurement>& runs) {
       samples.push_back(run.get(entry.first));
     std::sort(samples.begin(), samples.end());
     const size_t middle = samples.size() / 2;
-    result.set(entry.first, samples.size() % 2
-                                ? samples[middle]
-                                : (samples[middle - 1] + samples[middle]) / 2);
+    result.set(entry.first,
+               samples.size() % 2 ? samples[middle] : (samples[middle - 1] + samples[middle]) / 2);
   }
   return result;
 }

@@ -60,9 +60,7 @@ struct SizeResult {
   double perDocument(const bench::Measurement& run) const {
     return run.peakAboveBaselineBytes() / documentBytes;
   }
-  double memoryPerDocument() const {
-    return std::max(perDocument(backup), perDocument(restore));
-  }
+  double memoryPerDocument() const { return std::max(perDocument(backup), perDocument(restore)); }
 };
 
 bool fail(const std::string& message) {
@@ -96,7 +94,8 @@ bool parseOptions(int argc, char* argv[], Options& options) {
 }
 
 // Runs this program again with `args` and reads the child's result line.
-bool runChild(const std::vector<std::string>& args, bench::Measurement& measurement,
+bool runChild(const std::vector<std::string>& args,
+              bench::Measurement& measurement,
               std::string& error) {
   // The previous run's files are written back first, so that no run pays for another's.
   sync();
@@ -109,8 +108,8 @@ bool runChild(const std::vector<std::string>& args, bench::Measurement& measurem
   g_autofree gchar* err = nullptr;
   gint status = 0;
   g_autoptr(GError) spawnError = nullptr;
-  if (!self || !g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr,
-                             &out, &err, &status, &spawnError)) {
+  if (!self || !g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out,
+                             &err, &status, &spawnError)) {
     error = std::string("cannot start a run: ") +
             (spawnError ? spawnError->message : "no path to this program");
     return false;
@@ -143,8 +142,12 @@ bool storedDocumentBytes(const std::string& cloudDir, double& bytes, std::string
 
 // One backup of `sample` and its restore onto a new blank watch, which must then have the
 // same setup; then the floor on the same data.
-bool runOnce(const std::string& sample, const std::string& runDir, bench::Measurement& backup,
-             bench::Measurement& restore, bench::Measurement& floor, double& documentBytes,
+bool runOnce(const std::string& sample,
+             const std::string& runDir,
+             bench::Measurement& backup,
+             bench::Measurement& restore,
+             bench::Measurement& floor,
+             double& documentBytes,
              std::string& error) {
   const std::string cloud = runDir + "/cloud";
   const std::string blank = runDir + "/blank";
@@ -156,13 +159,13 @@ bool runOnce(const std::string& sample, const std::string& runDir, bench::Measur
   }
   if (!emu::createHeavyBlankWatch(blank, error))
     return false;
-  if (!runChild({"--child", "backup", "--device", sample, "--cloud", cloud, "--operation",
-                 "backup"},
-                backup, error) ||
+  if (!runChild(
+          {"--child", "backup", "--device", sample, "--cloud", cloud, "--operation", "backup"},
+          backup, error) ||
       !storedDocumentBytes(cloud, documentBytes, error) ||
-      !runChild({"--child", "restore", "--device", blank, "--cloud", cloud, "--operation",
-                 "restore"},
-                restore, error))
+      !runChild(
+          {"--child", "restore", "--device", blank, "--cloud", cloud, "--operation", "restore"},
+          restore, error))
     return false;
   std::vector<std::string> differences;
   if (!emu::diffWatches(sample, blank, differences, error))
@@ -214,24 +217,26 @@ std::string fixed(const char* format, int factor, double value) {
 void printReport(const Options& options, const std::vector<SizeResult>& sizes) {
   printf("\nmorvik-bench: heavy reference watch, medians of %d run%s per size\n\n", options.runs,
          options.runs == 1 ? "" : "s");
-  printf("photos  doc MB | backup ms  collect  build  upload | restore ms  download  parse  "
-         "transfer | floor ms | ratio | peak/doc backup restore floor\n");
+  printf(
+      "photos  doc MB | backup ms  collect  build  upload | restore ms  download  parse  "
+      "transfer | floor ms | ratio | peak/doc backup restore floor\n");
   for (const SizeResult& size : sizes) {
-    printf("%5dx  %6.1f | %9.0f  %7.0f  %5.0f  %6.0f | %10.0f  %8.0f  %5.0f  %8.0f | %8.0f | "
-           "%5.2f |          %6.2f  %6.2f %5.2f\n",
-           size.photoFactor, size.documentMb(), size.backup.get("total_ms"),
-           size.backup.get("collect_ms"), size.backup.get("build_ms"),
-           size.backup.get("upload_ms"), size.restore.get("total_ms"),
-           size.restore.get("download_ms"), size.restore.get("parse_ms"),
-           size.restore.get("transfer_ms"), size.floor.get("total_ms"), size.ratio(),
-           size.perDocument(size.backup), size.perDocument(size.restore),
-           size.perDocument(size.floor));
+    printf(
+        "%5dx  %6.1f | %9.0f  %7.0f  %5.0f  %6.0f | %10.0f  %8.0f  %5.0f  %8.0f | %8.0f | "
+        "%5.2f |          %6.2f  %6.2f %5.2f\n",
+        size.photoFactor, size.documentMb(), size.backup.get("total_ms"),
+        size.backup.get("collect_ms"), size.backup.get("build_ms"), size.backup.get("upload_ms"),
+        size.restore.get("total_ms"), size.restore.get("download_ms"), size.restore.get("parse_ms"),
+        size.restore.get("transfer_ms"), size.floor.get("total_ms"), size.ratio(),
+        size.perDocument(size.backup), size.perDocument(size.restore),
+        size.perDocument(size.floor));
   }
   const bench::Measurement& floor = sizes.front().floor;
-  printf("\nfloor at 1x: encode %.0f ms, generate %.0f, write %.0f, read %.0f, parse %.0f, "
-         "decode %.0f\n",
-         floor.get("encode_ms"), floor.get("generate_ms"), floor.get("write_ms"),
-         floor.get("read_ms"), floor.get("parse_ms"), floor.get("decode_ms"));
+  printf(
+      "\nfloor at 1x: encode %.0f ms, generate %.0f, write %.0f, read %.0f, parse %.0f, "
+      "decode %.0f\n",
+      floor.get("encode_ms"), floor.get("generate_ms"), floor.get("write_ms"), floor.get("read_ms"),
+      floor.get("parse_ms"), floor.get("decode_ms"));
 
   const SizeResult& base = sizes.front();
   bool linear = true;

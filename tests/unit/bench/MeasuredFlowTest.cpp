@@ -32,8 +32,8 @@ class MeasuredFlowTest : public ::testing::Test {
   // Runs a measured flow and reads back its result line; false when it reported failure.
   bool measure(const std::string& kind, const std::string& device, bench::Measurement& result) {
     testing::internal::CaptureStdout();
-    const int status = bench::runMeasuredFlow(
-        kind, {"--device", device, "--cloud", cloud_, "--operation", kind});
+    const int status =
+        bench::runMeasuredFlow(kind, {"--device", device, "--cloud", cloud_, "--operation", kind});
     const std::string output = testing::internal::GetCapturedStdout();
     std::string error;
     return status == 0 && bench::Measurement::parse(output, result, error);

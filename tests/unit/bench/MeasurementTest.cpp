@@ -18,8 +18,8 @@ Measurement made(std::vector<std::pair<std::string, double>> values) {
 
 // A child's whole output reaches the parent: the launcher's summary, then the result line.
 TEST(MeasurementTest, TheResultLineComesBackFromAmongAChildsOutput) {
-  const Measurement sent =
-      made({{"collect_ms", 26.125}, {"total_ms", 140.5}, {"baseline_kb", 10188}, {"peak_kb", 70516}});
+  const Measurement sent = made(
+      {{"collect_ms", 26.125}, {"total_ms", 140.5}, {"baseline_kb", 10188}, {"peak_kb", 70516}});
   const std::string output = "\n== morvik-service run ==\ndevice    /tmp/x\n" + sent.format() +
                              "\n" + "ended     by the service itself\n";
   Measurement received;
@@ -40,13 +40,12 @@ TEST(MeasurementTest, TheResultLineComesBackFromAmongAChildsOutput) {
 }
 
 TEST(MeasurementTest, MedianIsTakenFigureByFigureAndPeakNeverGoesNegative) {
-  const Measurement odd = Measurement::median({made({{"a_ms", 9}, {"b_ms", 1}}),
-                                               made({{"a_ms", 1}, {"b_ms", 7}}),
-                                               made({{"a_ms", 5}, {"b_ms", 3}})});
+  const Measurement odd =
+      Measurement::median({made({{"a_ms", 9}, {"b_ms", 1}}), made({{"a_ms", 1}, {"b_ms", 7}}),
+                           made({{"a_ms", 5}, {"b_ms", 3}})});
   EXPECT_EQ(odd.values(), (made({{"a_ms", 5}, {"b_ms", 3}}).values()));
-  const Measurement even =
-      Measurement::median({made({{"a_ms", 4}}), made({{"a_ms", 1}}), made({{"a_ms", 100}}),
-                           made({{"a_ms", 2}})});
+  const Measurement even = Measurement::median(
+      {made({{"a_ms", 4}}), made({{"a_ms", 1}}), made({{"a_ms", 100}}), made({{"a_ms", 2}})});
   EXPECT_DOUBLE_EQ(even.get("a_ms"), 3);
   EXPECT_TRUE(Measurement::median({}).values().empty());
 
