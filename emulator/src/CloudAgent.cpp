@@ -461,7 +461,8 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
   exchange.setId = ids.back();
   std::vector<CloudRecord> downloaded;
   if (!store_.read(exchange.setId, downloaded, error) ||
-      !host::copyRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error)) {
+      !host::copyRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error,
+                            host::Durability::kHandedOver)) {
     fail(exchange, error);
     return;
   }

@@ -7,7 +7,9 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -45,46 +47,21 @@ class UniqueFd {
   int fd_;
 };
 
-// CRC-32 (IEEE), eight bytes per step: documents are megabytes, and every copy of one is summed.
+// CRC-32 (IEEE) as zlib computes it: documents are megabytes, and each copy of one is summed.
 class Crc32 {
  public:
   void update(const char* data, size_t size) {
-    const auto& t = tables();
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(data);
-    uint32_t crc = state_;
-    for (; size >= 8; p += 8, size -= 8) {
-      const uint32_t low =
-          crc ^ (p[0] | p[1] << 8 | p[2] << 16 | static_cast<uint32_t>(p[3]) << 24);
-      crc = t[7][low & 0xFF] ^ t[6][(low >> 8) & 0xFF] ^ t[5][(low >> 16) & 0xFF] ^
-            t[4][low >> 24] ^ t[3][p[4]] ^ t[2][p[5]] ^ t[1][p[6]] ^ t[0][p[7]];
+    while (size > 0) {
+      const uInt step = static_cast<uInt>(std::min<size_t>(size, 1u << 30));
+      crc_ = crc32(crc_, reinterpret_cast<const Bytef*>(data), step);
+      data += step;
+      size -= step;
     }
-    for (; size > 0; ++p, --size)
-      crc = t[0][(crc ^ *p) & 0xFF] ^ (crc >> 8);
-    state_ = crc;
   }
-  uint32_t value() const { return state_ ^ 0xFFFFFFFFu; }
+  uint32_t value() const { return static_cast<uint32_t>(crc_); }
 
  private:
-  using Tables = std::array<std::array<uint32_t, 256>, 8>;
-  static const Tables& tables() {
-    static const Tables t = [] {
-      Tables built{};
-      for (uint32_t i = 0; i < 256; ++i) {
-        uint32_t c = i;
-        for (int k = 0; k < 8; ++k)
-          c = (c & 1) ? 0xEDB88320u ^ (c >> 1) : c >> 1;
-        built[0][i] = c;
-      }
-      for (uint32_t i = 0; i < 256; ++i) {
-        for (size_t k = 1; k < built.size(); ++k)
-          built[k][i] = (built[k - 1][i] >> 8) ^ built[0][built[k - 1][i] & 0xFF];
-      }
-      return built;
-    }();
-    return t;
-  }
-
-  uint32_t state_ = 0xFFFFFFFFu;
+  uLong crc_ = crc32(0L, Z_NULL, 0);
 };
 
 uint32_t getU32(const char* in) {
@@ -341,29 +318,45 @@ bool decodeRecords(Source& source, uint32_t count, size_t end, std::vector<Cloud
   return true;
 }
 
-// The checksum of a file's first `end` bytes against the word that follows them.
-bool checksumMatches(int fd, size_t end, bool& matches) {
-  Crc32 crc;
-  std::string chunk(kChunkBytes, '\0');
-  FileSource source(fd);
-  for (size_t done = 0; done < end;) {
-    const size_t size = std::min(kChunkBytes, end - done);
-    if (!source.read(&chunk[0], size))
+// A file's bytes, summed as they are read; skip() reads the rest of the summed part.
+class SummingFileSource : public Source {
+ public:
+  explicit SummingFileSource(int fd) : file_(fd) {}
+  bool read(char* into, size_t size) override {
+    if (!file_.read(into, size))
       return false;
-    crc.update(chunk.data(), size);
-    done += size;
+    crc_.update(into, size);
+    consumed_ += size;
+    return true;
   }
-  char word[4];
-  if (!source.read(word, 4))
-    return false;
-  matches = crc.value() == getU32(word);
-  return true;
-}
+  bool skipTo(size_t offset) {
+    std::string chunk(kChunkBytes, '\0');
+    while (consumed_ < offset) {
+      if (!read(&chunk[0], std::min(kChunkBytes, offset - consumed_)))
+        return false;
+    }
+    return true;
+  }
+  // Reads the checksum word that follows the summed bytes and compares.
+  bool sealMatches(bool& matches) {
+    char word[4];
+    if (!file_.read(word, 4))
+      return false;
+    matches = crc_.value() == getU32(word);
+    return true;
+  }
+
+ private:
+  FileSource file_;
+  Crc32 crc_;
+  size_t consumed_ = 0;
+};
 
 // Makes `path` the whole of what `fill` writes to a new file, or leaves it as it was: a
-// temporary file beside it, flushed to disk and renamed over it.
+// temporary file beside it, synced when asked and renamed over it.
 template <typename Fill>
-bool writeAtomically(const std::string& path, std::string& reason, Fill fill) {
+bool writeAtomically(const std::string& path, Durability durability, std::string& reason,
+                     Fill fill) {
   if (path.empty()) {
     reason = "no path for the record file";
     return false;
@@ -374,7 +367,8 @@ bool writeAtomically(const std::string& path, std::string& reason, Fill fill) {
     reason = "cannot create a file beside " + path + ": " + g_strerror(errno);
     return false;
   }
-  const bool written = fill(fd.get()) && fsync(fd.get()) == 0;
+  const bool written =
+      fill(fd.get()) && (durability == Durability::kHandedOver || fsync(fd.get()) == 0);
   const int writeErrno = errno;
   if (!fd.reset() || !written) {
     reason = "cannot write " + temp + ": " + g_strerror(written ? errno : writeErrno);
@@ -423,27 +417,29 @@ bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& record
 }
 
 bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& records,
-                     std::string& reason) {
-  return writeRecordFile(path, refsTo(records), reason);
+                     std::string& reason, Durability durability) {
+  return writeRecordFile(path, refsTo(records), reason, durability);
 }
 
-bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason) {
+bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason,
+                     Durability durability) {
   if (!checkRecords(records, reason))
     return false;
-  return writeAtomically(path, reason, [&records](int fd) {
+  return writeAtomically(path, durability, reason, [&records](int fd) {
     FileSink sink(fd);
     return encode(records, sink) && sink.flush();
   });
 }
 
-bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason) {
+bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason,
+                    Durability durability) {
   UniqueFd in(open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat info;
   if (in.get() < 0 || fstat(in.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
     reason = "cannot read " + from + ": not a readable regular file";
     return false;
   }
-  return writeAtomically(to, reason, [&in](int out) {
+  return writeAtomically(to, durability, reason, [&in](int out) {
     // In the kernel where it can; a plain copy where the file systems do not allow it.
     for (;;) {
       const ssize_t copied = copy_file_range(in.get(), nullptr, out, nullptr, kChunkBytes * 64, 0);
@@ -497,25 +493,31 @@ bool readRecordFile(const std::string& path, std::vector<CloudRecord>& records,
   if (size < kHeaderBytes + kChecksumBytes)
     return refuse("truncated: " + std::to_string(size) + " bytes is no record file");
 
-  // Two passes, so that the whole file is never in memory next to its records: the checksum
-  // first, then the fields straight into the records.
+  // One pass, with the fields read straight into the records, so that the whole file is
+  // never in memory next to them. The checksum still has the first word, as in
+  // decodeRecordFile: a damaged field is reported only if the sum holds.
   const size_t end = size - kChecksumBytes;
   char header[kHeaderBytes];
-  bool matches = false;
-  FileSource source(fd.get());
-  if (!source.read(header, kHeaderBytes) || lseek(fd.get(), 0, SEEK_SET) != 0 ||
-      !checksumMatches(fd.get(), end, matches) ||
-      lseek(fd.get(), kHeaderBytes, SEEK_SET) != static_cast<off_t>(kHeaderBytes)) {
+  SummingFileSource source(fd.get());
+  if (!source.read(header, kHeaderBytes)) {
     reason = "cannot read " + path + ": it changed or failed while being read";
     return false;
   }
   std::string why;
   if (!checkMagicAndVersion(header, why))
     return refuse(why);
+  std::vector<CloudRecord> decoded;
+  const bool fieldsRead = decodeRecords(source, getU32(header + 8), end, decoded, why);
+  bool matches = false;
+  if (!source.skipTo(end) || !source.sealMatches(matches)) {
+    reason = "cannot read " + path + ": it changed or failed while being read";
+    return false;
+  }
   if (!matches)
     return refuse("bad checksum");
-  if (!decodeRecords(source, getU32(header + 8), end, records, why))
+  if (!fieldsRead)
     return refuse(why);
+  records.swap(decoded);
   return true;
 }
 

@@ -34,19 +34,26 @@ bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& byte
 bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& records,
                       std::string& reason);
 
+// How far a write must get before it counts as done. A synced file is on the disk; a file
+// handed over to a reader that takes it at once only has to be whole, which the rename
+// already guarantees, and a crash loses the exchange, not the backup.
+enum class Durability { kSynced, kHandedOver };
+
 // Records that the caller keeps owning, for writing without a copy.
 using RecordRefs = std::vector<const CloudRecord*>;
 
-// Writes a temporary file beside `path`, flushes it and renames it over `path`, so `path` is
+// Writes a temporary file beside `path`, syncs it as asked and renames it over `path`, so `path` is
 // either the old file or the whole new one; the fields go from the records to the file
 // without an encoded copy in memory. False with a one-line reason, before anything is written
 // when a record cannot be carried.
 bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& records,
-                     std::string& reason);
-bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason);
+                     std::string& reason, Durability durability = Durability::kSynced);
+bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason,
+                     Durability durability = Durability::kSynced);
 // Copies the file `from` to `to` byte for byte, replacing `to` as writeRecordFile does. For a
 // file its caller has just read: the bytes are not checked again. False with a one-line reason.
-bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason);
+bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason,
+                    Durability durability = Durability::kSynced);
 // Reads a regular file of at most kMaxRecordFileBytes, refusing what decodeRecordFile refuses,
 // with the fields read straight into the records. False with a one-line reason; then
 // `*corrupt` (when given) tells a damaged file from one that could not be read at all.
