@@ -5,6 +5,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <utility>
+
 #include "MvSvcBackupModel.h"
 #include "MvSvcLog.h"
 #include "MvSvcRestoreModel.h"
@@ -86,8 +88,9 @@ void MvSvcApp::_startCollection(app_control_h request)
   collector->setOnCollectCompleted([this](bool success, void* userData) {
     MvSvcWatchDataCollector* done = static_cast<MvSvcWatchDataCollector*>(userData);
     if (success && done) {
-      _resultDataList = done->getResultDataList();
-      _imageDataList = done->getImageDataList();
+      // The collector goes next: its lists are handed on, not copied.
+      _resultDataList = std::move(done->getResultDataList());
+      _imageDataList = std::move(done->getImageDataList());
       _startBackup(MVSVC_OPERATION_BACKUP);
     } else {
       MVSVC_LOGE("Failed to collect watch backup data");

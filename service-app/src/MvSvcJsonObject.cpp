@@ -173,9 +173,10 @@ void MvSvcJsonObject::getJsonMessage(std::string& text)
   JsonNode* node = json_node_new(JSON_NODE_OBJECT);
   json_node_set_object(node, _jsonObject);
   json_generator_set_root(generator, node);
-  gchar* data = json_generator_to_data(generator, nullptr);
+  gsize length = 0;
+  gchar* data = json_generator_to_data(generator, &length);
   if (data) {
-    text = data;
+    text.assign(data, length);
     g_free(data);
   }
   json_node_free(node);
