@@ -5,7 +5,6 @@
 #include <time.h>
 
 #include <cstdlib>
-#include <functional>
 #include <optional>
 
 #include "emu/FaultSwitches.h"
@@ -90,10 +89,11 @@ std::string shown(const std::optional<std::string>& text) {
   return text ? "\"" + *text + "\"" : std::string("(none)");
 }
 
-std::optional<size_t> valueHash(const CloudRecord& record) {
-  if (!record.value)
-    return std::nullopt;
-  return std::hash<std::string>()(*record.value);
+bool sameValue(const CloudRecord& record, const host::RecordOutline& outline) {
+  if (!record.value || !outline.valueBytes)
+    return !record.value && !outline.valueBytes;
+  return record.value->size() == *outline.valueBytes &&
+         host::valueCrc(*record.value) == outline.valueCrc;
 }
 
 std::string records(size_t count) {
@@ -121,8 +121,8 @@ struct CloudAgent::Exchange {
   std::string restorePath;
   // The set stored by a backup, or read by a restore; 0 for none.
   unsigned long long setId = 0;
-  // A restore's downloaded values, by hash: what the service must send back unchanged.
-  std::vector<std::optional<size_t>> downloaded;
+  // A restore's downloaded records, by outline: the service must send the values back unchanged.
+  std::vector<host::RecordOutline> downloaded;
 
   const char* name() const {
     switch (type) {
@@ -362,9 +362,9 @@ void CloudAgent::backupPathGiven(Exchange& exchange, const Answer& answer) {
     fail(exchange, "the service gave no record file (path " + shown(answer.path) + ")");
     return;
   }
-  std::vector<CloudRecord> uploaded;
+  std::vector<host::RecordOutline> uploaded;
   std::string error;
-  if (!host::readRecordFile(*answer.path, uploaded, error)) {
+  if (!host::outlineRecordFile(*answer.path, uploaded, error)) {
     fail(exchange, error);
     return;
   }
@@ -375,8 +375,7 @@ void CloudAgent::backupPathGiven(Exchange& exchange, const Answer& answer) {
   }
   for (size_t i = 0; i < uploaded.size(); ++i) {
     if (uploaded[i].key != exchange.declared[i].key ||
-        uploaded[i].date != exchange.declared[i].date || !uploaded[i].value ||
-        uploaded[i].value->empty()) {
+        uploaded[i].date != exchange.declared[i].date || uploaded[i].valueBytes.value_or(0) == 0) {
       fail(exchange, "record " + std::to_string(i) + " of the record file is not the declared "
                      "record with a value");
       return;
@@ -384,8 +383,8 @@ void CloudAgent::backupPathGiven(Exchange& exchange, const Answer& answer) {
   }
   exchange.uploadedPath = *answer.path;
   exchange.uploadedRecords = uploaded.size();
-  for (const CloudRecord& record : uploaded)
-    exchange.uploadedBytes += record.value->size();
+  for (const host::RecordOutline& record : uploaded)
+    exchange.uploadedBytes += *record.valueBytes;
   schedule(exchange, &CloudAgent::backupComplete);
 }
 
@@ -459,15 +458,12 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
     return;
   }
   exchange.setId = ids.back();
-  std::vector<CloudRecord> downloaded;
-  if (!store_.read(exchange.setId, downloaded, error) ||
+  if (!store_.outline(exchange.setId, exchange.downloaded, error) ||
       !host::copyRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error,
                             host::Durability::kHandedOver)) {
     fail(exchange, error);
     return;
   }
-  for (const CloudRecord& record : downloaded)
-    exchange.downloaded.push_back(valueHash(record));
   schedule(exchange, &CloudAgent::restoreRestoration);
 }
 
@@ -493,7 +489,7 @@ void CloudAgent::restoreListGiven(Exchange& exchange, const Answer& answer) {
   for (size_t i = 0; i < answer.records.size(); ++i) {
     const CloudRecord& record = answer.records[i];
     if (record.key != std::optional<std::string>(kRestoredKey) || !isRecentSeconds(record.date) ||
-        valueHash(record) != exchange.downloaded[i]) {
+        !sameValue(record, exchange.downloaded[i])) {
       fail(exchange, "record " + std::to_string(i) + " came back with key " + shown(record.key) +
                          " and date " + shown(record.date) +
                          ", not key \"key\" and the time in seconds with its value");

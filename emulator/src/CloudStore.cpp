@@ -79,6 +79,15 @@ bool CloudStore::read(unsigned long long id, std::vector<host::CloudRecord>& rec
   return true;
 }
 
+bool CloudStore::outline(unsigned long long id, std::vector<host::RecordOutline>& records,
+                         std::string& error) const {
+  if (!host::outlineRecordFile(setPath(id), records, error)) {
+    error = "set " + std::to_string(id) + " is unreadable: " + error;
+    return false;
+  }
+  return true;
+}
+
 std::string CloudStore::incomingPath(const void* writer) const {
   g_autofree char* name = g_strdup_printf(".incoming-%ld-%p.dat", static_cast<long>(getpid()),
                                           writer);

@@ -24,6 +24,9 @@ class CloudStore {
   bool list(std::vector<unsigned long long>& ids, std::string& error) const;
   bool read(unsigned long long id, std::vector<host::CloudRecord>& records,
             std::string& error) const;
+  // Checks the set as read() does, keeping only an outline of its records.
+  bool outline(unsigned long long id, std::vector<host::RecordOutline>& records,
+               std::string& error) const;
   // Stores `records` as a new set and returns its ID in `id`.
   bool add(const std::vector<host::CloudRecord>& records, unsigned long long& id,
            std::string& error);

@@ -254,9 +254,9 @@ bool checkMagicAndVersion(const char* header, std::string& reason) {
   return true;
 }
 
-// Reads one field and advances `at`; `end` is where the checksum starts.
-bool getField(Source& source, size_t end, size_t& at, std::optional<std::string>& field,
-              std::string& reason) {
+// Reads a field's length word and advances `at`; `end` is where the checksum starts.
+bool getFieldLength(Source& source, size_t end, size_t& at, std::optional<uint32_t>& length,
+                    std::string& reason) {
   if (end - at < 4) {
     reason = "truncated: a field's length is cut off";
     return false;
@@ -266,48 +266,102 @@ bool getField(Source& source, size_t end, size_t& at, std::optional<std::string>
     reason = "cannot read a field's length";
     return false;
   }
-  const uint32_t length = getU32(word);
   at += 4;
-  if (length == kAbsent) {
+  const uint32_t value = getU32(word);
+  length.reset();
+  if (value == kAbsent)
+    return true;
+  if (value > kMaxFieldBytes) {
+    reason = "a field claims " + std::to_string(value) + " bytes";
+    return false;
+  }
+  if (end - at < value) {
+    reason = "truncated: a field needs " + std::to_string(value) + " bytes";
+    return false;
+  }
+  length = value;
+  return true;
+}
+
+// Reads one field into `field` and advances `at`.
+bool getField(Source& source, size_t end, size_t& at, std::optional<std::string>& field,
+              std::string& reason) {
+  std::optional<uint32_t> length;
+  if (!getFieldLength(source, end, at, length, reason))
+    return false;
+  if (!length) {
     field.reset();
     return true;
   }
-  if (length > kMaxFieldBytes) {
-    reason = "a field claims " + std::to_string(length) + " bytes";
-    return false;
-  }
-  if (end - at < length) {
-    reason = "truncated: a field needs " + std::to_string(length) + " bytes";
-    return false;
-  }
-  std::string bytes(length, '\0');
-  if (!source.read(&bytes[0], length)) {
+  std::string bytes(*length, '\0');
+  if (!source.read(&bytes[0], *length)) {
     reason = "cannot read a field";
     return false;
   }
-  if (memchr(bytes.data(), '\0', length) != nullptr) {
+  if (memchr(bytes.data(), '\0', *length) != nullptr) {
     reason = "a field holds a NUL byte";
     return false;
   }
   field = std::move(bytes);
-  at += length;
+  at += *length;
   return true;
 }
 
-// The records after a header whose checksum already matched; `end` is where the checksum
-// starts.
-bool decodeRecords(Source& source, uint32_t count, size_t end, std::vector<CloudRecord>& records,
+// Reads one field through without keeping it: only its size and CRC-32.
+bool outlineField(Source& source, size_t end, size_t& at, std::optional<size_t>& size,
+                  uint32_t& crc, std::string& reason) {
+  std::optional<uint32_t> length;
+  if (!getFieldLength(source, end, at, length, reason))
+    return false;
+  size = length;
+  if (!length)
+    return true;
+  Crc32 sum;
+  std::string chunk(std::min<size_t>(*length, kChunkBytes), '\0');
+  for (size_t left = *length; left > 0;) {
+    const size_t step = std::min(left, chunk.size());
+    if (!source.read(&chunk[0], step)) {
+      reason = "cannot read a field";
+      return false;
+    }
+    if (memchr(chunk.data(), '\0', step) != nullptr) {
+      reason = "a field holds a NUL byte";
+      return false;
+    }
+    sum.update(chunk.data(), step);
+    left -= step;
+  }
+  crc = sum.value();
+  at += *length;
+  return true;
+}
+
+bool readRecord(Source& source, size_t end, size_t& at, CloudRecord& record,
+                std::string& reason) {
+  return getField(source, end, at, record.key, reason) &&
+         getField(source, end, at, record.date, reason) &&
+         getField(source, end, at, record.value, reason);
+}
+
+bool readRecord(Source& source, size_t end, size_t& at, RecordOutline& record,
+                std::string& reason) {
+  return getField(source, end, at, record.key, reason) &&
+         getField(source, end, at, record.date, reason) &&
+         outlineField(source, end, at, record.valueBytes, record.valueCrc, reason);
+}
+
+// The records after a header; `end` is where the checksum starts.
+template <typename Record>
+bool decodeRecords(Source& source, uint32_t count, size_t end, std::vector<Record>& records,
                    std::string& reason) {
   if (count > (end - kHeaderBytes) / kMinRecordBytes) {
     reason = "claims " + std::to_string(count) + " records, more than its bytes can hold";
     return false;
   }
-  std::vector<CloudRecord> decoded(count);
+  std::vector<Record> decoded(count);
   size_t at = kHeaderBytes;
-  for (CloudRecord& record : decoded) {
-    if (!getField(source, end, at, record.key, reason) ||
-        !getField(source, end, at, record.date, reason) ||
-        !getField(source, end, at, record.value, reason))
+  for (Record& record : decoded) {
+    if (!readRecord(source, end, at, record, reason))
       return false;
   }
   if (at != end) {
@@ -380,6 +434,62 @@ bool writeAtomically(const std::string& path, Durability durability, std::string
     g_unlink(temp.c_str());
     return false;
   }
+  return true;
+}
+
+template <typename Record>
+bool readFile(const std::string& path, std::vector<Record>& records, std::string& reason,
+              bool* corrupt) {
+  if (corrupt)
+    *corrupt = false;
+  // Non-blocking, so that a FIFO planted at the path cannot hang the reader.
+  UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (fd.get() < 0) {
+    reason = "cannot open " + path + ": " + g_strerror(errno);
+    return false;
+  }
+  struct stat info;
+  if (fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    reason = path + " is not a regular file";
+    return false;
+  }
+  const size_t size = static_cast<size_t>(info.st_size);
+  auto refuse = [&](const std::string& why) {
+    if (corrupt)
+      *corrupt = true;
+    reason = path + ": " + why;
+    return false;
+  };
+  if (size > kMaxRecordFileBytes)
+    return refuse("larger than a record file can be");
+  if (size < kHeaderBytes + kChecksumBytes)
+    return refuse("truncated: " + std::to_string(size) + " bytes is no record file");
+
+  // One pass, with the fields read straight into the records, so that the whole file is
+  // never in memory next to them. The checksum still has the first word, as in
+  // decodeRecordFile: a damaged field is reported only if the sum holds.
+  const size_t end = size - kChecksumBytes;
+  char header[kHeaderBytes];
+  SummingFileSource source(fd.get());
+  if (!source.read(header, kHeaderBytes)) {
+    reason = "cannot read " + path + ": it changed or failed while being read";
+    return false;
+  }
+  std::string why;
+  if (!checkMagicAndVersion(header, why))
+    return refuse(why);
+  std::vector<Record> decoded;
+  const bool fieldsRead = decodeRecords(source, getU32(header + 8), end, decoded, why);
+  bool matches = false;
+  if (!source.skipTo(end) || !source.sealMatches(matches)) {
+    reason = "cannot read " + path + ": it changed or failed while being read";
+    return false;
+  }
+  if (!matches)
+    return refuse("bad checksum");
+  if (!fieldsRead)
+    return refuse(why);
+  records.swap(decoded);
   return true;
 }
 
@@ -468,57 +578,18 @@ bool copyRecordFile(const std::string& from, const std::string& to, std::string&
 
 bool readRecordFile(const std::string& path, std::vector<CloudRecord>& records,
                     std::string& reason, bool* corrupt) {
-  if (corrupt)
-    *corrupt = false;
-  // Non-blocking, so that a FIFO planted at the path cannot hang the reader.
-  UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (fd.get() < 0) {
-    reason = "cannot open " + path + ": " + g_strerror(errno);
-    return false;
-  }
-  struct stat info;
-  if (fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-    reason = path + " is not a regular file";
-    return false;
-  }
-  const size_t size = static_cast<size_t>(info.st_size);
-  auto refuse = [&](const std::string& why) {
-    if (corrupt)
-      *corrupt = true;
-    reason = path + ": " + why;
-    return false;
-  };
-  if (size > kMaxRecordFileBytes)
-    return refuse("larger than a record file can be");
-  if (size < kHeaderBytes + kChecksumBytes)
-    return refuse("truncated: " + std::to_string(size) + " bytes is no record file");
+  return readFile(path, records, reason, corrupt);
+}
 
-  // One pass, with the fields read straight into the records, so that the whole file is
-  // never in memory next to them. The checksum still has the first word, as in
-  // decodeRecordFile: a damaged field is reported only if the sum holds.
-  const size_t end = size - kChecksumBytes;
-  char header[kHeaderBytes];
-  SummingFileSource source(fd.get());
-  if (!source.read(header, kHeaderBytes)) {
-    reason = "cannot read " + path + ": it changed or failed while being read";
-    return false;
-  }
-  std::string why;
-  if (!checkMagicAndVersion(header, why))
-    return refuse(why);
-  std::vector<CloudRecord> decoded;
-  const bool fieldsRead = decodeRecords(source, getU32(header + 8), end, decoded, why);
-  bool matches = false;
-  if (!source.skipTo(end) || !source.sealMatches(matches)) {
-    reason = "cannot read " + path + ": it changed or failed while being read";
-    return false;
-  }
-  if (!matches)
-    return refuse("bad checksum");
-  if (!fieldsRead)
-    return refuse(why);
-  records.swap(decoded);
-  return true;
+bool outlineRecordFile(const std::string& path, std::vector<RecordOutline>& outline,
+                       std::string& reason, bool* corrupt) {
+  return readFile(path, outline, reason, corrupt);
+}
+
+uint32_t valueCrc(const std::string& value) {
+  Crc32 sum;
+  sum.update(value.data(), value.size());
+  return sum.value();
 }
 
 }  // namespace host

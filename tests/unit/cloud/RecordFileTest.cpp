@@ -190,6 +190,12 @@ TEST_F(RecordFileOnDiskTest, ReaderRefusesWhatTheDecoderRefusesForTheSameReason)
     EXPECT_TRUE(corrupt);
     EXPECT_EQ(back.size(), 1u);
     EXPECT_EQ(reason, path_ + ": " + expected);
+    std::vector<host::RecordOutline> outline;
+    corrupt = false;
+    EXPECT_FALSE(host::outlineRecordFile(path_, outline, reason, &corrupt));
+    EXPECT_TRUE(corrupt);
+    EXPECT_TRUE(outline.empty());
+    EXPECT_EQ(reason, path_ + ": " + expected);
   }
   ASSERT_TRUE(g_file_set_contents(path_.c_str(), good.data(), static_cast<gssize>(good.size()),
                                   nullptr));
@@ -197,6 +203,20 @@ TEST_F(RecordFileOnDiskTest, ReaderRefusesWhatTheDecoderRefusesForTheSameReason)
   std::string reason;
   ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
   EXPECT_EQ(back, kRecords);
+
+  std::vector<host::RecordOutline> outline;
+  ASSERT_TRUE(host::outlineRecordFile(path_, outline, reason)) << reason;
+  ASSERT_EQ(outline.size(), kRecords.size());
+  for (size_t i = 0; i < outline.size(); ++i) {
+    EXPECT_EQ(outline[i].key, kRecords[i].key);
+    EXPECT_EQ(outline[i].date, kRecords[i].date);
+    ASSERT_EQ(outline[i].valueBytes.has_value(), kRecords[i].value.has_value());
+    if (kRecords[i].value) {
+      EXPECT_EQ(*outline[i].valueBytes, kRecords[i].value->size());
+      EXPECT_EQ(outline[i].valueCrc, host::valueCrc(*kRecords[i].value));
+      EXPECT_NE(outline[i].valueCrc, host::valueCrc(*kRecords[i].value + "x"));
+    }
+  }
 }
 
 // A document larger than the reader's chunk and than the writer's buffer crosses both whole.

@@ -50,6 +50,22 @@ bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& re
                      std::string& reason, Durability durability = Durability::kSynced);
 bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason,
                      Durability durability = Durability::kSynced);
+// A record as a reader that passes the file on sees it: the value only by its size (absent:
+// no value) and CRC-32.
+struct RecordOutline {
+  std::optional<std::string> key;
+  std::optional<std::string> date;
+  std::optional<size_t> valueBytes;
+  uint32_t valueCrc = 0;
+};
+
+// Checks a record file as readRecordFile does, with the same refusals, without keeping the
+// values in memory.
+bool outlineRecordFile(const std::string& path, std::vector<RecordOutline>& outline,
+                       std::string& reason, bool* corrupt = nullptr);
+// The CRC-32 an outline gives for `value`.
+uint32_t valueCrc(const std::string& value);
+
 // Copies the file `from` to `to` byte for byte, replacing `to` as writeRecordFile does. For a
 // file its caller has just read: the bytes are not checked again. False with a one-line reason.
 bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason,
