@@ -407,10 +407,9 @@ class SummingFileSource : public Source {
 };
 
 // Makes `path` the whole of what `fill` writes to a new file, or leaves it as it was: a
-// temporary file beside it, synced when asked and renamed over it.
+// temporary file beside it, renamed over it.
 template <typename Fill>
-bool writeAtomically(const std::string& path, Durability durability, std::string& reason,
-                     Fill fill) {
+bool writeAtomically(const std::string& path, std::string& reason, Fill fill) {
   if (path.empty()) {
     reason = "no path for the record file";
     return false;
@@ -421,8 +420,7 @@ bool writeAtomically(const std::string& path, Durability durability, std::string
     reason = "cannot create a file beside " + path + ": " + g_strerror(errno);
     return false;
   }
-  const bool written =
-      fill(fd.get()) && (durability == Durability::kHandedOver || fsync(fd.get()) == 0);
+  const bool written = fill(fd.get());
   const int writeErrno = errno;
   if (!fd.reset() || !written) {
     reason = "cannot write " + temp + ": " + g_strerror(written ? errno : writeErrno);
@@ -527,29 +525,27 @@ bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& record
 }
 
 bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& records,
-                     std::string& reason, Durability durability) {
-  return writeRecordFile(path, refsTo(records), reason, durability);
+                     std::string& reason) {
+  return writeRecordFile(path, refsTo(records), reason);
 }
 
-bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason,
-                     Durability durability) {
+bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason) {
   if (!checkRecords(records, reason))
     return false;
-  return writeAtomically(path, durability, reason, [&records](int fd) {
+  return writeAtomically(path, reason, [&records](int fd) {
     FileSink sink(fd);
     return encode(records, sink) && sink.flush();
   });
 }
 
-bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason,
-                    Durability durability) {
+bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason) {
   UniqueFd in(open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat info;
   if (in.get() < 0 || fstat(in.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
     reason = "cannot read " + from + ": not a readable regular file";
     return false;
   }
-  return writeAtomically(to, durability, reason, [&in](int out) {
+  return writeAtomically(to, reason, [&in](int out) {
     // In the kernel where it can; a plain copy where the file systems do not allow it.
     for (;;) {
       const ssize_t copied = copy_file_range(in.get(), nullptr, out, nullptr, kChunkBytes * 64, 0);

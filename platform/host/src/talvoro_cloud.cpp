@@ -589,8 +589,7 @@ int talvoro_cloud_file_create_file(talvoro_cloud_list_h list, const char* path) 
   host::RecordRefs records;
   for (const auto& record : list->records)
     records.push_back(&record->data);
-  // The backup app takes the file at once; the cloud is where the backup is kept.
-  if (!host::writeRecordFile(path, records, reason, host::Durability::kHandedOver))
+  if (!host::writeRecordFile(path, records, reason))
     return TALVORO_CLOUD_ERROR_IO_ERROR;
   return TALVORO_CLOUD_ERROR_NONE;
 }

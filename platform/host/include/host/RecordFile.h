@@ -34,22 +34,18 @@ bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& byte
 bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& records,
                       std::string& reason);
 
-// How far a write must get before it counts as done. A synced file is on the disk; a file
-// handed over to a reader that takes it at once only has to be whole, which the rename
-// already guarantees, and a crash loses the exchange, not the backup.
-enum class Durability { kSynced, kHandedOver };
-
 // Records that the caller keeps owning, for writing without a copy.
 using RecordRefs = std::vector<const CloudRecord*>;
 
-// Writes a temporary file beside `path`, syncs it as asked and renames it over `path`, so `path` is
-// either the old file or the whole new one; the fields go from the records to the file
-// without an encoded copy in memory. False with a one-line reason, before anything is written
+// Writes a temporary file beside `path` and renames it over `path`, so `path` is either the old
+// file or the whole new one; the fields go from the records to the file without an encoded
+// copy in memory. Nothing is synced to disk: the exchange files are read at once, and the
+// emulated cloud stands for the vendor's servers, not for this disk. A file that a crash cut
+// short fails its checksum and is refused, never read wrong. False with a one-line reason, before anything is written
 // when a record cannot be carried.
 bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& records,
-                     std::string& reason, Durability durability = Durability::kSynced);
-bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason,
-                     Durability durability = Durability::kSynced);
+                     std::string& reason);
+bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason);
 // A record as a reader that passes the file on sees it: the value only by its size (absent:
 // no value) and CRC-32.
 struct RecordOutline {
@@ -68,8 +64,7 @@ uint32_t valueCrc(const std::string& value);
 
 // Copies the file `from` to `to` byte for byte, replacing `to` as writeRecordFile does. For a
 // file its caller has just read: the bytes are not checked again. False with a one-line reason.
-bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason,
-                    Durability durability = Durability::kSynced);
+bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason);
 // Reads a regular file of at most kMaxRecordFileBytes, refusing what decodeRecordFile refuses,
 // with the fields read straight into the records. False with a one-line reason; then
 // `*corrupt` (when given) tells a damaged file from one that could not be read at all.
