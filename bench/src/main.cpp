@@ -76,8 +76,10 @@ bool parseOptions(int argc, char* argv[], Options& options) {
       fputs(kUsage, stdout);
       exit(0);
     }
-    if (i + 1 >= argc)
+    if (arg != "--runs" && arg != "--work")
       return fail("unexpected argument '" + arg + "' (see --help)");
+    if (i + 1 >= argc)
+      return fail(arg + " needs a value (see --help)");
     const std::string value = argv[++i];
     if (arg == "--runs") {
       char* end = nullptr;
@@ -85,10 +87,8 @@ bool parseOptions(int argc, char* argv[], Options& options) {
       if (*end != '\0' || runs < 1 || runs > 100)
         return fail("--runs needs a number from 1 to 100, not '" + value + "'");
       options.runs = static_cast<int>(runs);
-    } else if (arg == "--work") {
-      options.workDir = value;
     } else {
-      return fail("unexpected argument '" + arg + "' (see --help)");
+      options.workDir = value;
     }
   }
   return true;
