@@ -66,17 +66,12 @@ class MeasuredWatch : public host::DeviceHooks {
   std::vector<std::string> finish(host::Platform& platform,
                                   const host::RunOutcome& outcome) override {
     const long peakKb = readResidentMemory().peakKb;
-    std::string error;
-    const bool measured =
-        outcome.endedBySelf && (kind_ == "backup" ? backupPhases(platform, result_, error)
-                                                  : restorePhases(platform, result_, error));
-    if (!outcome.endedBySelf)
-      error = "the service did not end by itself";
-    if (measured) {
+    if (!outcome.endedBySelf) {
+      error_ = "the service did not end by itself";
+    } else if (kind_ == "backup" ? backupPhases(platform, result_, error_)
+                                 : restorePhases(platform, result_, error_)) {
       result_.set("baseline_kb", static_cast<double>(baselineKb_));
       result_.set("peak_kb", static_cast<double>(peakKb));
-    } else {
-      error_ = error;
     }
     return watch_.finish(platform, outcome);
   }

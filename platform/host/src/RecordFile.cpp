@@ -78,6 +78,19 @@ std::array<char, 4> u32Bytes(uint32_t value) {
   return bytes;
 }
 
+bool writeAll(int fd, const char* data, size_t size) {
+  while (size > 0) {
+    const ssize_t written = write(fd, data, size);
+    if (written < 0 && errno == EINTR)
+      continue;
+    if (written < 0)
+      return false;
+    data += written;
+    size -= static_cast<size_t>(written);
+  }
+  return true;
+}
+
 // Where an encoded record file goes; each byte passes through the checksum on the way.
 class Sink {
  public:
@@ -111,7 +124,7 @@ class FileSink : public Sink {
  public:
   explicit FileSink(int fd) : fd_(fd) {}
   bool flush() {
-    const bool written = writeAll(buffer_.data(), buffer_.size());
+    const bool written = writeAll(fd_, buffer_.data(), buffer_.size());
     buffer_.clear();
     return written;
   }
@@ -122,19 +135,7 @@ class FileSink : public Sink {
       buffer_.append(data, size);
       return true;
     }
-    return flush() && writeAll(data, size);
-  }
-  bool writeAll(const char* data, size_t size) {
-    while (size > 0) {
-      const ssize_t written = ::write(fd_, data, size);
-      if (written < 0 && errno == EINTR)
-        continue;
-      if (written < 0)
-        return false;
-      data += written;
-      size -= static_cast<size_t>(written);
-    }
-    return true;
+    return flush() && writeAll(fd_, data, size);
   }
   int fd_;
   std::string buffer_;
@@ -558,15 +559,14 @@ bool copyRecordFile(const std::string& from, const std::string& to, std::string&
     }
     if (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP)
       return false;
-    FileSink sink(out);
     std::string chunk(kChunkBytes, '\0');
     for (;;) {
       const ssize_t got = read(in.get(), &chunk[0], chunk.size());
       if (got < 0 && errno == EINTR)
         continue;
       if (got <= 0)
-        return got == 0 && sink.flush();
-      if (!sink.put(chunk.data(), static_cast<size_t>(got)))
+        return got == 0;
+      if (!writeAll(out, chunk.data(), static_cast<size_t>(got)))
         return false;
     }
   });
