@@ -28,7 +28,8 @@ const char* const kUsage =
     "       morvik-emu fault DIR clear [NAME]       clear one switch, or all\n"
     "       morvik-emu fault DIR list               list the switches, and which are set\n"
     "       morvik-emu sets CLOUD                   list the cloud's backup sets\n"
-    "       morvik-emu export CLOUD [--set ID]      print a set's backup document (default: newest)\n"
+    "       morvik-emu export CLOUD [--set ID]      print a set's backup document (default: "
+    "newest)\n"
     "       morvik-emu import CLOUD FILE            store a backup document as a new set\n";
 
 int fail(const std::string& reason) {

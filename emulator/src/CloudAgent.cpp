@@ -141,14 +141,15 @@ struct CloudAgent::Exchange {
   }
 };
 
-CloudAgent::CloudAgent(host::Platform& platform, std::string cloudDir,
+CloudAgent::CloudAgent(host::Platform& platform,
+                       std::string cloudDir,
                        const std::map<std::string, std::string>& faults,
                        std::vector<std::string> operations)
     : platform_(platform),
       store_(std::move(cloudDir)),
       failStep_(faultValue(faults, "cloud-fail")),
-      delayMs_(static_cast<unsigned>(std::strtoul(faultValue(faults, "cloud-delay", "0").c_str(),
-                                                  nullptr, 10))),
+      delayMs_(static_cast<unsigned>(
+          std::strtoul(faultValue(faults, "cloud-delay", "0").c_str(), nullptr, 10))),
       operations_(std::move(operations)),
       previousHandler_(platform.launcherReplyHandler()) {
   platform_.setLauncherReplyHandler(
@@ -184,8 +185,8 @@ std::vector<std::string> CloudAgent::summary() const {
         describeSet(exchange->setId, lines);
       continue;
     }
-    std::string line = std::string("cloud     ") + exchange->name() + " UNFINISHED at " +
-                       exchange->step;
+    std::string line =
+        std::string("cloud     ") + exchange->name() + " UNFINISHED at " + exchange->step;
     if (exchange->awaiting)
       line += std::string(", waiting for the ") + host::cloud::answerName(*exchange->awaiting);
     lines.push_back(line);
@@ -287,8 +288,8 @@ void CloudAgent::fail(Exchange& exchange, const std::string& reason) {
     return;
   exchange.done = true;
   exchange.awaiting.reset();
-  exchange.outcome = std::string("cloud     ") + exchange.name() + " FAILED at " + exchange.step +
-                     ": " + reason;
+  exchange.outcome =
+      std::string("cloud     ") + exchange.name() + " FAILED at " + exchange.step + ": " + reason;
   if (!exchange.completes(false))
     exchange.outcome += " (no completion callback to tell)";
 }
@@ -297,8 +298,8 @@ void CloudAgent::succeed(Exchange& exchange, const std::string& outcome) {
   exchange.done = true;
   exchange.outcome = "cloud     " + outcome;
   if (!exchange.completes(true))
-    exchange.outcome = std::string("cloud     ") + exchange.name() + " FAILED at " +
-                       exchange.step + ": the service registered no completion callback";
+    exchange.outcome = std::string("cloud     ") + exchange.name() + " FAILED at " + exchange.step +
+                       ": the service registered no completion callback";
 }
 
 void CloudAgent::backupPrepare(Exchange& exchange) {
@@ -376,8 +377,9 @@ void CloudAgent::backupPathGiven(Exchange& exchange, const Answer& answer) {
   for (size_t i = 0; i < uploaded.size(); ++i) {
     if (uploaded[i].key != exchange.declared[i].key ||
         uploaded[i].date != exchange.declared[i].date || uploaded[i].valueBytes.value_or(0) == 0) {
-      fail(exchange, "record " + std::to_string(i) + " of the record file is not the declared "
-                     "record with a value");
+      fail(exchange, "record " + std::to_string(i) +
+                         " of the record file is not the declared "
+                         "record with a value");
       return;
     }
   }

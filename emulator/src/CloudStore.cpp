@@ -6,10 +6,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 namespace emu {
 
@@ -30,8 +30,7 @@ bool parseSetName(const char* name, unsigned long long& id) {
   const size_t suffix = sizeof kSetSuffix - 1;
   const size_t length = strlen(name);
   if (length <= prefix + suffix || length > prefix + suffix + 18 ||
-      strncmp(name, kSetPrefix, prefix) != 0 ||
-      strcmp(name + length - suffix, kSetSuffix) != 0)
+      strncmp(name, kSetPrefix, prefix) != 0 || strcmp(name + length - suffix, kSetSuffix) != 0)
     return false;
   unsigned long long value = 0;
   for (size_t i = prefix; i < length - suffix; ++i) {
@@ -70,7 +69,8 @@ bool CloudStore::list(std::vector<unsigned long long>& ids, std::string& error) 
   return true;
 }
 
-bool CloudStore::read(unsigned long long id, std::vector<host::CloudRecord>& records,
+bool CloudStore::read(unsigned long long id,
+                      std::vector<host::CloudRecord>& records,
                       std::string& error) const {
   if (!host::readRecordFile(setPath(id), records, error)) {
     error = "set " + std::to_string(id) + " is unreadable: " + error;
@@ -79,7 +79,8 @@ bool CloudStore::read(unsigned long long id, std::vector<host::CloudRecord>& rec
   return true;
 }
 
-bool CloudStore::outline(unsigned long long id, std::vector<host::RecordOutline>& records,
+bool CloudStore::outline(unsigned long long id,
+                         std::vector<host::RecordOutline>& records,
                          std::string& error) const {
   if (!host::outlineRecordFile(setPath(id), records, error)) {
     error = "set " + std::to_string(id) + " is unreadable: " + error;
@@ -89,13 +90,14 @@ bool CloudStore::outline(unsigned long long id, std::vector<host::RecordOutline>
 }
 
 std::string CloudStore::incomingPath(const void* writer) const {
-  g_autofree char* name = g_strdup_printf(".incoming-%ld-%p.dat", static_cast<long>(getpid()),
-                                          writer);
+  g_autofree char* name =
+      g_strdup_printf(".incoming-%ld-%p.dat", static_cast<long>(getpid()), writer);
   g_autofree char* path = g_build_filename(dir_.c_str(), name, nullptr);
   return path;
 }
 
-bool CloudStore::add(const std::vector<host::CloudRecord>& records, unsigned long long& id,
+bool CloudStore::add(const std::vector<host::CloudRecord>& records,
+                     unsigned long long& id,
                      std::string& error) {
   const std::string incoming = incomingPath(&records);
   if (!host::writeRecordFile(incoming, records, error)) {

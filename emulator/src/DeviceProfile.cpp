@@ -103,7 +103,8 @@ void addStringMember(JsonBuilder* builder, const char* name, const std::string& 
   json_builder_add_string_value(builder, value.c_str());
 }
 
-void addStringMap(JsonBuilder* builder, const char* name,
+void addStringMap(JsonBuilder* builder,
+                  const char* name,
                   const std::map<std::string, std::string>& values) {
   json_builder_set_member_name(builder, name);
   json_builder_begin_object(builder);
@@ -134,8 +135,8 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
   if (!format || !JSON_NODE_HOLDS_VALUE(format) ||
       json_node_get_value_type(format) != G_TYPE_INT64 ||
       json_node_get_int(format) != kFormatVersion) {
-    error = std::string(path) + ": not a device profile of format " +
-            std::to_string(kFormatVersion);
+    error =
+        std::string(path) + ": not a device profile of format " + std::to_string(kFormatVersion);
     return false;
   }
 

@@ -5,7 +5,8 @@
 
 namespace emu {
 
-bool EmulatedWatch::boot(host::Platform& platform, const host::LaunchOptions& options,
+bool EmulatedWatch::boot(host::Platform& platform,
+                         const host::LaunchOptions& options,
                          std::string& error) {
   deviceDir_ = options.deviceDir;
   if (!profile_.load(deviceDir_, error))
@@ -22,8 +23,7 @@ bool EmulatedWatch::boot(host::Platform& platform, const host::LaunchOptions& op
   return true;
 }
 
-std::vector<std::string> EmulatedWatch::finish(host::Platform& platform,
-                                               const host::RunOutcome&) {
+std::vector<std::string> EmulatedWatch::finish(host::Platform& platform, const host::RunOutcome&) {
   std::vector<std::string> lines;
   if (cloud_) {
     lines = cloud_->summary();

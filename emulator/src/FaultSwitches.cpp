@@ -7,30 +7,43 @@ namespace emu {
 
 const std::vector<FaultSwitch>& faultSwitches() {
   static const std::vector<FaultSwitch> switches = {
-      {"cloud-fail", FaultSwitch::Value::kChoice,
+      {"cloud-fail",
+       FaultSwitch::Value::kChoice,
        "the cloud agent makes that step of the exchange fail",
        {"prepare", "keys", "upload", "download", "complete"}},
-      {"cloud-delay", FaultSwitch::Value::kMilliseconds,
-       "each step of the cloud agent waits MS before it runs", {}},
-      {"watchface-silent", FaultSwitch::Value::kNone,
-       "the watch face service never answers a backup", {}},
-      {"watchface-finish-early", FaultSwitch::Value::kNone,
+      {"cloud-delay",
+       FaultSwitch::Value::kMilliseconds,
+       "each step of the cloud agent waits MS before it runs",
+       {}},
+      {"watchface-silent",
+       FaultSwitch::Value::kNone,
+       "the watch face service never answers a backup",
+       {}},
+      {"watchface-finish-early",
+       FaultSwitch::Value::kNone,
        "the watch face service sends \"restore_finished\" while the service waits on the store",
        {}},
-      {"watchapp-late", FaultSwitch::Value::kMilliseconds,
-       "the preloaded watch apps answer after MS", {}},
-      {"watchapp-missing", FaultSwitch::Value::kNone,
-       "the two preloaded watch apps are not installed", {}},
+      {"watchapp-late",
+       FaultSwitch::Value::kMilliseconds,
+       "the preloaded watch apps answer after MS",
+       {}},
+      {"watchapp-missing",
+       FaultSwitch::Value::kNone,
+       "the two preloaded watch apps are not installed",
+       {}},
       {"store-silent", FaultSwitch::Value::kNone, "the store never replies", {}},
-      {"store-error", FaultSwitch::Value::kText,
-       "the store's install replies fail with \"errorMsg\" TEXT", {}},
-      {"image-unreadable", FaultSwitch::Value::kNone,
-       "one background image path is a FIFO", {}},
+      {"store-error",
+       FaultSwitch::Value::kText,
+       "the store's install replies fail with \"errorMsg\" TEXT",
+       {}},
+      {"image-unreadable", FaultSwitch::Value::kNone, "one background image path is a FIFO", {}},
   };
   return switches;
 }
 
-bool parseFaultSetting(const std::string& setting, std::string& name, std::string& value,
+bool parseFaultSetting(const std::string& setting,
+                       std::string& name,
+                       std::string& value,
                        std::string& error) {
   const size_t equals = setting.find('=');
   name = setting.substr(0, equals);
@@ -52,9 +65,9 @@ bool parseFaultSetting(const std::string& setting, std::string& name, std::strin
       value = "on";
       return true;
     case FaultSwitch::Value::kMilliseconds:
-      if (value.empty() || value.size() > 9 ||
-          !std::all_of(value.begin(), value.end(),
-                       [](char c) { return isdigit(static_cast<unsigned char>(c)) != 0; })) {
+      if (value.empty() || value.size() > 9 || !std::all_of(value.begin(), value.end(), [](char c) {
+            return isdigit(static_cast<unsigned char>(c)) != 0;
+          })) {
         error = name + " needs a whole number of milliseconds, as " + name + "=MS";
         return false;
       }
@@ -66,8 +79,7 @@ bool parseFaultSetting(const std::string& setting, std::string& name, std::strin
       }
       return true;
     case FaultSwitch::Value::kChoice:
-      if (std::find(found->choices.begin(), found->choices.end(), value) ==
-          found->choices.end()) {
+      if (std::find(found->choices.begin(), found->choices.end(), value) == found->choices.end()) {
         std::string choices;
         for (const std::string& choice : found->choices)
           choices += (choices.empty() ? "" : ", ") + choice;
@@ -79,7 +91,8 @@ bool parseFaultSetting(const std::string& setting, std::string& name, std::strin
   return false;
 }
 
-std::string faultValue(const std::map<std::string, std::string>& faults, const std::string& name,
+std::string faultValue(const std::map<std::string, std::string>& faults,
+                       const std::string& name,
                        const std::string& fallback) {
   auto it = faults.find(name);
   return it == faults.end() ? fallback : it->second;

@@ -76,9 +76,9 @@ std::string heavySettings(int face, size_t size) {
                      std::to_string(face) + "\">\n";
   const std::string end = "</face>\n";
   for (int slot = 0;; ++slot) {
-    g_autofree char* line = g_strdup_printf(
-        "  <complication slot=\"s%04d\" source=\"steps\" color=\"#%06X\"/>\n", slot,
-        (face * 7919 + slot * 104729) & 0xFFFFFF);
+    g_autofree char* line =
+        g_strdup_printf("  <complication slot=\"s%04d\" source=\"steps\" color=\"#%06X\"/>\n", slot,
+                        (face * 7919 + slot * 104729) & 0xFFFFFF);
     if (text.size() + strlen(line) + end.size() > size)
       break;
     text += line;
@@ -110,8 +110,10 @@ bool prepareDirectory(const std::string& deviceDir, std::string& error) {
   return true;
 }
 
-bool writeFile(const std::string& deviceDir, const std::string& relativePath,
-               const std::string& bytes, std::string& error) {
+bool writeFile(const std::string& deviceDir,
+               const std::string& relativePath,
+               const std::string& bytes,
+               std::string& error) {
   g_autofree char* path = g_build_filename(deviceDir.c_str(), relativePath.c_str(), nullptr);
   g_autofree char* dir = g_path_get_dirname(path);
   g_autoptr(GError) writeError = nullptr;
@@ -123,7 +125,8 @@ bool writeFile(const std::string& deviceDir, const std::string& relativePath,
   return true;
 }
 
-bool createBlank(const std::string& deviceDir, const std::vector<CatalogueItem>& catalogue,
+bool createBlank(const std::string& deviceDir,
+                 const std::vector<CatalogueItem>& catalogue,
                  std::string& error) {
   if (!prepareDirectory(deviceDir, error))
     return false;

@@ -8,9 +8,9 @@ extern "C" {
 
 /* The running app's shared trusted directory, ending with '/'; a copy the caller frees with
  * free(), or NULL. */
-char *app_get_shared_trusted_path(void);
+char* app_get_shared_trusted_path(void);
 /* The running app's ID in *id, a copy the caller frees with free(). Returns 0 on success. */
-int app_get_id(char **id);
+int app_get_id(char** id);
 
 #ifdef __cplusplus
 }

@@ -10,7 +10,7 @@ extern "C" {
 #endif
 
 /* Opaque. Whoever creates or clones a handle destroys it with app_control_destroy(). */
-typedef struct app_control_s *app_control_h;
+typedef struct app_control_s* app_control_h;
 
 typedef enum {
   APP_CONTROL_ERROR_NONE = TIZEN_ERROR_NONE,
@@ -36,27 +36,31 @@ typedef enum {
 
 /* Called on the main loop with the request as sent (kept alive by the platform for the call)
  * and the callee's reply; neither handle may be destroyed by the callback. */
-typedef void (*app_control_reply_cb)(app_control_h request, app_control_h reply,
-                                     app_control_result_e result, void *user_data);
+typedef void (*app_control_reply_cb)(app_control_h request,
+                                     app_control_h reply,
+                                     app_control_result_e result,
+                                     void* user_data);
 
-int app_control_create(app_control_h *app_control);
+int app_control_create(app_control_h* app_control);
 int app_control_destroy(app_control_h app_control);
-int app_control_clone(app_control_h *clone, app_control_h app_control);
+int app_control_clone(app_control_h* clone, app_control_h app_control);
 
-int app_control_set_operation(app_control_h app_control, const char *operation);
+int app_control_set_operation(app_control_h app_control, const char* operation);
 /* *operation is NULL when none is set; otherwise a copy the caller frees with free(). */
-int app_control_get_operation(app_control_h app_control, char **operation);
-int app_control_set_app_id(app_control_h app_control, const char *app_id);
-int app_control_get_app_id(app_control_h app_control, char **app_id);
+int app_control_get_operation(app_control_h app_control, char** operation);
+int app_control_set_app_id(app_control_h app_control, const char* app_id);
+int app_control_get_app_id(app_control_h app_control, char** app_id);
 
-int app_control_add_extra_data(app_control_h app_control, const char *key, const char *value);
-int app_control_remove_extra_data(app_control_h app_control, const char *key);
+int app_control_add_extra_data(app_control_h app_control, const char* key, const char* value);
+int app_control_remove_extra_data(app_control_h app_control, const char* key);
 /* *value is a copy the caller frees with free(). */
-int app_control_get_extra_data(app_control_h app_control, const char *key, char **value);
+int app_control_get_extra_data(app_control_h app_control, const char* key, char** value);
 
-int app_control_send_launch_request(app_control_h app_control, app_control_reply_cb callback,
-                                    void *user_data);
-int app_control_reply_to_launch_request(app_control_h reply, app_control_h request,
+int app_control_send_launch_request(app_control_h app_control,
+                                    app_control_reply_cb callback,
+                                    void* user_data);
+int app_control_reply_to_launch_request(app_control_h reply,
+                                        app_control_h request,
                                         app_control_result_e result);
 
 #ifdef __cplusplus

@@ -19,7 +19,7 @@ typedef enum {
 
 /* The shared trusted directory of an installed app, ending with '/'; *path is a copy the caller
  * frees with free(). */
-int app_manager_get_shared_trusted_path(const char *app_id, char **path);
+int app_manager_get_shared_trusted_path(const char* app_id, char** path);
 
 #ifdef __cplusplus
 }

@@ -19,15 +19,15 @@ typedef enum {
 } bundle_error_e;
 
 /* Returns a new bundle that the caller releases with bundle_free(), or NULL. */
-bundle *bundle_create(void);
-int bundle_free(bundle *b);
-bundle *bundle_dup(bundle *b_from);
+bundle* bundle_create(void);
+int bundle_free(bundle* b);
+bundle* bundle_dup(bundle* b_from);
 /* Fails with BUNDLE_ERROR_KEY_EXISTS when the key is already there. */
-int bundle_add_str(bundle *b, const char *key, const char *str);
+int bundle_add_str(bundle* b, const char* key, const char* str);
 /* *str points into the bundle: valid until the key is deleted or the bundle freed. */
-int bundle_get_str(bundle *b, const char *key, char **str);
-int bundle_del(bundle *b, const char *key);
-int bundle_get_count(bundle *b);
+int bundle_get_str(bundle* b, const char* key, char** str);
+int bundle_del(bundle* b, const char* key);
+int bundle_get_count(bundle* b);
 
 #ifdef __cplusplus
 }

@@ -28,9 +28,9 @@ typedef enum {
 } dlog_error_e;
 
 /* Returns the number of bytes written, or a negative dlog_error_e. */
-int dlog_print(log_priority prio, const char *tag, const char *fmt, ...)
+int dlog_print(log_priority prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 3, 4)));
-int dlog_vprint(log_priority prio, const char *tag, const char *fmt, va_list ap)
+int dlog_vprint(log_priority prio, const char* tag, const char* fmt, va_list ap)
     __attribute__((format(printf, 3, 0)));
 
 #ifdef __cplusplus

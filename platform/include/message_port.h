@@ -2,8 +2,8 @@
 #ifndef __TIZEN_APPFW_MESSAGE_PORT_H__
 #define __TIZEN_APPFW_MESSAGE_PORT_H__
 
-#include <stdbool.h>
 #include <bundle.h>
+#include <stdbool.h>
 #include <tizen_error.h>
 
 #ifdef __cplusplus
@@ -23,20 +23,22 @@ typedef enum {
 
 /* Called on the main loop; `message` belongs to the platform and lives for the call only. */
 typedef void (*message_port_trusted_message_cb)(int trusted_local_port_id,
-                                                const char *remote_app_id,
-                                                const char *remote_port,
-                                                bool trusted_remote_port, bundle *message,
-                                                void *user_data);
+                                                const char* remote_app_id,
+                                                const char* remote_port,
+                                                bool trusted_remote_port,
+                                                bundle* message,
+                                                void* user_data);
 
 /* Returns a positive port ID, or a negative error. Registering a name again returns the same
  * ID and replaces its callback. */
-int message_port_register_trusted_local_port(const char *local_port,
+int message_port_register_trusted_local_port(const char* local_port,
                                              message_port_trusted_message_cb callback,
-                                             void *user_data);
+                                             void* user_data);
 int message_port_unregister_trusted_local_port(int trusted_local_port_id);
 /* The bundle stays the caller's. */
-int message_port_send_trusted_message(const char *remote_app_id, const char *remote_port,
-                                      bundle *message);
+int message_port_send_trusted_message(const char* remote_app_id,
+                                      const char* remote_port,
+                                      bundle* message);
 
 #ifdef __cplusplus
 }

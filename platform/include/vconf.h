@@ -10,8 +10,8 @@ extern "C" {
 #define VCONF_ERROR -1
 
 /* Returns a copy the caller frees with free(), or NULL when the key has no string value. */
-char *vconf_get_str(const char *in_key);
-int vconf_set_str(const char *in_key, const char *strval);
+char* vconf_get_str(const char* in_key);
+int vconf_set_str(const char* in_key, const char* strval);
 
 #ifdef __cplusplus
 }

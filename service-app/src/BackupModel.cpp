@@ -19,8 +19,7 @@ const char* const kRecordKey = "key";
 }  // namespace
 
 BackupModel::BackupModel(app_control_h request, unsigned int size)
-    : _size(size), _isInitialized(false), _filePath(), _request(request), _onBackupCompleted()
-{
+    : _size(size), _isInitialized(false), _filePath(), _request(request), _onBackupCompleted() {
   _init();
 
   char* sharedPath = app_get_shared_trusted_path();
@@ -32,13 +31,11 @@ BackupModel::BackupModel(app_control_h request, unsigned int size)
   }
 }
 
-BackupModel::~BackupModel()
-{
+BackupModel::~BackupModel() {
   _fini();
 }
 
-bool BackupModel::run(const char* operation)
-{
+bool BackupModel::run(const char* operation) {
   if (!_isInitialized) {
     MVSVC_LOGE("talvoro_cloud is not initialized.");
     return false;
@@ -74,13 +71,11 @@ bool BackupModel::run(const char* operation)
   return success;
 }
 
-void BackupModel::setOnBackupCompleted(MvSvcCompletionCb callback)
-{
+void BackupModel::setOnBackupCompleted(MvSvcCompletionCb callback) {
   _onBackupCompleted = std::move(callback);
 }
 
-void BackupModel::_init()
-{
+void BackupModel::_init() {
   int ret = talvoro_cloud_initialize();
   if (ret != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_initialize failed.(%d)", ret);
@@ -89,16 +84,14 @@ void BackupModel::_init()
   _isInitialized = true;
 }
 
-void BackupModel::_fini()
-{
+void BackupModel::_fini() {
   int ret = talvoro_cloud_deinitialize();
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_deinitialize failed.(%d)", ret);
   _isInitialized = false;
 }
 
-void BackupModel::_removeFile()
-{
+void BackupModel::_removeFile() {
   if (ecore_file_exists(_filePath.c_str()) != EINA_TRUE) {
     MVSVC_LOGE("file is not exist!");
     return;
@@ -107,22 +100,19 @@ void BackupModel::_removeFile()
     MVSVC_LOGE("file remove failed.");
 }
 
-uint64_t BackupModel::_getCurrentDeviceMilliSecTime()
-{
+uint64_t BackupModel::_getCurrentDeviceMilliSecTime() {
   struct timeval now;
   gettimeofday(&now, nullptr);
   return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
 }
 
-void BackupModel::_backupPreparedCb(void*)
-{
+void BackupModel::_backupPreparedCb(void*) {
   int ret = talvoro_cloud_backup_record_send_preparation_completed_response(true);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_backup_record_send_preparation_completed_response failed.(%d)", ret);
 }
 
-void BackupModel::_backupSetKeysDatesCb(void* userData)
-{
+void BackupModel::_backupSetKeysDatesCb(void* userData) {
   BackupModel* model = static_cast<BackupModel*>(userData);
 
   talvoro_cloud_list_h list = nullptr;
@@ -177,8 +167,7 @@ void BackupModel::_backupSetKeysDatesCb(void* userData)
     MVSVC_LOGE("talvoro_cloud_list_destroy failed.(%d)", ret);
 }
 
-void BackupModel::_backupRecordCb(void* list, void* userData)
-{
+void BackupModel::_backupRecordCb(void* list, void* userData) {
   BackupModel* model = static_cast<BackupModel*>(userData);
   talvoro_cloud_list_h records = static_cast<talvoro_cloud_list_h>(list);
 
@@ -260,8 +249,7 @@ void BackupModel::_backupRecordCb(void* list, void* userData)
     MVSVC_LOGE("talvoro_cloud_list_destroy failed.(%d)", ret);
 }
 
-void BackupModel::_backupCompleteCb(bool success, void* userData)
-{
+void BackupModel::_backupCompleteCb(bool success, void* userData) {
   BackupModel* model = static_cast<BackupModel*>(userData);
   if (model->_onBackupCompleted)
     model->_onBackupCompleted(success, userData);

@@ -20,34 +20,31 @@ const double kExitDelaySeconds = 2.0;
 }  // namespace
 
 MvSvcApp::MvSvcApp()
-    : app_assist::WServiceApp(), _request(nullptr), _resultDataList(), _imageDataList(),
-      _exitTimer(nullptr)
-{
-}
+    : app_assist::WServiceApp(),
+      _request(nullptr),
+      _resultDataList(),
+      _imageDataList(),
+      _exitTimer(nullptr) {}
 
-MvSvcApp::~MvSvcApp()
-{
+MvSvcApp::~MvSvcApp() {
   if (_exitTimer) {
     ecore_timer_del(_exitTimer);
     _exitTimer = nullptr;
   }
 }
 
-bool MvSvcApp::onCreate()
-{
+bool MvSvcApp::onCreate() {
   return true;
 }
 
-void MvSvcApp::onTerminate()
-{
+void MvSvcApp::onTerminate() {
   if (_request) {
     app_control_destroy(_request);
     _request = nullptr;
   }
 }
 
-void MvSvcApp::onAppControl(app_control_h request, bool)
-{
+void MvSvcApp::onAppControl(app_control_h request, bool) {
   WASSERT(request != nullptr);
 
   char* operation = nullptr;
@@ -81,8 +78,7 @@ void MvSvcApp::onAppControl(app_control_h request, bool)
   }
 }
 
-void MvSvcApp::_startCollection(app_control_h request)
-{
+void MvSvcApp::_startCollection(app_control_h request) {
   _storeRequest(request);
   MvSvcWatchDataCollector* collector = new MvSvcWatchDataCollector();
   collector->setOnCollectCompleted([this](bool success, void* userData) {
@@ -100,8 +96,7 @@ void MvSvcApp::_startCollection(app_control_h request)
   collector->run();
 }
 
-void MvSvcApp::_startBackup(const char* operation)
-{
+void MvSvcApp::_startBackup(const char* operation) {
   MvSvcBackupModel* model = new MvSvcBackupModel(_request, _resultDataList, _imageDataList);
   model->setOnBackupCompleted([](bool, void* userData) {
     delete static_cast<MvSvcBackupModel*>(userData);
@@ -110,8 +105,7 @@ void MvSvcApp::_startBackup(const char* operation)
   model->run(operation);
 }
 
-void MvSvcApp::_startRestore(app_control_h request)
-{
+void MvSvcApp::_startRestore(app_control_h request) {
   MvSvcRestoreModel* model = new MvSvcRestoreModel(request);
   model->setOnRestoreCompleted([](bool, void* userData) {
     delete static_cast<MvSvcRestoreModel*>(userData);
@@ -121,8 +115,7 @@ void MvSvcApp::_startRestore(app_control_h request)
 }
 
 // An earlier clone is released first: only the latest request is answered.
-void MvSvcApp::_storeRequest(app_control_h request)
-{
+void MvSvcApp::_storeRequest(app_control_h request) {
   if (_request) {
     app_control_destroy(_request);
     _request = nullptr;
@@ -132,8 +125,7 @@ void MvSvcApp::_storeRequest(app_control_h request)
     MVSVC_LOGE("app_control_clone failed.(%d)", ret);
 }
 
-void MvSvcApp::_setExitTimer()
-{
+void MvSvcApp::_setExitTimer() {
   if (_exitTimer) {
     ecore_timer_del(_exitTimer);
     _exitTimer = nullptr;
@@ -141,8 +133,7 @@ void MvSvcApp::_setExitTimer()
   _exitTimer = ecore_timer_add(kExitDelaySeconds, _exitTimerCb, this);
 }
 
-Eina_Bool MvSvcApp::_exitTimerCb(void* data)
-{
+Eina_Bool MvSvcApp::_exitTimerCb(void* data) {
   MvSvcApp* app = static_cast<MvSvcApp*>(data);
   app->_exitTimer = nullptr;
   service_app_exit();
@@ -150,8 +141,7 @@ Eina_Bool MvSvcApp::_exitTimerCb(void* data)
 }
 
 #ifndef MVSVC_WITHOUT_MAIN
-int main(int argc, char* argv[])
-{
+int main(int argc, char* argv[]) {
   MvSvcApp app;
   return app.start(argc, argv);
 }

@@ -14,8 +14,7 @@ const char* const kWatchMainKey = "db/pel/clocks_set_idle";
 const char* const kWatchSubKey = "file/private/com.talvoro.watchface/watchface_name";
 
 // The key's value, or "" when it cannot be read.
-std::string readConfig(const char* key)
-{
+std::string readConfig(const char* key) {
   char* value = vconf_get_str(key);
   std::string text = value ? value : "";
   free(value);
@@ -29,21 +28,18 @@ MvSvcBackupModel::MvSvcBackupModel(app_control_h request,
                                    std::vector<WatchImageData>& imageDataList)
     : BackupModel(request, 1),
       _resultDataList(std::move(resultDataList)),
-      _imageDataList(std::move(imageDataList))
-{
+      _imageDataList(std::move(imageDataList)) {
   resultDataList.clear();
   imageDataList.clear();
 }
 
 MvSvcBackupModel::~MvSvcBackupModel() = default;
 
-std::string MvSvcBackupModel::getKeyStr()
-{
+std::string MvSvcBackupModel::getKeyStr() {
   return std::string();
 }
 
-std::string MvSvcBackupModel::getJsonStr(unsigned int)
-{
+std::string MvSvcBackupModel::getJsonStr(unsigned int) {
   std::unique_ptr<MvSvcJsonBuilder> builder(new MvSvcJsonBuilder());
 
   std::string mainKey = readConfig(kWatchMainKey);

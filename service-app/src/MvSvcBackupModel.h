@@ -14,7 +14,8 @@
 class MvSvcBackupModel : public BackupModel {
  public:
   // Takes the lists' contents over; `request` stays the caller's.
-  MvSvcBackupModel(app_control_h request, std::vector<WatchResultData>& resultDataList,
+  MvSvcBackupModel(app_control_h request,
+                   std::vector<WatchResultData>& resultDataList,
                    std::vector<WatchImageData>& imageDataList);
   virtual ~MvSvcBackupModel();
 

@@ -7,8 +7,7 @@
 namespace {
 
 // A wrapper that holds the only reference to a new empty object.
-MvSvcJsonObject newObject()
-{
+MvSvcJsonObject newObject() {
   MvSvcJsonObject wrapper;
   JsonObject* object = json_object_new();
   wrapper.setJsonObject(object);
@@ -18,31 +17,26 @@ MvSvcJsonObject newObject()
 
 }  // namespace
 
-MvSvcJsonBuilder::MvSvcJsonBuilder() : _rootNode(json_node_new(JSON_NODE_OBJECT)), _rootObject()
-{
+MvSvcJsonBuilder::MvSvcJsonBuilder() : _rootNode(json_node_new(JSON_NODE_OBJECT)), _rootObject() {
   JsonObject* object = json_object_new();
   json_node_set_object(_rootNode, object);
   _rootObject.setJsonObject(object);
   json_object_unref(object);
 }
 
-MvSvcJsonBuilder::~MvSvcJsonBuilder()
-{
+MvSvcJsonBuilder::~MvSvcJsonBuilder() {
   json_node_free(_rootNode);
 }
 
-void MvSvcJsonBuilder::addStringMember(const std::string& key, const std::string& value)
-{
+void MvSvcJsonBuilder::addStringMember(const std::string& key, const std::string& value) {
   _rootObject.addStringMember(key, value);
 }
 
-void MvSvcJsonBuilder::addIntegerMember(const std::string& key, int value)
-{
+void MvSvcJsonBuilder::addIntegerMember(const std::string& key, int value) {
   _rootObject.addIntegerMember(key, value);
 }
 
-void MvSvcJsonBuilder::addResultXmls(const std::vector<WatchResultData>& records)
-{
+void MvSvcJsonBuilder::addResultXmls(const std::vector<WatchResultData>& records) {
   if (records.empty()) {
     MVSVC_LOGE("Result list is empty");
     return;
@@ -58,8 +52,7 @@ void MvSvcJsonBuilder::addResultXmls(const std::vector<WatchResultData>& records
   _rootObject.addArrayMember("watch_items", items);
 }
 
-void MvSvcJsonBuilder::addMyPhotos(const std::vector<WatchImageData>& records)
-{
+void MvSvcJsonBuilder::addMyPhotos(const std::vector<WatchImageData>& records) {
   if (records.empty()) {
     MVSVC_LOGE("Image backup list is empty");
     return;
@@ -75,7 +68,6 @@ void MvSvcJsonBuilder::addMyPhotos(const std::vector<WatchImageData>& records)
   _rootObject.addArrayMember("watch_custom_bg", images);
 }
 
-void MvSvcJsonBuilder::getJsonMessage(std::string& text)
-{
+void MvSvcJsonBuilder::getJsonMessage(std::string& text) {
   _rootObject.getJsonMessage(text);
 }

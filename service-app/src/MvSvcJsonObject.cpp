@@ -5,8 +5,7 @@
 namespace {
 
 // json-glib's typed accessors emit criticals on a node of another type, so check first.
-bool holdsValueOfType(JsonNode* node, GType type)
-{
+bool holdsValueOfType(JsonNode* node, GType type) {
   return node && JSON_NODE_HOLDS_VALUE(node) && json_node_get_value_type(node) == type;
 }
 
@@ -14,13 +13,11 @@ bool holdsValueOfType(JsonNode* node, GType type)
 
 MvSvcJsonObject::MvSvcJsonObject() : _jsonObject(nullptr) {}
 
-MvSvcJsonObject::MvSvcJsonObject(const MvSvcJsonObject& other) : _jsonObject(nullptr)
-{
+MvSvcJsonObject::MvSvcJsonObject(const MvSvcJsonObject& other) : _jsonObject(nullptr) {
   copy(other);
 }
 
-MvSvcJsonObject& MvSvcJsonObject::operator=(const MvSvcJsonObject& other)
-{
+MvSvcJsonObject& MvSvcJsonObject::operator=(const MvSvcJsonObject& other) {
   if (this == &other)
     return *this;
   if (_jsonObject) {
@@ -31,19 +28,16 @@ MvSvcJsonObject& MvSvcJsonObject::operator=(const MvSvcJsonObject& other)
   return *this;
 }
 
-MvSvcJsonObject::~MvSvcJsonObject()
-{
+MvSvcJsonObject::~MvSvcJsonObject() {
   if (_jsonObject)
     json_object_unref(_jsonObject);
 }
 
-void MvSvcJsonObject::copy(const MvSvcJsonObject& other)
-{
+void MvSvcJsonObject::copy(const MvSvcJsonObject& other) {
   _jsonObject = other._jsonObject ? json_object_ref(other._jsonObject) : nullptr;
 }
 
-void MvSvcJsonObject::setJsonObject(JsonObject* object)
-{
+void MvSvcJsonObject::setJsonObject(JsonObject* object) {
   // Reference first: `object` may be the one we hold, and ours may be its last reference.
   JsonObject* previous = _jsonObject;
   _jsonObject = object ? json_object_ref(object) : nullptr;
@@ -51,53 +45,45 @@ void MvSvcJsonObject::setJsonObject(JsonObject* object)
     json_object_unref(previous);
 }
 
-JsonObject* MvSvcJsonObject::getJsonObject() const
-{
+JsonObject* MvSvcJsonObject::getJsonObject() const {
   return _jsonObject;
 }
 
-bool MvSvcJsonObject::hasMember(const std::string& key) const
-{
+bool MvSvcJsonObject::hasMember(const std::string& key) const {
   return _jsonObject && json_object_has_member(_jsonObject, key.c_str());
 }
 
-JsonNode* MvSvcJsonObject::_getMember(const std::string& key) const
-{
+JsonNode* MvSvcJsonObject::_getMember(const std::string& key) const {
   return _jsonObject ? json_object_get_member(_jsonObject, key.c_str()) : nullptr;
 }
 
-void MvSvcJsonObject::getStringValue(const std::string& key, std::string& value) const
-{
+void MvSvcJsonObject::getStringValue(const std::string& key, std::string& value) const {
   JsonNode* node = _getMember(key);
   if (holdsValueOfType(node, G_TYPE_STRING))
     value = json_node_get_string(node);
 }
 
-void MvSvcJsonObject::getIntegerValue(const std::string& key, int& value) const
-{
+void MvSvcJsonObject::getIntegerValue(const std::string& key, int& value) const {
   JsonNode* node = _getMember(key);
   if (holdsValueOfType(node, G_TYPE_INT64))
     value = static_cast<int>(json_node_get_int(node));
 }
 
-void MvSvcJsonObject::getObjectValue(const std::string& key, MvSvcJsonObject& value) const
-{
+void MvSvcJsonObject::getObjectValue(const std::string& key, MvSvcJsonObject& value) const {
   JsonNode* node = _getMember(key);
   if (!node)
     return;
   value.setJsonObject(JSON_NODE_HOLDS_OBJECT(node) ? json_node_get_object(node) : nullptr);
 }
 
-void MvSvcJsonObject::getBooleanValue(const std::string& key, bool& value) const
-{
+void MvSvcJsonObject::getBooleanValue(const std::string& key, bool& value) const {
   JsonNode* node = _getMember(key);
   if (holdsValueOfType(node, G_TYPE_BOOLEAN))
     value = json_node_get_boolean(node);
 }
 
 void MvSvcJsonObject::getArrayObject(const std::string& key,
-                                     std::list<MvSvcJsonObject>& objects) const
-{
+                                     std::list<MvSvcJsonObject>& objects) const {
   JsonNode* node = _getMember(key);
   if (!node)
     return;
@@ -116,26 +102,22 @@ void MvSvcJsonObject::getArrayObject(const std::string& key,
   }
 }
 
-void MvSvcJsonObject::addStringMember(const std::string& key, const std::string& value)
-{
+void MvSvcJsonObject::addStringMember(const std::string& key, const std::string& value) {
   if (_jsonObject)
     json_object_set_string_member(_jsonObject, key.c_str(), value.c_str());
 }
 
-void MvSvcJsonObject::addBooleanMember(const std::string& key, bool value)
-{
+void MvSvcJsonObject::addBooleanMember(const std::string& key, bool value) {
   if (_jsonObject)
     json_object_set_boolean_member(_jsonObject, key.c_str(), value);
 }
 
-void MvSvcJsonObject::addIntegerMember(const std::string& key, int value)
-{
+void MvSvcJsonObject::addIntegerMember(const std::string& key, int value) {
   if (_jsonObject)
     json_object_set_int_member(_jsonObject, key.c_str(), static_cast<gint64>(value));
 }
 
-void MvSvcJsonObject::addObjectMember(const std::string& key, const MvSvcJsonObject& value)
-{
+void MvSvcJsonObject::addObjectMember(const std::string& key, const MvSvcJsonObject& value) {
   if (!_jsonObject)
     return;
   if (value._jsonObject)
@@ -145,8 +127,7 @@ void MvSvcJsonObject::addObjectMember(const std::string& key, const MvSvcJsonObj
 }
 
 void MvSvcJsonObject::addArrayMember(const std::string& key,
-                                     const std::list<MvSvcJsonObject>& objects)
-{
+                                     const std::list<MvSvcJsonObject>& objects) {
   if (!_jsonObject)
     return;
   JsonArray* array = json_array_new();
@@ -159,14 +140,12 @@ void MvSvcJsonObject::addArrayMember(const std::string& key,
   json_object_set_array_member(_jsonObject, key.c_str(), array);
 }
 
-void MvSvcJsonObject::removeMember(const std::string& key)
-{
+void MvSvcJsonObject::removeMember(const std::string& key) {
   if (hasMember(key))
     json_object_remove_member(_jsonObject, key.c_str());
 }
 
-void MvSvcJsonObject::getJsonMessage(std::string& text)
-{
+void MvSvcJsonObject::getJsonMessage(std::string& text) {
   if (!_jsonObject)
     return;
   JsonGenerator* generator = json_generator_new();

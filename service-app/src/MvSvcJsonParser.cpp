@@ -8,14 +8,12 @@ namespace {
 
 const char* const kDownloaded = "downloaded";
 
-bool isHexDigit(unsigned char c)
-{
+bool isHexDigit(unsigned char c) {
   return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
 // The code unit of the "\uXXXX" escape at `at`, or -1 when there is none.
-long unicodeEscapeAt(const std::string& text, size_t at)
-{
+long unicodeEscapeAt(const std::string& text, size_t at) {
   if (at + 6 > text.size() || text[at] != '\\' || text[at + 1] != 'u')
     return -1;
   long unit = 0;
@@ -29,8 +27,7 @@ long unicodeEscapeAt(const std::string& text, size_t at)
 }
 
 // Bytes taken by the strict JSON escape that starts at `at`, or 0 for anything else.
-size_t strictEscapeLength(const std::string& text, size_t at)
-{
+size_t strictEscapeLength(const std::string& text, size_t at) {
   if (at + 1 >= text.size())
     return 0;
   switch (text[at + 1]) {
@@ -57,8 +54,7 @@ size_t strictEscapeLength(const std::string& text, size_t at)
   return unit <= 0xDBFF && low >= 0xDC00 && low <= 0xDFFF ? 12 : 0;
 }
 
-bool isStrictOutsideString(unsigned char c)
-{
+bool isStrictOutsideString(unsigned char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == ',' || c == ':' || c == '-' ||
          c == '+' || c == '.' || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') ||
          (c >= 'A' && c <= 'Z');
@@ -69,8 +65,7 @@ bool isStrictOutsideString(unsigned char c)
 // also takes single quotes, comments and malformed escapes, some of which end a string where a
 // plain scan would not (`"\u0\"`), so from the first such byte every opening bracket counts and
 // no lexing quirk can hide depth.
-bool nestsDeeperThan(const std::string& text, int limit)
-{
+bool nestsDeeperThan(const std::string& text, int limit) {
   int depth = 0;
   bool inString = false;
   size_t i = 0;
@@ -115,58 +110,49 @@ bool nestsDeeperThan(const std::string& text, int limit)
 }  // namespace
 
 MvSvcJsonParser::MvSvcJsonParser()
-    : _parser(json_parser_new()), _root(nullptr), _resultRestoreList(), _imageRestoreList(),
-      _downloadList()
-{
-}
+    : _parser(json_parser_new()),
+      _root(nullptr),
+      _resultRestoreList(),
+      _imageRestoreList(),
+      _downloadList() {}
 
-MvSvcJsonParser::MvSvcJsonParser(const std::string& text) : MvSvcJsonParser()
-{
+MvSvcJsonParser::MvSvcJsonParser(const std::string& text) : MvSvcJsonParser() {
   _prepare(text);
 }
 
-MvSvcJsonParser::~MvSvcJsonParser()
-{
+MvSvcJsonParser::~MvSvcJsonParser() {
   g_object_unref(_parser);
 }
 
-void MvSvcJsonParser::setJsonMessage(const std::string& text)
-{
+void MvSvcJsonParser::setJsonMessage(const std::string& text) {
   _prepare(text);
 }
 
-std::vector<WatchResultData>& MvSvcJsonParser::getResultRestoreList()
-{
+std::vector<WatchResultData>& MvSvcJsonParser::getResultRestoreList() {
   return _resultRestoreList;
 }
 
-std::vector<WatchImageData>& MvSvcJsonParser::getImageRestoreList()
-{
+std::vector<WatchImageData>& MvSvcJsonParser::getImageRestoreList() {
   return _imageRestoreList;
 }
 
-std::vector<WatchResultData>& MvSvcJsonParser::getDownloadList()
-{
+std::vector<WatchResultData>& MvSvcJsonParser::getDownloadList() {
   return _downloadList;
 }
 
-void MvSvcJsonParser::getStringValue(const std::string& key, std::string& value) const
-{
+void MvSvcJsonParser::getStringValue(const std::string& key, std::string& value) const {
   _getRootObject().getStringValue(key, value);
 }
 
-void MvSvcJsonParser::getIntegerValue(const std::string& key, int& value) const
-{
+void MvSvcJsonParser::getIntegerValue(const std::string& key, int& value) const {
   _getRootObject().getIntegerValue(key, value);
 }
 
-void MvSvcJsonParser::getBooleanValue(const std::string& key, bool& value) const
-{
+void MvSvcJsonParser::getBooleanValue(const std::string& key, bool& value) const {
   _getRootObject().getBooleanValue(key, value);
 }
 
-MvSvcJsonObject MvSvcJsonParser::_getRootObject() const
-{
+MvSvcJsonObject MvSvcJsonParser::_getRootObject() const {
   MvSvcJsonObject root;
   // An empty text loads without error but gives no root node.
   if (_root && JSON_NODE_HOLDS_OBJECT(_root))
@@ -174,8 +160,7 @@ MvSvcJsonObject MvSvcJsonParser::_getRootObject() const
   return root;
 }
 
-void MvSvcJsonParser::_prepare(const std::string& text)
-{
+void MvSvcJsonParser::_prepare(const std::string& text) {
   _root = nullptr;
   // json-glib recurses per nesting level; a crafted document would overflow the stack.
   if (nestsDeeperThan(text, kMaxNesting)) {
@@ -183,8 +168,7 @@ void MvSvcJsonParser::_prepare(const std::string& text)
     return;
   }
   GError* error = nullptr;
-  if (!json_parser_load_from_data(_parser, text.data(), static_cast<gssize>(text.size()),
-                                  &error)) {
+  if (!json_parser_load_from_data(_parser, text.data(), static_cast<gssize>(text.size()), &error)) {
     MVSVC_LOGE("%s", error->message);
     g_error_free(error);
     return;
@@ -204,8 +188,7 @@ void MvSvcJsonParser::_prepare(const std::string& text)
   }
 }
 
-void MvSvcJsonParser::_getResultRestoreList(std::list<MvSvcJsonObject>& objects)
-{
+void MvSvcJsonParser::_getResultRestoreList(std::list<MvSvcJsonObject>& objects) {
   if (objects.empty()) {
     MVSVC_LOGE("Watch item Json object list is empty");
     return;
@@ -222,8 +205,7 @@ void MvSvcJsonParser::_getResultRestoreList(std::list<MvSvcJsonObject>& objects)
   }
 }
 
-void MvSvcJsonParser::_getImageRestoreList(std::list<MvSvcJsonObject>& objects)
-{
+void MvSvcJsonParser::_getImageRestoreList(std::list<MvSvcJsonObject>& objects) {
   if (objects.empty()) {
     MVSVC_LOGE("Watch image Json object list is empty");
     return;

@@ -19,8 +19,7 @@ MvSvcRestoreModel::MvSvcRestoreModel(app_control_h request) : RestoreModel(reque
 
 MvSvcRestoreModel::~MvSvcRestoreModel() = default;
 
-std::string MvSvcRestoreModel::restoreRecord(int, const char* value)
-{
+std::string MvSvcRestoreModel::restoreRecord(int, const char* value) {
   // A record without a readable value has nothing to restore.
   if (!value) {
     MVSVC_LOGE("Restored record has no value");
@@ -39,8 +38,7 @@ std::string MvSvcRestoreModel::restoreRecord(int, const char* value)
   return kRecordKey;
 }
 
-void MvSvcRestoreModel::doRestore()
-{
+void MvSvcRestoreModel::doRestore() {
   MvSvcWatchDataTransferer* transferer =
       new MvSvcWatchDataTransferer(_resultRestoreList, _imageRestoreList, _downloadList);
   transferer->setOnTransferCompleted([this](bool success, void* userData) {

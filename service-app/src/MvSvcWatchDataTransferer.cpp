@@ -120,8 +120,9 @@ void MvSvcWatchDataTransferer::run() {
 }
 
 void MvSvcWatchDataTransferer::sendWatchIdleChangeMessage(const char* pkgId) {
-  _sendMessage(__func__,
-               {{"operation", kOperationRestore}, {"type", "watch-idle-changed"}, {"pkgid", pkgId}});
+  _sendMessage(
+      __func__,
+      {{"operation", kOperationRestore}, {"type", "watch-idle-changed"}, {"pkgid", pkgId}});
 }
 
 int MvSvcWatchDataTransferer::_registerMessagePort() {
@@ -309,7 +310,8 @@ void MvSvcWatchDataTransferer::_sendRestoreRequestMessagePort(WatchImageData& im
 }
 
 void MvSvcWatchDataTransferer::_sendMessage(
-    const char* caller, std::initializer_list<std::pair<const char*, const char*>> entries) {
+    const char* caller,
+    std::initializer_list<std::pair<const char*, const char*>> entries) {
   bundle* message = bundle_create();
   if (!message) {
     MVSVC_LOGE_FOR(caller, "Failed to create bundle");

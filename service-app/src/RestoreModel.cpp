@@ -17,8 +17,7 @@ const char* const kRecordFileName = "restore.dat";
 }  // namespace
 
 RestoreModel::RestoreModel(app_control_h request)
-    : _request(request), _isInitialized(false), _filePath(), _onRestoreCompleted()
-{
+    : _request(request), _isInitialized(false), _filePath(), _onRestoreCompleted() {
   _init();
 
   char* sharedPath = app_get_shared_trusted_path();
@@ -32,13 +31,11 @@ RestoreModel::RestoreModel(app_control_h request)
   free(sharedPath);
 }
 
-RestoreModel::~RestoreModel()
-{
+RestoreModel::~RestoreModel() {
   _fini();
 }
 
-bool RestoreModel::run()
-{
+bool RestoreModel::run() {
   if (!_isInitialized) {
     MVSVC_LOGE("talvoro_cloud is not initialized.");
     return false;
@@ -69,13 +66,11 @@ bool RestoreModel::run()
   return success;
 }
 
-void RestoreModel::setOnRestoreCompleted(const MvSvcCompletionCb& callback)
-{
+void RestoreModel::setOnRestoreCompleted(const MvSvcCompletionCb& callback) {
   _onRestoreCompleted = callback;
 }
 
-void RestoreModel::_init()
-{
+void RestoreModel::_init() {
   int ret = talvoro_cloud_initialize();
   if (ret != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_initialize failed.(%d)", ret);
@@ -84,16 +79,14 @@ void RestoreModel::_init()
   _isInitialized = true;
 }
 
-void RestoreModel::_fini()
-{
+void RestoreModel::_fini() {
   int ret = talvoro_cloud_deinitialize();
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_deinitialize failed.(%d)", ret);
   _isInitialized = false;
 }
 
-void RestoreModel::_removeFile()
-{
+void RestoreModel::_removeFile() {
   if (ecore_file_exists(_filePath.c_str()) != EINA_TRUE) {
     MVSVC_LOGE("file is not exist!");
     return;
@@ -102,23 +95,20 @@ void RestoreModel::_removeFile()
     MVSVC_LOGE("file remove failed.");
 }
 
-void RestoreModel::_restorePreparedCb(void*)
-{
+void RestoreModel::_restorePreparedCb(void*) {
   int ret = talvoro_cloud_restore_record_send_preparation_completed_response(true);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_restore_record_send_preparation_completed_response failed.(%d)", ret);
 }
 
-void RestoreModel::_restoreGetPathCb(void* userData)
-{
+void RestoreModel::_restoreGetPathCb(void* userData) {
   RestoreModel* model = static_cast<RestoreModel*>(userData);
   int ret = talvoro_cloud_restore_record_send_restoration_path(model->_filePath.c_str(), true);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_restore_record_send_restoration_path() failed.(%d)", ret);
 }
 
-void RestoreModel::_restoreRecordCb(const char* path, void* userData)
-{
+void RestoreModel::_restoreRecordCb(const char* path, void* userData) {
   RestoreModel* model = static_cast<RestoreModel*>(userData);
   talvoro_cloud_list_h list = nullptr;
   int count = 0;
@@ -183,8 +173,7 @@ void RestoreModel::_restoreRecordCb(const char* path, void* userData)
     MVSVC_LOGE("talvoro_cloud_restore_record_send_record_list() failed, errCode = [%d]", ret);
 }
 
-void RestoreModel::_restoreCompleteCb(bool success, void* userData)
-{
+void RestoreModel::_restoreCompleteCb(bool success, void* userData) {
   RestoreModel* model = static_cast<RestoreModel*>(userData);
   if (model->_onRestoreCompleted)
     model->_onRestoreCompleted(success, userData);

@@ -16,7 +16,6 @@ using morvik_test::ProcessResult;
 
 class CliTest : public ::testing::Test {
  protected:
-
   void makeSampleWatch() {
     ProcessResult made = morvik_test::runProcess({MORVIK_EMU_BIN, "init", device_, "--sample"});
     ASSERT_EQ(made.status, 0) << made.err;
@@ -36,7 +35,8 @@ class CliTest : public ::testing::Test {
 
 TEST_F(CliTest, RetailModeRequestEndsTheServiceAboutTwoSecondsLater) {
   makeSampleWatch();
-  ProcessResult run = service({"--operation", "none", "--extra", "retail-mode=1", "--deadline", "20"});
+  ProcessResult run =
+      service({"--operation", "none", "--extra", "retail-mode=1", "--deadline", "20"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_GE(run.seconds, 2.0);
   EXPECT_LT(run.seconds, 20.0);
@@ -46,8 +46,9 @@ TEST_F(CliTest, RetailModeRequestEndsTheServiceAboutTwoSecondsLater) {
 
 TEST_F(CliTest, SecondRetailModeRequestPostponesTheEnd) {
   makeSampleWatch();
-  ProcessResult run = service({"--operation", "none", "--extra", "retail-mode=1", "--then", "1",
-                     "--operation", "none", "--extra", "retail-mode=1", "--deadline", "20"});
+  ProcessResult run =
+      service({"--operation", "none", "--extra", "retail-mode=1", "--then", "1", "--operation",
+               "none", "--extra", "retail-mode=1", "--deadline", "20"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_GE(run.seconds, 3.0);
   EXPECT_LT(run.seconds, 20.0);
@@ -91,8 +92,7 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
       {{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", root_ + "/plain-file", "--operation",
         "none"},
        "cloud directory"},
-      {{MORVIK_SERVICE_BIN, "--device", root_ + "/empty", "--cloud", cloud_, "--operation",
-        "none"},
+      {{MORVIK_SERVICE_BIN, "--device", root_ + "/empty", "--cloud", cloud_, "--operation", "none"},
        "device.json"},
   };
   for (const auto& c : cases) {

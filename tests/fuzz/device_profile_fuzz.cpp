@@ -53,8 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     __builtin_trap();
   emu::DeviceProfile again;
   if (!again.load(dir, error) || again.config != profile.config ||
-      again.packages.size() != profile.packages.size() || again.faces.size() != profile.faces.size() ||
-      again.images.size() != profile.images.size() || again.faults != profile.faults)
+      again.packages.size() != profile.packages.size() ||
+      again.faces.size() != profile.faces.size() || again.images.size() != profile.images.size() ||
+      again.faults != profile.faults)
     __builtin_trap();
   return 0;
 }

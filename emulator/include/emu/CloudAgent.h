@@ -27,7 +27,8 @@ namespace emu {
 class CloudAgent {
  public:
   // `operations[i]` is the operation of launch request i + 1.
-  CloudAgent(host::Platform& platform, std::string cloudDir,
+  CloudAgent(host::Platform& platform,
+             std::string cloudDir,
              const std::map<std::string, std::string>& faults,
              std::vector<std::string> operations);
   ~CloudAgent();

@@ -22,13 +22,16 @@ class CloudStore {
   // The IDs of the sets, oldest first. False with a one-line reason when the directory
   // cannot be read.
   bool list(std::vector<unsigned long long>& ids, std::string& error) const;
-  bool read(unsigned long long id, std::vector<host::CloudRecord>& records,
+  bool read(unsigned long long id,
+            std::vector<host::CloudRecord>& records,
             std::string& error) const;
   // Checks the set as read() does, keeping only an outline of its records.
-  bool outline(unsigned long long id, std::vector<host::RecordOutline>& records,
+  bool outline(unsigned long long id,
+               std::vector<host::RecordOutline>& records,
                std::string& error) const;
   // Stores `records` as a new set and returns its ID in `id`.
-  bool add(const std::vector<host::CloudRecord>& records, unsigned long long& id,
+  bool add(const std::vector<host::CloudRecord>& records,
+           unsigned long long& id,
            std::string& error);
   // Stores a copy of the record file at `path`, which the caller has read and checked.
   bool addCopyOf(const std::string& path, unsigned long long& id, std::string& error);

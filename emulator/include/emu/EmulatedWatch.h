@@ -16,7 +16,8 @@ namespace emu {
 // platform before the app starts, and writes back what the run changed.
 class EmulatedWatch : public host::DeviceHooks {
  public:
-  bool boot(host::Platform& platform, const host::LaunchOptions& options,
+  bool boot(host::Platform& platform,
+            const host::LaunchOptions& options,
             std::string& error) override;
   std::vector<std::string> finish(host::Platform& platform,
                                   const host::RunOutcome& outcome) override;

@@ -27,11 +27,14 @@ const std::vector<FaultSwitch>& faultSwitches();
 
 // Checks "NAME" or "NAME=VALUE" against the table and splits it. Returns false with a one-line
 // reason.
-bool parseFaultSetting(const std::string& setting, std::string& name, std::string& value,
+bool parseFaultSetting(const std::string& setting,
+                       std::string& name,
+                       std::string& value,
                        std::string& error);
 
 // The value of a set switch, or `fallback` when it is not set. Flags read as "on".
-std::string faultValue(const std::map<std::string, std::string>& faults, const std::string& name,
+std::string faultValue(const std::map<std::string, std::string>& faults,
+                       const std::string& name,
                        const std::string& fallback = std::string());
 
 }  // namespace emu

@@ -36,7 +36,8 @@ std::string expandOperation(const std::string& name) {
   return name;
 }
 
-bool parseLaunchOptions(const std::vector<std::string>& args, LaunchOptions& options,
+bool parseLaunchOptions(const std::vector<std::string>& args,
+                        LaunchOptions& options,
                         std::string& error) {
   options = LaunchOptions();
   options.requests.emplace_back();
@@ -49,7 +50,8 @@ bool parseLaunchOptions(const std::vector<std::string>& args, LaunchOptions& opt
       return true;
     }
     if (i + 1 >= args.size()) {
-      error = arg.rfind("--", 0) == 0 ? arg + " needs a value" : "unexpected argument '" + arg + "'";
+      error =
+          arg.rfind("--", 0) == 0 ? arg + " needs a value" : "unexpected argument '" + arg + "'";
       return false;
     }
     const std::string& value = args[++i];

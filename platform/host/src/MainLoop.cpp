@@ -18,7 +18,10 @@ bool earlier(const struct timeval& a, const struct timeval& b) {
 
 // Ecore's select with GLib's default context folded in: GLib's descriptors join the sets, its
 // timeout bounds the wait, and its ready sources are dispatched before Ecore looks at its own.
-int selectWithGlib(int nfds, fd_set* readfds, fd_set* writefds, fd_set* exceptfds,
+int selectWithGlib(int nfds,
+                   fd_set* readfds,
+                   fd_set* writefds,
+                   fd_set* exceptfds,
                    struct timeval* timeout) {
   GMainContext* context = g_main_context_default();
   if (!g_main_context_acquire(context))

@@ -3,7 +3,8 @@
 namespace host {
 
 int MessagePortTable::registerPort(const std::string& name,
-                                   message_port_trusted_message_cb callback, void* userData) {
+                                   message_port_trusted_message_cb callback,
+                                   void* userData) {
   auto it = ports_.find(name);
   if (it != ports_.end()) {
     it->second.callback = callback;

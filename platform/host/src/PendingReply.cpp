@@ -5,8 +5,11 @@
 
 namespace host {
 
-PendingReply::PendingReply(Platform& platform, std::string fromAppId, app_control_h request,
-                           app_control_reply_cb callback, void* userData)
+PendingReply::PendingReply(Platform& platform,
+                           std::string fromAppId,
+                           app_control_h request,
+                           app_control_reply_cb callback,
+                           void* userData)
     : platform_(platform),
       fromAppId_(std::move(fromAppId)),
       request_(cloneAppControl(*request), &app_control_destroy),

@@ -55,8 +55,11 @@ double Platform::now() const {
   return static_cast<double>(g_get_monotonic_time() - startedAt_) / G_USEC_PER_SEC;
 }
 
-void Platform::addEvent(BoundaryEvent::Kind kind, std::string peer, std::string name,
-                        KeyValues data, int code) {
+void Platform::addEvent(BoundaryEvent::Kind kind,
+                        std::string peer,
+                        std::string name,
+                        KeyValues data,
+                        int code) {
   record_.add(BoundaryEvent{kind, now(), std::move(peer), std::move(name), std::move(data), code});
 }
 
@@ -72,8 +75,8 @@ std::shared_ptr<EmulatedApp> Platform::findApp(const std::string& appId) const {
 void Platform::post(std::function<void()> task, unsigned delayMs) {
   auto* posted = new PostedTask{this, 0, std::move(task)};
   if (delayMs == 0) {
-    posted->sourceId =
-        g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, &Platform::runPosted, posted, &Platform::dropPosted);
+    posted->sourceId = g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, &Platform::runPosted, posted,
+                                       &Platform::dropPosted);
   } else {
     posted->sourceId = g_timeout_add_full(G_PRIORITY_DEFAULT, delayMs, &Platform::runPosted, posted,
                                           &Platform::dropPosted);
@@ -102,8 +105,10 @@ std::string Platform::sharedTrustedPath(const std::string& appId) const {
   return std::string(dir) + "/";
 }
 
-void Platform::sendToApp(const std::string& fromAppId, const std::string& fromPort,
-                         const std::string& port, const KeyValues& message) {
+void Platform::sendToApp(const std::string& fromAppId,
+                         const std::string& fromPort,
+                         const std::string& port,
+                         const KeyValues& message) {
   post([this, fromAppId, fromPort, port, message] {
     const MessagePortTable::Port* found = ports_.findByName(port);
     if (!found) {

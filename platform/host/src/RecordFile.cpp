@@ -229,10 +229,9 @@ bool encode(const RecordRefs& records, Sink& sink) {
     return false;
   for (const CloudRecord* record : records) {
     for (const auto* field : {&record->key, &record->date, &record->value}) {
-      const bool written =
-          *field ? sink.putU32(static_cast<uint32_t>((*field)->size())) &&
-                       sink.put((*field)->data(), (*field)->size())
-                 : sink.putU32(kAbsent);
+      const bool written = *field ? sink.putU32(static_cast<uint32_t>((*field)->size())) &&
+                                        sink.put((*field)->data(), (*field)->size())
+                                  : sink.putU32(kAbsent);
       if (!written)
         return false;
     }
@@ -256,7 +255,10 @@ bool checkMagicAndVersion(const char* header, std::string& reason) {
 }
 
 // Reads a field's length word and advances `at`; `end` is where the checksum starts.
-bool getFieldLength(Source& source, size_t end, size_t& at, std::optional<uint32_t>& length,
+bool getFieldLength(Source& source,
+                    size_t end,
+                    size_t& at,
+                    std::optional<uint32_t>& length,
                     std::string& reason) {
   if (end - at < 4) {
     reason = "truncated: a field's length is cut off";
@@ -285,7 +287,10 @@ bool getFieldLength(Source& source, size_t end, size_t& at, std::optional<uint32
 }
 
 // Reads one field into `field` and advances `at`.
-bool getField(Source& source, size_t end, size_t& at, std::optional<std::string>& field,
+bool getField(Source& source,
+              size_t end,
+              size_t& at,
+              std::optional<std::string>& field,
               std::string& reason) {
   std::optional<uint32_t> length;
   if (!getFieldLength(source, end, at, length, reason))
@@ -309,8 +314,12 @@ bool getField(Source& source, size_t end, size_t& at, std::optional<std::string>
 }
 
 // Reads one field through without keeping it: only its size and CRC-32.
-bool outlineField(Source& source, size_t end, size_t& at, std::optional<size_t>& size,
-                  uint32_t& crc, std::string& reason) {
+bool outlineField(Source& source,
+                  size_t end,
+                  size_t& at,
+                  std::optional<size_t>& size,
+                  uint32_t& crc,
+                  std::string& reason) {
   std::optional<uint32_t> length;
   if (!getFieldLength(source, end, at, length, reason))
     return false;
@@ -337,14 +346,16 @@ bool outlineField(Source& source, size_t end, size_t& at, std::optional<size_t>&
   return true;
 }
 
-bool readRecord(Source& source, size_t end, size_t& at, CloudRecord& record,
-                std::string& reason) {
+bool readRecord(Source& source, size_t end, size_t& at, CloudRecord& record, std::string& reason) {
   return getField(source, end, at, record.key, reason) &&
          getField(source, end, at, record.date, reason) &&
          getField(source, end, at, record.value, reason);
 }
 
-bool readRecord(Source& source, size_t end, size_t& at, RecordOutline& record,
+bool readRecord(Source& source,
+                size_t end,
+                size_t& at,
+                RecordOutline& record,
                 std::string& reason) {
   return getField(source, end, at, record.key, reason) &&
          getField(source, end, at, record.date, reason) &&
@@ -353,7 +364,10 @@ bool readRecord(Source& source, size_t end, size_t& at, RecordOutline& record,
 
 // The records after a header; `end` is where the checksum starts.
 template <typename Record>
-bool decodeRecords(Source& source, uint32_t count, size_t end, std::vector<Record>& records,
+bool decodeRecords(Source& source,
+                   uint32_t count,
+                   size_t end,
+                   std::vector<Record>& records,
                    std::string& reason) {
   if (count > (end - kHeaderBytes) / kMinRecordBytes) {
     reason = "claims " + std::to_string(count) + " records, more than its bytes can hold";
@@ -437,7 +451,9 @@ bool writeAtomically(const std::string& path, std::string& reason, Fill fill) {
 }
 
 template <typename Record>
-bool readFile(const std::string& path, std::vector<Record>& records, std::string& reason,
+bool readFile(const std::string& path,
+              std::vector<Record>& records,
+              std::string& reason,
               bool* corrupt) {
   if (corrupt)
     *corrupt = false;
@@ -494,7 +510,8 @@ bool readFile(const std::string& path, std::vector<Record>& records, std::string
 
 }  // namespace
 
-bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& bytes,
+bool encodeRecordFile(const std::vector<CloudRecord>& records,
+                      std::string& bytes,
                       std::string& reason) {
   const RecordRefs refs = refsTo(records);
   if (!checkRecords(refs, reason))
@@ -506,7 +523,8 @@ bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& byte
   return true;
 }
 
-bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& records,
+bool decodeRecordFile(const std::string& bytes,
+                      std::vector<CloudRecord>& records,
                       std::string& reason) {
   if (bytes.size() < kHeaderBytes + kChecksumBytes) {
     reason = "truncated: " + std::to_string(bytes.size()) + " bytes is no record file";
@@ -525,7 +543,8 @@ bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& record
   return decodeRecords(source, getU32(bytes.data() + 8), end, records, reason);
 }
 
-bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& records,
+bool writeRecordFile(const std::string& path,
+                     const std::vector<CloudRecord>& records,
                      std::string& reason) {
   return writeRecordFile(path, refsTo(records), reason);
 }
@@ -572,13 +591,17 @@ bool copyRecordFile(const std::string& from, const std::string& to, std::string&
   });
 }
 
-bool readRecordFile(const std::string& path, std::vector<CloudRecord>& records,
-                    std::string& reason, bool* corrupt) {
+bool readRecordFile(const std::string& path,
+                    std::vector<CloudRecord>& records,
+                    std::string& reason,
+                    bool* corrupt) {
   return readFile(path, records, reason, corrupt);
 }
 
-bool outlineRecordFile(const std::string& path, std::vector<RecordOutline>& outline,
-                       std::string& reason, bool* corrupt) {
+bool outlineRecordFile(const std::string& path,
+                       std::vector<RecordOutline>& outline,
+                       std::string& reason,
+                       bool* corrupt) {
   return readFile(path, outline, reason, corrupt);
 }
 

@@ -25,7 +25,8 @@ const int kStatusUsage = 2;
 const int kStatusDeadline = 3;
 
 bool usableDirectory(const std::string& dir) {
-  return g_file_test(dir.c_str(), G_FILE_TEST_IS_DIR) && access(dir.c_str(), R_OK | W_OK | X_OK) == 0;
+  return g_file_test(dir.c_str(), G_FILE_TEST_IS_DIR) &&
+         access(dir.c_str(), R_OK | W_OK | X_OK) == 0;
 }
 
 // The device must exist; a missing cloud is a new, empty one.
@@ -92,8 +93,10 @@ void printWaits(host::Platform& platform) {
     printf("waiting   messages on the local port %s\n", port.c_str());
 }
 
-void printSummary(host::Platform& platform, const host::LaunchOptions& options,
-                  const host::RunOutcome& outcome, const std::vector<std::string>& deviceLines) {
+void printSummary(host::Platform& platform,
+                  const host::LaunchOptions& options,
+                  const host::RunOutcome& outcome,
+                  const std::vector<std::string>& deviceLines) {
   using Kind = host::BoundaryEvent::Kind;
   printf("\n== morvik-service run ==\n");
   printf("device    %s\n", options.deviceDir.c_str());

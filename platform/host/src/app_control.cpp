@@ -130,7 +130,8 @@ int app_control_get_extra_data(app_control_h app_control, const char* key, char*
   return APP_CONTROL_ERROR_NONE;
 }
 
-int app_control_send_launch_request(app_control_h app_control, app_control_reply_cb callback,
+int app_control_send_launch_request(app_control_h app_control,
+                                    app_control_reply_cb callback,
                                     void* user_data) {
   if (!app_control)
     return APP_CONTROL_ERROR_INVALID_PARAMETER;
@@ -156,15 +157,15 @@ int app_control_send_launch_request(app_control_h app_control, app_control_reply
   if (result != APP_CONTROL_ERROR_NONE)
     return result;
 
-  auto reply = std::make_shared<host::PendingReply>(*platform, target, app_control, callback,
-                                                    user_data);
-  std::shared_ptr<app_control_s> request(host::cloneAppControl(*app_control),
-                                         &app_control_destroy);
+  auto reply =
+      std::make_shared<host::PendingReply>(*platform, target, app_control, callback, user_data);
+  std::shared_ptr<app_control_s> request(host::cloneAppControl(*app_control), &app_control_destroy);
   platform->post([app, reply, request] { app->onLaunchRequest(request.get(), reply); });
   return APP_CONTROL_ERROR_NONE;
 }
 
-int app_control_reply_to_launch_request(app_control_h reply, app_control_h request,
+int app_control_reply_to_launch_request(app_control_h reply,
+                                        app_control_h request,
                                         app_control_result_e result) {
   if (!reply || !request)
     return APP_CONTROL_ERROR_INVALID_PARAMETER;

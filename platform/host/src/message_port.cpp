@@ -35,7 +35,8 @@ int message_port_unregister_trusted_local_port(int trusted_local_port_id) {
              : MESSAGE_PORT_ERROR_PORT_NOT_FOUND;
 }
 
-int message_port_send_trusted_message(const char* remote_app_id, const char* remote_port,
+int message_port_send_trusted_message(const char* remote_app_id,
+                                      const char* remote_port,
                                       bundle* message) {
   if (!remote_app_id || !remote_port || !message)
     return MESSAGE_PORT_ERROR_INVALID_PARAMETER;

@@ -45,7 +45,8 @@ int pkgmgrinfo_appinfo_filter_destroy(pkgmgrinfo_appinfo_filter_h handle) {
 }
 
 int pkgmgrinfo_appinfo_filter_add_string(pkgmgrinfo_appinfo_filter_h handle,
-                                         const char* property, const char* value) {
+                                         const char* property,
+                                         const char* value) {
   if (!handle || !property || !value)
     return PMINFO_R_EINVAL;
   if (strcmp(property, PMINFO_APPINFO_PROP_APP_COMPONENT) != 0 &&
@@ -57,7 +58,8 @@ int pkgmgrinfo_appinfo_filter_add_string(pkgmgrinfo_appinfo_filter_h handle,
 
 int pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(pkgmgrinfo_appinfo_filter_h handle,
                                                   pkgmgrinfo_app_list_cb app_cb,
-                                                  void* user_data, uid_t uid) {
+                                                  void* user_data,
+                                                  uid_t uid) {
   if (!handle || !app_cb)
     return PMINFO_R_EINVAL;
   host::Platform* platform = host::Platform::current();

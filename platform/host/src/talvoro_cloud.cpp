@@ -3,8 +3,8 @@
 #include <talvoro_cloud.h>
 
 #include <map>
-#include <set>
 #include <memory>
+#include <set>
 #include <utility>
 
 #include "host/CloudLibrary.h"
@@ -174,7 +174,8 @@ bool callRequest(const Registration<talvoro_cloud_request_cb>& slot, const char*
   return true;
 }
 
-bool callCompleted(const Registration<talvoro_cloud_completed_cb>& slot, const char* name,
+bool callCompleted(const Registration<talvoro_cloud_completed_cb>& slot,
+                   const char* name,
                    bool success) {
   const Registration<talvoro_cloud_completed_cb> copy = slot;
   if (!copy.callback)
@@ -184,7 +185,8 @@ bool callCompleted(const Registration<talvoro_cloud_completed_cb>& slot, const c
   return true;
 }
 
-int setField(talvoro_cloud_record_h record, const char* text,
+int setField(talvoro_cloud_record_h record,
+             const char* text,
              std::optional<std::string> CloudRecord::*field) {
   if (!record || !text)
     return TALVORO_CLOUD_ERROR_INVALID_PARAMETER;
@@ -192,7 +194,8 @@ int setField(talvoro_cloud_record_h record, const char* text,
   return TALVORO_CLOUD_ERROR_NONE;
 }
 
-int getField(talvoro_cloud_record_h record, const char** text,
+int getField(talvoro_cloud_record_h record,
+             const char** text,
              std::optional<std::string> CloudRecord::*field) {
   if (!record || !text)
     return TALVORO_CLOUD_ERROR_INVALID_PARAMETER;
@@ -328,10 +331,10 @@ using host::cloud::Answer;
 using host::cloud::library;
 
 // Every call first answers with a failure that a test has injected for it.
-#define TALVORO_INJECTED_FAILURE()                            \
-  do {                                                        \
+#define TALVORO_INJECTED_FAILURE()                             \
+  do {                                                         \
     if (int injected = host::cloud::injectedFailure(__func__)) \
-      return injected;                                        \
+      return injected;                                         \
   } while (0)
 
 extern "C" {
@@ -394,8 +397,8 @@ int talvoro_cloud_backup_record_send_keys_and_dates(talvoro_cloud_list_h list, b
     return TALVORO_CLOUD_ERROR_NOT_INITIALIZED;
   if (!list)
     return TALVORO_CLOUD_ERROR_INVALID_PARAMETER;
-  Answer answer{Answer::Kind::kKeysAndDates, success, host::cloud::copyRecords(*list),
-                std::nullopt, true};
+  Answer answer{Answer::Kind::kKeysAndDates, success, host::cloud::copyRecords(*list), std::nullopt,
+                true};
   host::cloud::deliver(std::move(answer));
   return TALVORO_CLOUD_ERROR_NONE;
 }
@@ -404,8 +407,11 @@ int talvoro_cloud_backup_record_send_backup_path(const char* path, bool success)
   TALVORO_INJECTED_FAILURE();
   if (!host::cloud::initialized())
     return TALVORO_CLOUD_ERROR_NOT_INITIALIZED;
-  Answer answer{Answer::Kind::kBackupPath, success, {},
-                path ? std::optional<std::string>(path) : std::nullopt, false};
+  Answer answer{Answer::Kind::kBackupPath,
+                success,
+                {},
+                path ? std::optional<std::string>(path) : std::nullopt,
+                false};
   host::cloud::deliver(std::move(answer));
   return TALVORO_CLOUD_ERROR_NONE;
 }
@@ -447,8 +453,11 @@ int talvoro_cloud_restore_record_send_restoration_path(const char* path, bool su
   TALVORO_INJECTED_FAILURE();
   if (!host::cloud::initialized())
     return TALVORO_CLOUD_ERROR_NOT_INITIALIZED;
-  Answer answer{Answer::Kind::kRestorationPath, success, {},
-                path ? std::optional<std::string>(path) : std::nullopt, false};
+  Answer answer{Answer::Kind::kRestorationPath,
+                success,
+                {},
+                path ? std::optional<std::string>(path) : std::nullopt,
+                false};
   host::cloud::deliver(std::move(answer));
   return TALVORO_CLOUD_ERROR_NONE;
 }

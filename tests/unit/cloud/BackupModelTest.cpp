@@ -104,12 +104,12 @@ TEST_F(BackupModelTest, WithoutTheLibraryOrWithoutRecordsRunNeitherRegistersNorR
   }
   EXPECT_TRUE(launcherReplies().empty());
   EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{
-                "E talvoro_cloud_initialize failed.(" + std::to_string(TALVORO_CLOUD_ERROR_IO_ERROR) + ")",
-                "E talvoro_cloud is not initialized.",
-                "E talvoro_cloud_deinitialize failed.(" +
-                    std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")",
-                "E size is 0"}));
+            (std::vector<std::string>{"E talvoro_cloud_initialize failed.(" +
+                                          std::to_string(TALVORO_CLOUD_ERROR_IO_ERROR) + ")",
+                                      "E talvoro_cloud is not initialized.",
+                                      "E talvoro_cloud_deinitialize failed.(" +
+                                          std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")",
+                                      "E size is 0"}));
   EXPECT_FALSE(host::cloud::initialized());
 }
 
@@ -150,8 +150,8 @@ TEST_F(BackupModelTest, KeysAndDatesDeclareSizeRecordsWithTheTimeInMilliseconds)
     EXPECT_GE(date, before);
     EXPECT_LE(date, after);
     EXPECT_FALSE(record.value);
-    expectedLog.push_back("I Setting key and date for cloud upload [key=key, date=" +
-                          *record.date + "]");
+    expectedLog.push_back("I Setting key and date for cloud upload [key=key, date=" + *record.date +
+                          "]");
   }
   EXPECT_EQ(serviceMessages(platform().log()), expectedLog);
   EXPECT_TRUE(model.asked.empty());
@@ -213,11 +213,11 @@ TEST_F(BackupModelTest, RecordsWithoutKeyOrDateStillGetTheirValues) {
   ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
   ASSERT_TRUE(host::cloud::callBackupRecords({declared(nullptr, "1"), declared("key", nullptr)}));
   EXPECT_EQ(model.asked, (std::vector<unsigned int>{0, 1}));
-  EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{"E talvoro_cloud_record_get_key - key is nullptr.",
-                                      "I backup jsonStr : {\"doc\":0}",
-                                      "E talvoro_cloud_record_get_date - date is nullptr.",
-                                      "I backup jsonStr : {\"doc\":1}"}));
+  EXPECT_EQ(
+      serviceMessages(platform().log()),
+      (std::vector<std::string>{
+          "E talvoro_cloud_record_get_key - key is nullptr.", "I backup jsonStr : {\"doc\":0}",
+          "E talvoro_cloud_record_get_date - date is nullptr.", "I backup jsonStr : {\"doc\":1}"}));
   std::vector<CloudRecord> written;
   std::string reason;
   ASSERT_TRUE(host::readRecordFile(sharedPath() + "backup.dat", written, reason)) << reason;
@@ -268,13 +268,13 @@ TEST_F(BackupModelTest, FailuresDuringTheWalkAreLoggedAndThePathIsStillSent) {
   ASSERT_TRUE(host::cloud::callBackupRecords({declared("key", "1")}));
   EXPECT_EQ(model.asked, std::vector<unsigned int>{0});
   EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{
-                "I backup jsonStr : {\"doc\":0}", "E talvoro_cloud_record_set_value failed.(-9)",
-                "E talvoro_cloud_list_get_current_record failed.(" +
-                    std::to_string(TALVORO_CLOUD_ERROR_NO_DATA) + ")",
-                "E talvoro_cloud_list_move_to_next failed.(" +
-                    std::to_string(TALVORO_CLOUD_ERROR_NO_DATA) + ")",
-                "E talvoro_cloud_file_create_file failed.(-10)"}));
+            (std::vector<std::string>{"I backup jsonStr : {\"doc\":0}",
+                                      "E talvoro_cloud_record_set_value failed.(-9)",
+                                      "E talvoro_cloud_list_get_current_record failed.(" +
+                                          std::to_string(TALVORO_CLOUD_ERROR_NO_DATA) + ")",
+                                      "E talvoro_cloud_list_move_to_next failed.(" +
+                                          std::to_string(TALVORO_CLOUD_ERROR_NO_DATA) + ")",
+                                      "E talvoro_cloud_file_create_file failed.(-10)"}));
   std::vector<Answer> answers = host::cloud::takeAnswers();
   ASSERT_EQ(answers.size(), 1u);
   EXPECT_TRUE(answers[0].success);
@@ -286,7 +286,8 @@ TEST_F(BackupModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
   ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
   EXPECT_TRUE(host::cloud::callBackupCompleted(true));
   std::vector<std::pair<bool, void*>> seen;
-  model.setOnBackupCompleted([&](bool success, void* userData) { seen.emplace_back(success, userData); });
+  model.setOnBackupCompleted(
+      [&](bool success, void* userData) { seen.emplace_back(success, userData); });
   ASSERT_TRUE(host::cloud::callBackupCompleted(false));
   ASSERT_EQ(seen.size(), 1u);
   EXPECT_FALSE(seen[0].first);

@@ -65,7 +65,8 @@ class CloudAgentTest : public morvik_test::CloudFixture {
   }
 
   // Runs a backup or information exchange to its end; returns the completion (1, 0, -1 none).
-  int backup(const char* operation, const std::string& value = std::string(),
+  int backup(const char* operation,
+             const std::string& value = std::string(),
              std::map<std::string, std::string> faults = {}) {
     startAgent(operation, faults);
     auto* model = new DocumentBackupModel(request_.get());
@@ -145,8 +146,9 @@ TEST_F(CloudAgentTest, BackupStoresEachRunAsANewSet) {
 TEST_F(CloudAgentTest, BackupInformationDeclaresAndStoresNothing) {
   ASSERT_EQ(backup(MVSVC_OPERATION_GET_BACKUP_INFO), 1);
   EXPECT_TRUE(sets().empty());
-  EXPECT_EQ(agent_->summary(), std::vector<std::string>{
-                                   "cloud     backup information: 1 record declared, nothing stored"});
+  EXPECT_EQ(
+      agent_->summary(),
+      std::vector<std::string>{"cloud     backup information: 1 record declared, nothing stored"});
 }
 
 TEST_F(CloudAgentTest, RestoreHandsTheNewestSetToTheService) {
@@ -194,7 +196,8 @@ TEST_F(CloudAgentTest, AWrongAnswerFromTheServiceFailsTheExchange) {
   ASSERT_EQ(restore({}, "other"), 0);
   ASSERT_EQ(agent_->summary().size(), 1u);
   EXPECT_EQ(agent_->summary()[0].rfind("cloud     restore FAILED at restore: record 0 came back "
-                                       "with key \"other\"", 0),
+                                       "with key \"other\"",
+                                       0),
             0u)
       << agent_->summary()[0];
 }

@@ -119,8 +119,8 @@ TEST(RecordFileTest, RefusesWellSealedNonsense) {
 TEST(RecordFileTest, EncoderRefusesWhatTheFormatCannotCarry) {
   std::string bytes = "untouched";
   std::string reason;
-  EXPECT_FALSE(host::encodeRecordFile({{std::string("a\0b", 3), std::nullopt, std::nullopt}},
-                                      bytes, reason));
+  EXPECT_FALSE(host::encodeRecordFile({{std::string("a\0b", 3), std::nullopt, std::nullopt}}, bytes,
+                                      reason));
   EXPECT_FALSE(host::encodeRecordFile(
       {{std::nullopt, std::nullopt, std::string(host::kMaxFieldBytes + 1, 'x')}}, bytes, reason));
   EXPECT_EQ(bytes, "untouched");
@@ -181,8 +181,8 @@ TEST_F(RecordFileOnDiskTest, ReaderRefusesWhatTheDecoderRefusesForTheSameReason)
     std::string expected;
     std::vector<CloudRecord> unused;
     ASSERT_FALSE(host::decodeRecordFile(bytes, unused, expected));
-    ASSERT_TRUE(g_file_set_contents(path_.c_str(), bytes.data(),
-                                    static_cast<gssize>(bytes.size()), nullptr));
+    ASSERT_TRUE(g_file_set_contents(path_.c_str(), bytes.data(), static_cast<gssize>(bytes.size()),
+                                    nullptr));
     std::vector<CloudRecord> back = {CloudRecord{}};
     std::string reason;
     bool corrupt = false;
@@ -197,8 +197,8 @@ TEST_F(RecordFileOnDiskTest, ReaderRefusesWhatTheDecoderRefusesForTheSameReason)
     EXPECT_TRUE(outline.empty());
     EXPECT_EQ(reason, path_ + ": " + expected);
   }
-  ASSERT_TRUE(g_file_set_contents(path_.c_str(), good.data(), static_cast<gssize>(good.size()),
-                                  nullptr));
+  ASSERT_TRUE(
+      g_file_set_contents(path_.c_str(), good.data(), static_cast<gssize>(good.size()), nullptr));
   std::vector<CloudRecord> back;
   std::string reason;
   ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;

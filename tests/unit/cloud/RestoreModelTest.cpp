@@ -91,11 +91,10 @@ TEST_F(RestoreModelTest, WithoutTheLibraryRunNeitherRegistersNorReplies) {
   }
   EXPECT_TRUE(launcherReplies().empty());
   EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{"E talvoro_cloud_initialize failed.(-4)",
-                                      "E talvoro_cloud is not initialized.",
-                                      "E talvoro_cloud_deinitialize failed.(" +
-                                          std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) +
-                                          ")"}));
+            (std::vector<std::string>{
+                "E talvoro_cloud_initialize failed.(-4)", "E talvoro_cloud is not initialized.",
+                "E talvoro_cloud_deinitialize failed.(" +
+                    std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")"}));
 }
 
 TEST_F(RestoreModelTest, FailedRegistrationRepliesFailed) {
@@ -103,8 +102,9 @@ TEST_F(RestoreModelTest, FailedRegistrationRepliesFailed) {
   TestRestoreModel model(request_.get());
   EXPECT_FALSE(model.run());
   EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_FAILED});
-  EXPECT_EQ(serviceMessages(platform().log()),
-            std::vector<std::string>{"E talvoro_cloud_restore_record_set_restoration_cb() failed.(-8)"});
+  EXPECT_EQ(
+      serviceMessages(platform().log()),
+      std::vector<std::string>{"E talvoro_cloud_restore_record_set_restoration_cb() failed.(-8)"});
   EXPECT_TRUE(host::cloud::callRestorationPath());
   EXPECT_FALSE(host::cloud::callRestoreCompleted(true));
 }
@@ -176,7 +176,8 @@ TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
   const std::string countFailed = "E talvoro_cloud_list_get_record_count() failed, errCode = [" +
                                   std::to_string(TALVORO_CLOUD_ERROR_INVALID_PARAMETER) + "]";
   const Case cases[] = {
-      {"missing", [] {},
+      {"missing",
+       [] {},
        {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
             std::to_string(TALVORO_CLOUD_ERROR_IO_ERROR) + "]",
         countFailed}},
@@ -218,7 +219,8 @@ TEST_F(RestoreModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
   ASSERT_TRUE(model.run());
   EXPECT_TRUE(host::cloud::callRestoreCompleted(false));
   std::vector<std::pair<bool, void*>> seen;
-  model.setOnRestoreCompleted([&](bool success, void* userData) { seen.emplace_back(success, userData); });
+  model.setOnRestoreCompleted(
+      [&](bool success, void* userData) { seen.emplace_back(success, userData); });
   ASSERT_TRUE(host::cloud::callRestoreCompleted(true));
   ASSERT_EQ(seen.size(), 1u);
   EXPECT_TRUE(seen[0].first);

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "emu/EmulatedWatch.h"
 #include "TempDir.h"
+#include "emu/EmulatedWatch.h"
 #include "emu/SampleWatch.h"
 #include "host/MainLoop.h"
 #include "host/Platform.h"
@@ -15,7 +15,6 @@ namespace {
 
 class DeviceProfileTest : public ::testing::Test {
  protected:
-
   std::string writeProfile(const char* json) {
     g_autofree char* path = g_build_filename(dir_.c_str(), "device.json", nullptr);
     g_file_set_contents(path, json, -1, nullptr);

@@ -34,7 +34,9 @@ std::string extra(app_control_h handle, const char* key) {
   return copy;
 }
 
-void recordReply(app_control_h request, app_control_h reply, app_control_result_e result,
+void recordReply(app_control_h request,
+                 app_control_h reply,
+                 app_control_result_e result,
                  void* userData) {
   auto* seen = static_cast<SeenReply*>(userData);
   ++seen->calls;

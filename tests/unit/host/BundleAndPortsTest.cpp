@@ -46,7 +46,11 @@ struct Inbox {
   int portId = 0;
 };
 
-void collect(int portId, const char* remoteAppId, const char*, bool trusted, bundle* message,
+void collect(int portId,
+             const char* remoteAppId,
+             const char*,
+             bool trusted,
+             bundle* message,
              void* data) {
   auto* inbox = static_cast<Inbox*>(data);
   EXPECT_TRUE(trusted);
@@ -107,9 +111,9 @@ TEST_F(MessagePortTest, SentMessagesReachThePeerLaterWithTheirKeysInOrder) {
   const FakeApp::Message& got = watchface_->messages[0];
   EXPECT_EQ(got.port, kWatchfacePort);
   EXPECT_EQ(got.fromAppId, kSelfAppId);
-  EXPECT_EQ(got.entries, (host::KeyValues{{"operation", "talvoro_cloud_restore"},
-                                          {"type", "image"},
-                                          {"bg_type", "photo"}}));
+  EXPECT_EQ(got.entries,
+            (host::KeyValues{
+                {"operation", "talvoro_cloud_restore"}, {"type", "image"}, {"bg_type", "photo"}}));
   auto sent = platform().record().ofKind(BoundaryEvent::Kind::kMessageSent);
   ASSERT_EQ(sent.size(), 1u);
   EXPECT_EQ(sent[0].data, got.entries);

@@ -72,9 +72,11 @@ TEST(LaunchOptionsTest, RefusesBadCommandLinesWithAReason) {
 
   host::LaunchOptions options;
   std::string error;
-  EXPECT_FALSE(host::parseLaunchOptions(Args{"--cloud", "c", "--operation", "none"}, options, error));
+  EXPECT_FALSE(
+      host::parseLaunchOptions(Args{"--cloud", "c", "--operation", "none"}, options, error));
   EXPECT_EQ(error, "--device DIR is required");
-  EXPECT_FALSE(host::parseLaunchOptions(Args{"--device", "d", "--operation", "none"}, options, error));
+  EXPECT_FALSE(
+      host::parseLaunchOptions(Args{"--device", "d", "--operation", "none"}, options, error));
   EXPECT_EQ(error, "--cloud DIR is required");
 }
 

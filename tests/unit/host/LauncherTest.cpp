@@ -48,7 +48,8 @@ class LauncherTest : public ::testing::Test {
   void TearDown() override { host::setDeviceHooks(nullptr); }
 
   int start(RecordingApp& app, std::vector<std::string> extra) {
-    std::vector<std::string> args{"service", "--device", device_, "--cloud", temp_.path() + "/cloud"};
+    std::vector<std::string> args{"service", "--device", device_, "--cloud",
+                                  temp_.path() + "/cloud"};
     args.insert(args.end(), extra.begin(), extra.end());
     std::vector<char*> argv;
     for (std::string& arg : args)
@@ -69,14 +70,14 @@ TEST_F(LauncherTest, DeliversRequestsInOrderAndEndsWhenTheAppExits) {
       service_app_exit();
   };
   testing::internal::CaptureStdout();
-  EXPECT_EQ(start(app, {"--operation", "backup", "--then", "0.05", "--operation", "none",
-                        "--then", "5", "--operation", "restore"}),
+  EXPECT_EQ(start(app, {"--operation", "backup", "--then", "0.05", "--operation", "none", "--then",
+                        "5", "--operation", "restore"}),
             0);
   std::string summary = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(app.calls, (std::vector<std::string>{
-                           "create",
-                           "first http://talvoro.com/appcontrol/operation/talvoro_cloud/backup",
-                           "next (none)", "terminate"}));
+  EXPECT_EQ(app.calls,
+            (std::vector<std::string>{
+                "create", "first http://talvoro.com/appcontrol/operation/talvoro_cloud/backup",
+                "next (none)", "terminate"}));
   EXPECT_NE(summary.find("ended     by the service itself"), std::string::npos) << summary;
 }
 

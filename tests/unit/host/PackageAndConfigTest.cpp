@@ -21,10 +21,12 @@ class PackageAndConfigTest : public morvik_test::PlatformFixture {
  protected:
   void SetUp() override {
     PlatformFixture::SetUp();
-    platform().packages().install({"com.talvoro.watchface", "com.talvoro.watchface", "watchapp", true});
-    platform().packages().install({"com.talvoro.watchface-service", "com.talvoro.watchface-service",
-                                   "svcapp", true});
-    platform().packages().install({"com.indie.clock-tidal", "com.indie.clock-tidal", "watchapp", false});
+    platform().packages().install(
+        {"com.talvoro.watchface", "com.talvoro.watchface", "watchapp", true});
+    platform().packages().install(
+        {"com.talvoro.watchface-service", "com.talvoro.watchface-service", "svcapp", true});
+    platform().packages().install(
+        {"com.indie.clock-tidal", "com.indie.clock-tidal", "watchapp", false});
     platform().packages().install({"com.indie.multi", "com.indie.multi.a", "watchapp", false});
     platform().packages().install({"com.indie.multi", "com.indie.multi.b", "watchapp", false});
   }
@@ -49,9 +51,9 @@ class PackageAndConfigTest : public morvik_test::PlatformFixture {
   int listWatchApps(Listing& listing, uid_t uid) {
     pkgmgrinfo_appinfo_filter_h filter = nullptr;
     EXPECT_EQ(pkgmgrinfo_appinfo_filter_create(&filter), PMINFO_R_OK);
-    EXPECT_EQ(pkgmgrinfo_appinfo_filter_add_string(filter, PMINFO_APPINFO_PROP_APP_COMPONENT,
-                                                   "watchapp"),
-              PMINFO_R_OK);
+    EXPECT_EQ(
+        pkgmgrinfo_appinfo_filter_add_string(filter, PMINFO_APPINFO_PROP_APP_COMPONENT, "watchapp"),
+        PMINFO_R_OK);
     int result = pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(filter, listApp, &listing, uid);
     pkgmgrinfo_appinfo_filter_destroy(filter);
     return result;
@@ -61,11 +63,11 @@ class PackageAndConfigTest : public morvik_test::PlatformFixture {
 TEST_F(PackageAndConfigTest, FilterListsWatchAppsInOrderWithTheirPreloadFlag) {
   Listing listing;
   EXPECT_EQ(listWatchApps(listing, tzplatform_getuid(TZ_SYS_GLOBALAPP_USER)), PMINFO_R_OK);
-  EXPECT_EQ(listing.apps, (std::vector<std::pair<std::string, bool>>{
-                              {"com.talvoro.watchface", true},
-                              {"com.indie.clock-tidal", false},
-                              {"com.indie.multi", false},
-                              {"com.indie.multi", false}}));
+  EXPECT_EQ(listing.apps,
+            (std::vector<std::pair<std::string, bool>>{{"com.talvoro.watchface", true},
+                                                       {"com.indie.clock-tidal", false},
+                                                       {"com.indie.multi", false},
+                                                       {"com.indie.multi", false}}));
 
   Listing stopped;
   stopped.stopAfter = 2;
@@ -104,8 +106,7 @@ TEST_F(PackageAndConfigTest, ConfigurationStringsAreCopiesAndReadOnlyKeysRefuseW
 TEST_F(PackageAndConfigTest, SharedTrustedPathsLiveUnderTheDeviceAndEndWithASlash) {
   char* own = app_get_shared_trusted_path();
   ASSERT_NE(own, nullptr);
-  EXPECT_EQ(std::string(own),
-            deviceDir() + "/apps/com.talvoro.morvik.service/shared/trusted/");
+  EXPECT_EQ(std::string(own), deviceDir() + "/apps/com.talvoro.morvik.service/shared/trusted/");
   EXPECT_TRUE(g_file_test(own, G_FILE_TEST_IS_DIR));
   free(own);
 

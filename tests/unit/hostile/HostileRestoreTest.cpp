@@ -75,8 +75,8 @@ class HostileRestoreTest : public ::testing::Test {
 };
 
 TEST_F(HostileRestoreTest, ImageNamesThatLeaveTheDirectoryAreRefusedAndNothingLandsOutside) {
-  const std::vector<std::string> hostile = {"../escape.jpg", "/tmp/morvik-absolute.jpg",
-                                            "sub/dir.jpg", "..", ".", ""};
+  const std::vector<std::string> hostile = {
+      "../escape.jpg", "/tmp/morvik-absolute.jpg", "sub/dir.jpg", "..", ".", ""};
   std::string images = image("ok.jpg");
   for (const std::string& name : hostile)
     images += "," + image(name);

@@ -95,7 +95,8 @@ TEST_F(MvSvcAppFlowTest, BackupCollectsFirstThenAnswersUploadsAndEnds) {
   const int handles = host::liveAppControlCount();
   ASSERT_TRUE(runFlow(app, MVSVC_OPERATION_BACKUP));
 
-  const int askedWatchApp = firstEvent(Kind::kAppControlSent, "com.talvoro.clock-orbitline.service");
+  const int askedWatchApp =
+      firstEvent(Kind::kAppControlSent, "com.talvoro.clock-orbitline.service");
   const int startedWatchface = firstEvent(Kind::kMessageSent, MVSVC_WATCHFACE_SERVICE_APP_ID);
   const int finished = firstEvent(Kind::kMessageDelivered, MVSVC_WATCHFACE_SERVICE_APP_ID);
   const int answered = firstEvent(Kind::kReplyToLauncher);

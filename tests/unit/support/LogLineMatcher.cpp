@@ -37,7 +37,8 @@ bool parseServiceLogLine(const host::LogLine& line, ServiceLogLine& parsed) {
   parsed.line = std::stoi(number);
 
   std::string rest = text.substr(close + 4);
-  if (rest.size() < kClose.size() || rest.compare(rest.size() - kClose.size(), kClose.size(), kClose) != 0)
+  if (rest.size() < kClose.size() ||
+      rest.compare(rest.size() - kClose.size(), kClose.size(), kClose) != 0)
     return false;
   rest.resize(rest.size() - kClose.size());
   if (line.priority == 'E' && rest.compare(0, kErrorOpen.size(), kErrorOpen) == 0) {

@@ -37,7 +37,8 @@ void PlatformFixture::TearDown() {
 }
 
 bool PlatformFixture::runLoopUntil(const std::function<bool()>& done, double timeoutSeconds) {
-  const gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(timeoutSeconds * G_USEC_PER_SEC);
+  const gint64 deadline =
+      g_get_monotonic_time() + static_cast<gint64>(timeoutSeconds * G_USEC_PER_SEC);
   while (!done() && g_get_monotonic_time() < deadline) {
     LoopWatch watch{&done, deadline};
     g_timeout_add(5, checkLoop, &watch);

@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "host/MainLoop.h"
 #include "TempDir.h"
+#include "host/MainLoop.h"
 #include "host/Platform.h"
 
 namespace morvik_test {

@@ -12,16 +12,16 @@ using KeyValues = std::vector<std::pair<std::string, std::string>>;
 // One thing that crossed the platform boundary of the running app.
 struct BoundaryEvent {
   enum class Kind {
-    kLaunchRequest,     // launcher -> app: name = operation, data = extras
-    kReplyToLauncher,   // app -> launcher: code = result, data = reply extras
-    kAppControlSent,    // app -> peer app `peer`: name = operation, data = extras, code = send result
+    kLaunchRequest,    // launcher -> app: name = operation, data = extras
+    kReplyToLauncher,  // app -> launcher: code = result, data = reply extras
+    kAppControlSent,  // app -> peer app `peer`: name = operation, data = extras, code = send result
     kAppControlReply,   // peer app -> app: code = result, data = reply extras
     kMessageSent,       // app -> peer port: name = port, data = bundle, code = send result
     kMessageDelivered,  // peer -> app's local port `name`: data = bundle
     kMessageDropped,    // peer -> app: no local port `name` registered
     kExitRequested,     // service_app_exit()
-    kCloudCallback,     // cloud library -> app's callback `name`: code = success when it carries one
-    kCloudAnswer,       // app -> cloud library: name = the answer, code = its success
+    kCloudCallback,  // cloud library -> app's callback `name`: code = success when it carries one
+    kCloudAnswer,    // app -> cloud library: name = the answer, code = its success
   };
 
   Kind kind;

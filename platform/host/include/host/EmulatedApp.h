@@ -26,8 +26,7 @@ class EmulatedApp {
   virtual std::vector<std::string> localPorts() const { return {}; }
 
   // A trusted message to one of localPorts(). `message` lives for the call.
-  virtual void onMessage(const std::string& port, const std::string& fromAppId,
-                         bundle* message) {
+  virtual void onMessage(const std::string& port, const std::string& fromAppId, bundle* message) {
     (void)port;
     (void)fromAppId;
     (void)message;

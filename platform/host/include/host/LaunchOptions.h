@@ -25,7 +25,8 @@ struct LaunchOptions {
 };
 
 // Parses argv (without argv[0]). Returns false with a one-line reason on bad input.
-bool parseLaunchOptions(const std::vector<std::string>& args, LaunchOptions& options,
+bool parseLaunchOptions(const std::vector<std::string>& args,
+                        LaunchOptions& options,
                         std::string& error);
 
 // Short names of the cloud operations: "backup", "restore", "info".

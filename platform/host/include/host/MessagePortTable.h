@@ -20,7 +20,8 @@ class MessagePortTable {
   };
 
   // Returns the port's ID; a name registered again keeps its ID and gets the new callback.
-  int registerPort(const std::string& name, message_port_trusted_message_cb callback,
+  int registerPort(const std::string& name,
+                   message_port_trusted_message_cb callback,
                    void* userData);
   bool unregisterPort(int id);
   const Port* findByName(const std::string& name) const;

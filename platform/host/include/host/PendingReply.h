@@ -14,8 +14,11 @@ class Platform;
 // request as it was sent, which the sender's reply callback receives.
 class PendingReply {
  public:
-  PendingReply(Platform& platform, std::string fromAppId, app_control_h request,
-               app_control_reply_cb callback, void* userData);
+  PendingReply(Platform& platform,
+               std::string fromAppId,
+               app_control_h request,
+               app_control_reply_cb callback,
+               void* userData);
   ~PendingReply();
 
   // Posts the reply to the sender's callback; `reply` stays the caller's. Only the first call

@@ -51,7 +51,10 @@ class Platform {
 
   // Seconds since this platform started.
   double now() const;
-  void addEvent(BoundaryEvent::Kind kind, std::string peer, std::string name, KeyValues data,
+  void addEvent(BoundaryEvent::Kind kind,
+                std::string peer,
+                std::string name,
+                KeyValues data,
                 int code);
 
   // The emulated app that answers for `appId`; the platform shares its ownership.
@@ -66,8 +69,10 @@ class Platform {
   std::string sharedTrustedPath(const std::string& appId) const;
 
   // A trusted message from a peer to the running app's local port `port`, delivered later.
-  void sendToApp(const std::string& fromAppId, const std::string& fromPort,
-                 const std::string& port, const KeyValues& message);
+  void sendToApp(const std::string& fromAppId,
+                 const std::string& fromPort,
+                 const std::string& port,
+                 const KeyValues& message);
 
   // Called when the app answers a launch request that the launcher sent.
   using LauncherReplyHandler =

@@ -29,9 +29,11 @@ constexpr size_t kMaxFieldBytes = 64u << 20;
 constexpr size_t kMaxRecordFileBytes = 128u << 20;
 
 // False with a one-line reason when a field holds a NUL or exceeds kMaxFieldBytes.
-bool encodeRecordFile(const std::vector<CloudRecord>& records, std::string& bytes,
+bool encodeRecordFile(const std::vector<CloudRecord>& records,
+                      std::string& bytes,
                       std::string& reason);
-bool decodeRecordFile(const std::string& bytes, std::vector<CloudRecord>& records,
+bool decodeRecordFile(const std::string& bytes,
+                      std::vector<CloudRecord>& records,
                       std::string& reason);
 
 // Records that the caller keeps owning, for writing without a copy.
@@ -41,9 +43,10 @@ using RecordRefs = std::vector<const CloudRecord*>;
 // file or the whole new one; the fields go from the records to the file without an encoded
 // copy in memory. Nothing is synced to disk: the exchange files are read at once, and the
 // emulated cloud stands for the vendor's servers, not for this disk. A file that a crash cut
-// short fails its checksum and is refused, never read wrong. False with a one-line reason, before anything is written
-// when a record cannot be carried.
-bool writeRecordFile(const std::string& path, const std::vector<CloudRecord>& records,
+// short fails its checksum and is refused, never read wrong. False with a one-line reason, before
+// anything is written when a record cannot be carried.
+bool writeRecordFile(const std::string& path,
+                     const std::vector<CloudRecord>& records,
                      std::string& reason);
 bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason);
 // A record as a reader that passes the file on sees it: the value only by its size (absent:
@@ -57,8 +60,10 @@ struct RecordOutline {
 
 // Checks a record file as readRecordFile does, with the same refusals, without keeping the
 // values in memory.
-bool outlineRecordFile(const std::string& path, std::vector<RecordOutline>& outline,
-                       std::string& reason, bool* corrupt = nullptr);
+bool outlineRecordFile(const std::string& path,
+                       std::vector<RecordOutline>& outline,
+                       std::string& reason,
+                       bool* corrupt = nullptr);
 // The CRC-32 an outline gives for `value`.
 uint32_t valueCrc(const std::string& value);
 
@@ -68,8 +73,10 @@ bool copyRecordFile(const std::string& from, const std::string& to, std::string&
 // Reads a regular file of at most kMaxRecordFileBytes, refusing what decodeRecordFile refuses,
 // with the fields read straight into the records. False with a one-line reason; then
 // `*corrupt` (when given) tells a damaged file from one that could not be read at all.
-bool readRecordFile(const std::string& path, std::vector<CloudRecord>& records,
-                    std::string& reason, bool* corrupt = nullptr);
+bool readRecordFile(const std::string& path,
+                    std::vector<CloudRecord>& records,
+                    std::string& reason,
+                    bool* corrupt = nullptr);
 
 }  // namespace host
 
