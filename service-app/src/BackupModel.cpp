@@ -1,34 +1,32 @@
 #include "BackupModel.h"
 
-#include <Ecore_File.h>
-#include <app_common.h>
 #include <talvoro_cloud.h>
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/time.h>
 
+#include "MvSvcCloudSteps.h"
 #include "MvSvcLog.h"
 
 namespace {
 
 const char* const kRecordFileName = "backup.dat";
 const char* const kRecordKey = "key";
+// The watch formats the record file's path into a buffer of this size.
+const size_t kRecordPathBufferSize = 128;
 
 }  // namespace
 
 BackupModel::BackupModel(app_control_h request, unsigned int size)
-    : _size(size), _isInitialized(false), _filePath(), _request(request), _onBackupCompleted() {
+    : _size(size),
+      _isInitialized(false),
+      _filePath(),
+      _request(request),
+      _onBackupCompleted(),
+      _liveness(this) {
   _init();
-
-  char* sharedPath = app_get_shared_trusted_path();
-  if (sharedPath) {
-    char path[128] = {0};
-    snprintf(path, sizeof(path), "%s%s", sharedPath, kRecordFileName);
-    _filePath = path;
-    free(sharedPath);
-  }
+  _filePath = mvsvcRecordFilePath(kRecordFileName, kRecordPathBufferSize, nullptr, __func__);
 }
 
 BackupModel::~BackupModel() {
@@ -46,28 +44,24 @@ bool BackupModel::run(const char* operation) {
   }
 
   bool success = false;
-  int ret = talvoro_cloud_backup_record_set_preparation_cb(_backupPreparedCb, this);
+  int ret = talvoro_cloud_backup_record_set_preparation_cb(_backupPreparedCb, _liveness.token());
   if (ret != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_backup_record_set_preparation_cb failed.(%d)", ret);
   } else if ((ret = talvoro_cloud_backup_record_set_sending_keys_and_dates_cb(
-                  _backupSetKeysDatesCb, this)) != TALVORO_CLOUD_ERROR_NONE) {
+                  _backupSetKeysDatesCb, _liveness.token())) != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_backup_record_set_sending_keys_and_dates_cb failed.(%d)", ret);
   } else if (operation && strcmp(operation, MVSVC_OPERATION_BACKUP) == 0 &&
-             (ret = talvoro_cloud_backup_record_set_backup_cb(_backupRecordCb, this)) !=
-                 TALVORO_CLOUD_ERROR_NONE) {
+             (ret = talvoro_cloud_backup_record_set_backup_cb(
+                  _backupRecordCb, _liveness.token())) != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_backup_record_set_backup_cb failed.(%d)", ret);
-  } else if ((ret = talvoro_cloud_backup_record_set_completed_cb(_backupCompleteCb, this)) !=
-             TALVORO_CLOUD_ERROR_NONE) {
+  } else if ((ret = talvoro_cloud_backup_record_set_completed_cb(
+                  _backupCompleteCb, _liveness.token())) != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_backup_record_set_completed_cb failed.(%d)", ret);
   } else {
     success = true;
   }
 
-  app_control_h reply = nullptr;
-  app_control_create(&reply);
-  app_control_reply_to_launch_request(
-      reply, _request, success ? APP_CONTROL_RESULT_SUCCEEDED : APP_CONTROL_RESULT_FAILED);
-  app_control_destroy(reply);
+  mvsvcReplyToLaunchRequest(_request, success);
   return success;
 }
 
@@ -76,28 +70,16 @@ void BackupModel::setOnBackupCompleted(MvSvcCompletionCb callback) {
 }
 
 void BackupModel::_init() {
-  int ret = talvoro_cloud_initialize();
-  if (ret != TALVORO_CLOUD_ERROR_NONE) {
-    MVSVC_LOGE("talvoro_cloud_initialize failed.(%d)", ret);
-    return;
-  }
-  _isInitialized = true;
+  _isInitialized = mvsvcCloudInitialize(__func__);
 }
 
 void BackupModel::_fini() {
-  int ret = talvoro_cloud_deinitialize();
-  if (ret != TALVORO_CLOUD_ERROR_NONE)
-    MVSVC_LOGE("talvoro_cloud_deinitialize failed.(%d)", ret);
+  mvsvcCloudDeinitialize(__func__);
   _isInitialized = false;
 }
 
 void BackupModel::_removeFile() {
-  if (ecore_file_exists(_filePath.c_str()) != EINA_TRUE) {
-    MVSVC_LOGE("file is not exist!");
-    return;
-  }
-  if (ecore_file_remove(_filePath.c_str()) != EINA_TRUE)
-    MVSVC_LOGE("file remove failed.");
+  mvsvcRemoveRecordFile(_filePath, __func__);
 }
 
 uint64_t BackupModel::_getCurrentDeviceMilliSecTime() {
@@ -106,14 +88,18 @@ uint64_t BackupModel::_getCurrentDeviceMilliSecTime() {
   return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
 }
 
-void BackupModel::_backupPreparedCb(void*) {
+void BackupModel::_backupPreparedCb(void* userData) {
+  if (!MvSvcLiveness<BackupModel>::find(userData))
+    return;
   int ret = talvoro_cloud_backup_record_send_preparation_completed_response(true);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_backup_record_send_preparation_completed_response failed.(%d)", ret);
 }
 
 void BackupModel::_backupSetKeysDatesCb(void* userData) {
-  BackupModel* model = static_cast<BackupModel*>(userData);
+  BackupModel* model = MvSvcLiveness<BackupModel>::find(userData);
+  if (!model)
+    return;
 
   talvoro_cloud_list_h list = nullptr;
   int ret = talvoro_cloud_list_create(&list);
@@ -168,8 +154,14 @@ void BackupModel::_backupSetKeysDatesCb(void* userData) {
 }
 
 void BackupModel::_backupRecordCb(void* list, void* userData) {
-  BackupModel* model = static_cast<BackupModel*>(userData);
+  BackupModel* model = MvSvcLiveness<BackupModel>::find(userData);
   talvoro_cloud_list_h records = static_cast<talvoro_cloud_list_h>(list);
+  if (!model) {
+    // The list is ours whatever happens; nobody is left to fill it.
+    if (records)
+      talvoro_cloud_list_destroy(records);
+    return;
+  }
 
   if (!records) {
     int ret = talvoro_cloud_backup_record_send_backup_path(nullptr, false);
@@ -250,7 +242,10 @@ void BackupModel::_backupRecordCb(void* list, void* userData) {
 }
 
 void BackupModel::_backupCompleteCb(bool success, void* userData) {
-  BackupModel* model = static_cast<BackupModel*>(userData);
-  if (model->_onBackupCompleted)
-    model->_onBackupCompleted(success, userData);
+  BackupModel* model = MvSvcLiveness<BackupModel>::find(userData);
+  if (!model || !model->_onBackupCompleted)
+    return;
+  // The receiver may destroy the model, and with it the stored callback.
+  MvSvcCompletionCb callback = model->_onBackupCompleted;
+  callback(success, model);
 }

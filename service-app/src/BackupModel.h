@@ -7,11 +7,14 @@
 
 #include <string>
 
+#include "MvSvcLiveness.h"
 #include "MvSvcTypes.h"
 
 // One backup exchange with the cloud library: declares `size` records, fills their values
 // from the subclass when the library asks, and hands the library the record file. The library
-// holds the model's address until it reports completion, so the model must outlive that.
+// holds a liveness token, not the model's address: a callback that comes after the model is gone
+// does nothing. The completion callback is the model's last act on itself, so its receiver may
+// destroy the model there.
 class BackupModel {
  public:
   BackupModel(app_control_h request, unsigned int size);
@@ -37,8 +40,9 @@ class BackupModel {
   uint32_t _size;
   bool _isInitialized;
   std::string _filePath;
-  app_control_h _request;  // not owned: only replied to
+  app_control_h _request;  // not owned: only replied to, inside run()
   MvSvcCompletionCb _onBackupCompleted;
+  MvSvcLiveness<BackupModel> _liveness;
 };
 
 #endif

@@ -1,10 +1,9 @@
 #include "MvSvcApp.h"
 
 #include <service_app.h>
-
-#include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "MvSvcBackupModel.h"
@@ -17,125 +16,137 @@ namespace {
 const char* const kRetailModeKey = "retail-mode";
 const double kExitDelaySeconds = 2.0;
 
+MvAppControlPtr cloneRequest(app_control_h request) {
+  app_control_h clone = nullptr;
+  const int ret = app_control_clone(&clone, request);
+  if (ret != APP_CONTROL_ERROR_NONE)
+    MVSVC_LOGE("app_control_clone failed.(%d)", ret);
+  return MvAppControlPtr(clone);
+}
+
 }  // namespace
 
-MvSvcApp::MvSvcApp()
-    : app_assist::WServiceApp(),
-      _request(nullptr),
-      _resultDataList(),
-      _imageDataList(),
-      _exitTimer(nullptr) {}
+MvSvcApp::MvSvcApp() : app_assist::WServiceApp() {}
 
-MvSvcApp::~MvSvcApp() {
-  if (_exitTimer) {
-    ecore_timer_del(_exitTimer);
-    _exitTimer = nullptr;
-  }
-}
+// Flows still running when the service ends go with it; their destructors release what they
+// hold on the platform, which stays up as long as this object lives.
+MvSvcApp::~MvSvcApp() = default;
 
 bool MvSvcApp::onCreate() {
   return true;
 }
 
 void MvSvcApp::onTerminate() {
-  if (_request) {
-    app_control_destroy(_request);
-    _request = nullptr;
-  }
+  _request.reset();
 }
 
 void MvSvcApp::onAppControl(app_control_h request, bool) {
   WASSERT(request != nullptr);
 
-  char* operation = nullptr;
-  app_control_get_operation(request, &operation);
+  char* text = nullptr;
+  app_control_get_operation(request, &text);
+  MvCharPtr operation(text);
   if (operation) {
-    if (strcmp(operation, MVSVC_OPERATION_BACKUP) == 0) {
+    if (strcmp(operation.get(), MVSVC_OPERATION_BACKUP) == 0) {
       _startCollection(request);
-      free(operation);
       return;
     }
-    if (strcmp(operation, MVSVC_OPERATION_RESTORE) == 0) {
+    if (strcmp(operation.get(), MVSVC_OPERATION_RESTORE) == 0) {
       _startRestore(request);
-      free(operation);
       return;
     }
-    if (strcmp(operation, MVSVC_OPERATION_GET_BACKUP_INFO) == 0) {
-      // Kept like a backup request, so that the exchange's reply reaches the requester.
-      _storeRequest(request);
-      _startBackup(MVSVC_OPERATION_GET_BACKUP_INFO);
-    }
-    free(operation);
+    // Its own clone, so that a backup request's stays untouched and each is answered once.
+    if (strcmp(operation.get(), MVSVC_OPERATION_GET_BACKUP_INFO) == 0)
+      _startBackup(MVSVC_OPERATION_GET_BACKUP_INFO, cloneRequest(request));
   }
 
   char* retailMode = nullptr;
   app_control_get_extra_data(request, kRetailModeKey, &retailMode);
-  if (retailMode) {
-    free(retailMode);
+  if (MvCharPtr(retailMode))
     _setExitTimer();
-  } else {
+  else
     MVSVC_LOGE("msg is nullptr!");
-  }
 }
 
+// Backup requests share one collection: the watch face service talks to one local port, which
+// a second collector would take over. A later request takes over the answer; the earlier one is
+// answered as canceled, so that no requester waits for ever.
 void MvSvcApp::_startCollection(app_control_h request) {
-  _storeRequest(request);
-  MvSvcWatchDataCollector* collector = new MvSvcWatchDataCollector();
-  collector->setOnCollectCompleted([this](bool success, void* userData) {
-    MvSvcWatchDataCollector* done = static_cast<MvSvcWatchDataCollector*>(userData);
-    if (success && done) {
-      // The collector goes next: its lists are handed on, not copied.
-      _resultDataList = std::move(done->getResultDataList());
-      _imageDataList = std::move(done->getImageDataList());
-      _startBackup(MVSVC_OPERATION_BACKUP);
-    } else {
-      MVSVC_LOGE("Failed to collect watch backup data");
-    }
-    delete done;
-  });
-  collector->run();
+  if (_request) {
+    MvAppControlPtr reply = mvCreateAppControl();
+    app_control_reply_to_launch_request(reply.get(), _request.get(), APP_CONTROL_RESULT_CANCELED);
+  }
+  _request = cloneRequest(request);
+  if (_collector)
+    return;
+  _collector = std::make_unique<MvSvcWatchDataCollector>();
+  _collector->setOnCollectCompleted([this](bool success, void*) { _onCollectCompleted(success); });
+  _collector->run();
 }
 
-void MvSvcApp::_startBackup(const char* operation) {
-  MvSvcBackupModel* model = new MvSvcBackupModel(_request, _resultDataList, _imageDataList);
-  model->setOnBackupCompleted([](bool, void* userData) {
-    delete static_cast<MvSvcBackupModel*>(userData);
+void MvSvcApp::_onCollectCompleted(bool success) {
+  if (success) {
+    // The collector goes next: its lists are handed on, not copied.
+    _resultDataList = std::move(_collector->getResultDataList());
+    _imageDataList = std::move(_collector->getImageDataList());
+    _startBackup(MVSVC_OPERATION_BACKUP, std::move(_request));
+  } else {
+    MVSVC_LOGE("Failed to collect watch backup data");
+  }
+  _collector.reset();
+}
+
+void MvSvcApp::_startBackup(const char* operation, MvAppControlPtr request) {
+  Exchange<MvSvcBackupModel> exchange;
+  exchange.request = std::move(request);
+  exchange.model =
+      std::make_unique<MvSvcBackupModel>(exchange.request.get(), _resultDataList, _imageDataList);
+  MvSvcBackupModel* model = exchange.model.get();
+  model->setOnBackupCompleted([this](bool, void* done) {
+    _onBackupCompleted(done);
     service_app_exit();
   });
-  model->run(operation);
+  _backups.push_back(std::move(exchange));
+  if (!model->run(operation))
+    _onBackupCompleted(model);  // released; the service stays up
+}
+
+void MvSvcApp::_onBackupCompleted(void* model) {
+  auto found = std::find_if(_backups.begin(), _backups.end(), [model](const auto& exchange) {
+    return exchange.model.get() == model;
+  });
+  if (found != _backups.end())
+    _backups.erase(found);
 }
 
 void MvSvcApp::_startRestore(app_control_h request) {
-  MvSvcRestoreModel* model = new MvSvcRestoreModel(request);
-  model->setOnRestoreCompleted([](bool, void* userData) {
-    delete static_cast<MvSvcRestoreModel*>(userData);
+  auto restore = std::make_unique<MvSvcRestoreModel>(request);
+  MvSvcRestoreModel* model = restore.get();
+  model->setOnRestoreCompleted([this](bool, void* done) {
+    _onRestoreCompleted(done);
     service_app_exit();
   });
-  model->run();
+  _restores.push_back(std::move(restore));
+  if (!model->run())
+    _onRestoreCompleted(model);  // released; the service stays up
 }
 
-// An earlier clone is released first: only the latest request is answered.
-void MvSvcApp::_storeRequest(app_control_h request) {
-  if (_request) {
-    app_control_destroy(_request);
-    _request = nullptr;
-  }
-  int ret = app_control_clone(&_request, request);
-  if (ret != APP_CONTROL_ERROR_NONE)
-    MVSVC_LOGE("app_control_clone failed.(%d)", ret);
+void MvSvcApp::_onRestoreCompleted(void* model) {
+  auto found = std::find_if(_restores.begin(), _restores.end(),
+                            [model](const auto& restore) { return restore.get() == model; });
+  if (found != _restores.end())
+    _restores.erase(found);
 }
 
 void MvSvcApp::_setExitTimer() {
-  if (_exitTimer) {
-    ecore_timer_del(_exitTimer);
-    _exitTimer = nullptr;
-  }
-  _exitTimer = ecore_timer_add(kExitDelaySeconds, _exitTimerCb, this);
+  _exitTimer.reset();
+  _exitTimer.reset(ecore_timer_add(kExitDelaySeconds, _exitTimerCb, this));
 }
 
 Eina_Bool MvSvcApp::_exitTimerCb(void* data) {
   MvSvcApp* app = static_cast<MvSvcApp*>(data);
-  app->_exitTimer = nullptr;
+  // Ecore deletes a timer that cancels itself.
+  (void)app->_exitTimer.release();
   service_app_exit();
   return ECORE_CALLBACK_CANCEL;
 }

@@ -3,8 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <map>
-
+#include "MvHandles.h"
 #include "MvSvcLog.h"
 
 namespace {
@@ -22,47 +21,43 @@ const char* const kAcceptedStoreErrors[] = {
     "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE",
 };
 
-std::map<uintptr_t, MvSvcAppCtrlModel*>& liveModels() {
-  static std::map<uintptr_t, MvSvcAppCtrlModel*> models;
-  return models;
+// An extra of `handle`, or null; a failed read is logged in the name of `caller`.
+MvCharPtr readExtra(app_control_h handle, const char* key, const char* caller) {
+  char* value = nullptr;
+  if (app_control_get_extra_data(handle, key, &value) != APP_CONTROL_ERROR_NONE) {
+    MVSVC_LOGE_FOR(caller, "app_control_get_extra_data() failed");
+    return MvCharPtr();
+  }
+  return MvCharPtr(value);
 }
-
-uintptr_t g_lastSerial = 0;
 
 }  // namespace
 
 MvSvcAppCtrlModel::MvSvcAppCtrlModel(const char* pkgId,
                                      const char* svcId,
                                      unsigned storeReplyTimeoutMs)
-    : _appControl(nullptr),
+    : _appControl(mvCreateAppControl()),
       _packageId(pkgId ? pkgId : ""),
       _serviceId(svcId ? svcId : ""),
       _replyLoop(nullptr),
       _isReplySucceeded(false),
-      _serial(++g_lastSerial),
-      _storeReplyTimeoutMs(storeReplyTimeoutMs) {
-  liveModels()[_serial] = this;
-  if (app_control_create(&_appControl) != APP_CONTROL_ERROR_NONE) {
+      _storeReplyTimeoutMs(storeReplyTimeoutMs),
+      _liveness(this) {
+  if (!_appControl) {
     MVSVC_LOGE("app_control_create() failed");
-    _appControl = nullptr;
     return;
   }
-  app_control_set_app_id(_appControl, _serviceId.c_str());
+  app_control_set_app_id(_appControl.get(), _serviceId.c_str());
 }
 
-MvSvcAppCtrlModel::~MvSvcAppCtrlModel() {
-  liveModels().erase(_serial);
-  // Only a model that never sent its request still holds the handle.
-  if (_appControl)
-    app_control_destroy(_appControl);
-}
+MvSvcAppCtrlModel::~MvSvcAppCtrlModel() = default;
 
 void MvSvcAppCtrlModel::setOnAppCtrlRequestReplyCb(MvSvcCompletionCb callback) {
   _onAppCtrlRequestReply = std::move(callback);
 }
 
 void MvSvcAppCtrlModel::requestBackup() {
-  app_control_set_operation(_appControl, kOperationBackup);
+  app_control_set_operation(_appControl.get(), kOperationBackup);
   if (!_sendAppRequest(_backupAppCtrlReplyCb)) {
     MVSVC_LOGE("Failed to launch %s app", _serviceId.c_str());
     _reply(false);
@@ -70,8 +65,8 @@ void MvSvcAppCtrlModel::requestBackup() {
 }
 
 void MvSvcAppCtrlModel::requestRestore(const char* xml) {
-  app_control_set_operation(_appControl, kOperationRestore);
-  app_control_add_extra_data(_appControl, kKeyResultXml, xml);
+  app_control_set_operation(_appControl.get(), kOperationRestore);
+  app_control_add_extra_data(_appControl.get(), kKeyResultXml, xml);
   if (!_sendAppRequest(_restoreAppCtrlReplyCb)) {
     MVSVC_LOGE("Failed to launch %s app", _serviceId.c_str());
     _reply(false);
@@ -79,10 +74,10 @@ void MvSvcAppCtrlModel::requestRestore(const char* xml) {
 }
 
 void MvSvcAppCtrlModel::requestPrepareInstall() {
-  if (app_control_add_extra_data(_appControl, kKeyReqType, "prepare-install-by-GUID") !=
+  if (app_control_add_extra_data(_appControl.get(), kKeyReqType, "prepare-install-by-GUID") !=
       APP_CONTROL_ERROR_NONE) {
     MVSVC_LOGE("app_control_add_extra_data() failed");
-    _destroyAppControl();
+    _appControl.reset();
     _reply(false);
     return;
   }
@@ -90,12 +85,12 @@ void MvSvcAppCtrlModel::requestPrepareInstall() {
 }
 
 void MvSvcAppCtrlModel::requestWatchInstall() {
-  if (app_control_add_extra_data(_appControl, kKeyReqType, "install-by-GUID") !=
+  if (app_control_add_extra_data(_appControl.get(), kKeyReqType, "install-by-GUID") !=
           APP_CONTROL_ERROR_NONE ||
-      app_control_add_extra_data(_appControl, kKeyGuid, _packageId.c_str()) !=
+      app_control_add_extra_data(_appControl.get(), kKeyGuid, _packageId.c_str()) !=
           APP_CONTROL_ERROR_NONE) {
     MVSVC_LOGE("app_control_add_extra_data() failed");
-    _destroyAppControl();
+    _appControl.reset();
     _reply(false);
     return;
   }
@@ -105,60 +100,59 @@ void MvSvcAppCtrlModel::requestWatchInstall() {
 // The handle goes in every case, before the caller reports, which may destroy this model.
 bool MvSvcAppCtrlModel::_sendAppRequest(app_control_reply_cb callback) {
   const int result =
-      app_control_send_launch_request(_appControl, callback, reinterpret_cast<void*>(_serial));
-  _destroyAppControl();
+      app_control_send_launch_request(_appControl.get(), callback, _liveness.token());
+  _appControl.reset();
   return result == APP_CONTROL_ERROR_NONE;
 }
 
 // Sends a prepared store request, waits for the verdict and reports it; failures are logged as
 // the requesting member's.
 void MvSvcAppCtrlModel::_requestStore(const char* caller, app_control_reply_cb callback) {
-  if (app_control_send_launch_request(_appControl, callback, reinterpret_cast<void*>(_serial)) !=
+  if (app_control_send_launch_request(_appControl.get(), callback, _liveness.token()) !=
       APP_CONTROL_ERROR_NONE) {
     MVSVC_LOGE_FOR(caller, "app_control_send_launch_request() failed");
-    _destroyAppControl();
+    _appControl.reset();
     _reply(false);
     return;
   }
-  const int destroyed = app_control_destroy(_appControl);
-  _appControl = nullptr;
+  // The store request reports a failed release, so the handle is given back by hand.
+  const int destroyed = app_control_destroy(_appControl.release());
   if (destroyed != APP_CONTROL_ERROR_NONE) {
     MVSVC_LOGE_FOR(caller, "app_control_destroy() failed");
     _reply(false);
     return;
   }
-  _waitForStoreReply();
+  _waitForStoreReply(callback == _watchInstallReplyCb);
   _reply(_isReplySucceeded);
 }
 
-void MvSvcAppCtrlModel::_waitForStoreReply() {
+void MvSvcAppCtrlModel::_waitForStoreReply(bool install) {
   _isReplySucceeded = false;
-  _replyLoop = g_main_loop_new(nullptr, FALSE);
-  GSource* timeout = g_timeout_source_new(_storeReplyTimeoutMs);
+  g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
+  g_autoptr(GSource) timeout = g_timeout_source_new(_storeReplyTimeoutMs);
+  _awaitedInstall = install;
   g_source_set_callback(timeout, _storeReplyTimeoutCb, this, nullptr);
   g_source_attach(timeout, nullptr);
-  g_main_loop_run(_replyLoop);
-  g_source_destroy(timeout);
-  g_source_unref(timeout);
-  g_main_loop_unref(_replyLoop);
+  _replyLoop = loop;
+  g_main_loop_run(loop);
   _replyLoop = nullptr;
+  g_source_destroy(timeout);
 }
 
 gboolean MvSvcAppCtrlModel::_storeReplyTimeoutCb(gpointer data) {
   auto* model = static_cast<MvSvcAppCtrlModel*>(data);
   // A reply dispatched in the same iteration has already given its verdict.
   if (g_main_loop_is_running(model->_replyLoop)) {
-    MVSVC_LOGE("No reply from %s in %u ms", model->_serviceId.c_str(), model->_storeReplyTimeoutMs);
+    if (model->_awaitedInstall)
+      MVSVC_LOGE("No reply from %s to the install of GUID %s in %u ms", model->_serviceId.c_str(),
+                 model->_packageId.c_str(), model->_storeReplyTimeoutMs);
+    else
+      MVSVC_LOGE("No reply from %s in %u ms", model->_serviceId.c_str(),
+                 model->_storeReplyTimeoutMs);
     model->_isReplySucceeded = false;
     g_main_loop_quit(model->_replyLoop);
   }
   return G_SOURCE_REMOVE;
-}
-
-void MvSvcAppCtrlModel::_destroyAppControl() {
-  if (_appControl)
-    app_control_destroy(_appControl);
-  _appControl = nullptr;
 }
 
 void MvSvcAppCtrlModel::_reply(bool success) {
@@ -169,22 +163,23 @@ void MvSvcAppCtrlModel::_reply(bool success) {
   callback(success, this);
 }
 
-MvSvcAppCtrlModel* MvSvcAppCtrlModel::_liveModel(void* userData) {
-  auto found = liveModels().find(reinterpret_cast<uintptr_t>(userData));
-  return found == liveModels().end() ? nullptr : found->second;
+void MvSvcAppCtrlModel::_quitReplyLoop() {
+  if (_replyLoop)
+    g_main_loop_quit(_replyLoop);
 }
 
 void MvSvcAppCtrlModel::_backupAppCtrlReplyCb(app_control_h,
                                               app_control_h reply,
                                               app_control_result_e,
                                               void* userData) {
-  MvSvcAppCtrlModel* model = _liveModel(userData);
+  MvSvcAppCtrlModel* model = MvSvcLiveness<MvSvcAppCtrlModel>::find(userData);
   if (!model)
     return;
   char* xml = nullptr;
-  if (app_control_get_extra_data(reply, kKeyResultXml, &xml) == APP_CONTROL_ERROR_NONE && xml)
-    model->_resultXml = xml;
-  free(xml);
+  app_control_get_extra_data(reply, kKeyResultXml, &xml);
+  MvCharPtr owned(xml);
+  if (owned)
+    model->_resultXml = owned.get();
   model->_reply(true);
 }
 
@@ -192,7 +187,7 @@ void MvSvcAppCtrlModel::_restoreAppCtrlReplyCb(app_control_h,
                                                app_control_h,
                                                app_control_result_e,
                                                void* userData) {
-  MvSvcAppCtrlModel* model = _liveModel(userData);
+  MvSvcAppCtrlModel* model = MvSvcLiveness<MvSvcAppCtrlModel>::find(userData);
   if (model)
     model->_reply(true);
 }
@@ -201,36 +196,28 @@ void MvSvcAppCtrlModel::_prepareInstallReplyCb(app_control_h,
                                                app_control_h reply,
                                                app_control_result_e result,
                                                void* userData) {
-  MvSvcAppCtrlModel* model = _liveModel(userData);
+  MvSvcAppCtrlModel* model = MvSvcLiveness<MvSvcAppCtrlModel>::find(userData);
   if (!model)
     return;
   model->_isReplySucceeded = false;
-  char* errorMsg = nullptr;
-  if (app_control_get_extra_data(reply, kKeyErrorMsg, &errorMsg) != APP_CONTROL_ERROR_NONE)
-    MVSVC_LOGE("app_control_get_extra_data() failed");
+  MvCharPtr errorMsg = readExtra(reply, kKeyErrorMsg, __func__);
   if (result == APP_CONTROL_RESULT_SUCCEEDED)
     model->_isReplySucceeded = true;
   else
-    MVSVC_LOGE("result failed! errorMsg (%s)", errorMsg ? errorMsg : "");
-  free(errorMsg);
-  if (model->_replyLoop)
-    g_main_loop_quit(model->_replyLoop);
+    MVSVC_LOGE("result failed! errorMsg (%s)", errorMsg ? errorMsg.get() : "");
+  model->_quitReplyLoop();
 }
 
 void MvSvcAppCtrlModel::_watchInstallReplyCb(app_control_h request,
                                              app_control_h reply,
                                              app_control_result_e result,
                                              void* userData) {
-  MvSvcAppCtrlModel* model = _liveModel(userData);
+  MvSvcAppCtrlModel* model = MvSvcLiveness<MvSvcAppCtrlModel>::find(userData);
   if (!model)
     return;
   model->_isReplySucceeded = false;
-  char* guid = nullptr;
-  if (app_control_get_extra_data(request, kKeyGuid, &guid) != APP_CONTROL_ERROR_NONE)
-    MVSVC_LOGE("app_control_get_extra_data() failed");
-  char* errorMsg = nullptr;
-  if (app_control_get_extra_data(reply, kKeyErrorMsg, &errorMsg) != APP_CONTROL_ERROR_NONE)
-    MVSVC_LOGE("app_control_get_extra_data() failed");
+  MvCharPtr guid = readExtra(request, kKeyGuid, __func__);
+  MvCharPtr errorMsg = readExtra(reply, kKeyErrorMsg, __func__);
   if (result == APP_CONTROL_RESULT_SUCCEEDED) {
     if (guid)
       model->_isReplySucceeded = true;
@@ -238,14 +225,12 @@ void MvSvcAppCtrlModel::_watchInstallReplyCb(app_control_h request,
       MVSVC_LOGE("GUID is empty");
   } else if (errorMsg) {
     for (const char* accepted : kAcceptedStoreErrors) {
-      if (strncmp(errorMsg, accepted, strlen(accepted)) == 0)
+      if (strncmp(errorMsg.get(), accepted, strlen(accepted)) == 0)
         model->_isReplySucceeded = true;
     }
     if (!model->_isReplySucceeded)
-      MVSVC_LOGE("request GUID = %s, result failed! errorMsg (%s)", guid ? guid : "", errorMsg);
+      MVSVC_LOGE("request GUID = %s, result failed! errorMsg (%s)", guid ? guid.get() : "",
+                 errorMsg.get());
   }
-  free(guid);
-  free(errorMsg);
-  if (model->_replyLoop)
-    g_main_loop_quit(model->_replyLoop);
+  model->_quitReplyLoop();
 }

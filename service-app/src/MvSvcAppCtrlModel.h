@@ -4,9 +4,10 @@
 #include <app_control.h>
 #include <glib.h>
 
-#include <cstdint>
 #include <string>
 
+#include "MvHandles.h"
+#include "MvSvcLiveness.h"
 #include "MvSvcTypes.h"
 
 // One app-control launch request to a watch app or to the store, and the verdict on its reply.
@@ -54,26 +55,24 @@ class MvSvcAppCtrlModel {
                                    app_control_result_e result,
                                    void* userData);
   static gboolean _storeReplyTimeoutCb(gpointer data);
-  // The live model that a reply's user data names, or null once that model is gone.
-  static MvSvcAppCtrlModel* _liveModel(void* userData);
 
   bool _sendAppRequest(app_control_reply_cb callback);
   void _requestStore(const char* caller, app_control_reply_cb callback);
-  void _waitForStoreReply();
-  void _destroyAppControl();
+  void _waitForStoreReply(bool install);
   void _reply(bool success);
+  void _quitReplyLoop();
 
-  app_control_h _appControl;  // owned until the request is sent
+  MvAppControlPtr _appControl;  // until the request is sent
   std::string _packageId;
   std::string _serviceId;
   std::string _resultXml;
   MvSvcCompletionCb _onAppCtrlRequestReply;
-  GMainLoop* _replyLoop;  // owned while a store request waits
+  GMainLoop* _replyLoop;  // borrowed from the waiting frame while a store request waits
   bool _isReplySucceeded;
-  // Replies carry this serial rather than the model's address: a late reply then finds neither
-  // a freed model nor a newer one allocated at the same address.
-  uintptr_t _serial;
+  bool _awaitedInstall = false;  // what the running store wait waits for, for its log line
   unsigned _storeReplyTimeoutMs;
+  // Replies carry this token rather than the model's address.
+  MvSvcLiveness<MvSvcAppCtrlModel> _liveness;
 };
 
 #endif

@@ -7,13 +7,14 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <tzplatform_config.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <string>
 
+#include "MvHandles.h"
 #include "MvSvcLog.h"
+#include "MvSvcWatchAppList.h"
 
 namespace {
 
@@ -57,17 +58,16 @@ void MvSvcWatchDataCollector::run() {
   _sendBackupRequestAppCtrl("com.talvoro.clock-orbitline", "com.talvoro.clock-orbitline.service");
   _sendBackupRequestAppCtrl("com.talvoro.clock-pacetrail", "com.talvoro.clock-pacetrail.service");
 
-  bundle* message = bundle_create();
+  MvBundlePtr message(bundle_create());
   if (!message) {
     MVSVC_LOGE("Failed to create bundle");
   } else {
-    bundle_add_str(message, "operation", "talvoro_cloud_backup");
-    if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort, message) !=
-        MESSAGE_PORT_ERROR_NONE)
+    bundle_add_str(message.get(), "operation", "talvoro_cloud_backup");
+    if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort,
+                                          message.get()) != MESSAGE_PORT_ERROR_NONE)
       MVSVC_LOGE("Failed to send message port message");
     else
       MVSVC_LOGI("Start watchface backup procedure");
-    bundle_free(message);
   }
   _backupFinishedTimer = g_timeout_add(_backupFinishedTimeoutMs, _backupFinishedTimeoutCb, this);
 
@@ -158,45 +158,20 @@ void MvSvcWatchDataCollector::_releaseModel(void* model) {
 }
 
 void MvSvcWatchDataCollector::_get3rdWatchAppPackageInfo() {
-  pkgmgrinfo_appinfo_filter_h filter = nullptr;
-  if (pkgmgrinfo_appinfo_filter_create(&filter) != PMINFO_R_OK) {
-    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_create error");
-    return;
-  }
-  if (pkgmgrinfo_appinfo_filter_add_string(filter, PMINFO_APPINFO_PROP_APP_COMPONENT, "watchapp") !=
-      PMINFO_R_OK) {
-    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_add_string[watchapp] error");
-    pkgmgrinfo_appinfo_filter_destroy(filter);
-    return;
-  }
-  const int result = pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(
-      filter, _foreach_pkginfo_app_list_cb, this, tzplatform_getuid(TZ_SYS_GLOBALAPP_USER));
-  if (result != PMINFO_R_OK)
-    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_foreach_appinfo error[err code = %d]", result);
-  pkgmgrinfo_appinfo_filter_destroy(filter);
+  mvsvcForeachWatchApp(_foreach_pkginfo_app_list_cb, this, __func__);
 }
 
 int MvSvcWatchDataCollector::_foreach_pkginfo_app_list_cb(const pkgmgrinfo_appinfo_h handle,
                                                           void* userData) {
-  if (!userData) {
-    MVSVC_LOGE("data is nullptr");
-    return -1;
-  }
-  auto* collector = static_cast<MvSvcWatchDataCollector*>(userData);
   char* pkgId = nullptr;
-  if (pkgmgrinfo_appinfo_get_pkgid(handle, &pkgId) != PMINFO_R_OK || !pkgId) {
-    MVSVC_LOGE("pkgmgrinfo_appinfo_get_pkgid error");
-    return -1;
-  }
   bool preload = false;
-  if (pkgmgrinfo_appinfo_is_preload(handle, &preload) != PMINFO_R_OK) {
-    MVSVC_LOGE("pkgmgrinfo_appinfo_is_preload error");
+  if (!mvsvcReadWatchApp(handle, userData, &pkgId, &preload, __func__))
     return -1;
-  }
   if (preload) {
     MVSVC_LOGI("%s is preload. Skip backup", pkgId);
     return 0;
   }
+  auto* collector = static_cast<MvSvcWatchDataCollector*>(userData);
   collector->_resultDataList.push_back({pkgId, pkgId, "downloaded"});
   return 0;
 }

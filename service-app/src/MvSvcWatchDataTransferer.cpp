@@ -8,13 +8,14 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <tzplatform_config.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 
+#include "MvHandles.h"
 #include "MvSvcLog.h"
+#include "MvSvcWatchAppList.h"
 
 namespace {
 
@@ -156,45 +157,20 @@ void MvSvcWatchDataTransferer::_watchDataMessageCb(int,
 }
 
 void MvSvcWatchDataTransferer::_getInstalledWatchList() {
-  pkgmgrinfo_appinfo_filter_h filter = nullptr;
-  if (pkgmgrinfo_appinfo_filter_create(&filter) != PMINFO_R_OK) {
-    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_create error");
-    return;
-  }
-  if (pkgmgrinfo_appinfo_filter_add_string(filter, PMINFO_APPINFO_PROP_APP_COMPONENT, "watchapp") !=
-      PMINFO_R_OK) {
-    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_add_string[watchapp] error");
-    pkgmgrinfo_appinfo_filter_destroy(filter);
-    return;
-  }
-  const int result = pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(
-      filter, _foreach_pkginfo_app_list_cb, this, tzplatform_getuid(TZ_SYS_GLOBALAPP_USER));
-  if (result != PMINFO_R_OK)
-    MVSVC_LOGE("pkgmgrinfo_appinfo_filter_foreach_appinfo error[err code = %d]", result);
-  pkgmgrinfo_appinfo_filter_destroy(filter);
+  mvsvcForeachWatchApp(_foreach_pkginfo_app_list_cb, this, __func__);
 }
 
 int MvSvcWatchDataTransferer::_foreach_pkginfo_app_list_cb(const pkgmgrinfo_appinfo_h handle,
                                                            void* userData) {
-  if (!userData) {
-    MVSVC_LOGE("data is nullptr");
-    return -1;
-  }
-  auto* transferer = static_cast<MvSvcWatchDataTransferer*>(userData);
   char* pkgId = nullptr;
-  if (pkgmgrinfo_appinfo_get_pkgid(handle, &pkgId) != PMINFO_R_OK || !pkgId) {
-    MVSVC_LOGE("pkgmgrinfo_appinfo_get_pkgid error");
-    return -1;
-  }
   bool preload = false;
-  if (pkgmgrinfo_appinfo_is_preload(handle, &preload) != PMINFO_R_OK) {
-    MVSVC_LOGE("pkgmgrinfo_appinfo_is_preload error");
+  if (!mvsvcReadWatchApp(handle, userData, &pkgId, &preload, __func__))
     return -1;
-  }
   if (preload) {
     MVSVC_LOGI("%s is preload. Skip push into list", pkgId);
     return 0;
   }
+  auto* transferer = static_cast<MvSvcWatchDataTransferer*>(userData);
   transferer->_installedWatchList.push_back(pkgId);
   return 0;
 }
@@ -312,17 +288,16 @@ void MvSvcWatchDataTransferer::_sendRestoreRequestMessagePort(WatchImageData& im
 void MvSvcWatchDataTransferer::_sendMessage(
     const char* caller,
     std::initializer_list<std::pair<const char*, const char*>> entries) {
-  bundle* message = bundle_create();
+  MvBundlePtr message(bundle_create());
   if (!message) {
     MVSVC_LOGE_FOR(caller, "Failed to create bundle");
     return;
   }
   for (const auto& entry : entries)
-    bundle_add_str(message, entry.first, entry.second);
-  if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort, message) !=
-      MESSAGE_PORT_ERROR_NONE)
+    bundle_add_str(message.get(), entry.first, entry.second);
+  if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort,
+                                        message.get()) != MESSAGE_PORT_ERROR_NONE)
     MVSVC_LOGE_FOR(caller, "Failed to send message port message");
-  bundle_free(message);
 }
 
 void MvSvcWatchDataTransferer::_complete() {

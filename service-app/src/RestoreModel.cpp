@@ -1,34 +1,30 @@
 #include "RestoreModel.h"
 
-#include <Ecore_File.h>
-#include <app_common.h>
 #include <talvoro_cloud.h>
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <time.h>
 
+#include "MvSvcCloudSteps.h"
 #include "MvSvcLog.h"
 
 namespace {
 
 const char* const kRecordFileName = "restore.dat";
+// The watch formats the record file's path into a buffer of this size.
+const size_t kRecordPathBufferSize = 512;
 
 }  // namespace
 
 RestoreModel::RestoreModel(app_control_h request)
-    : _request(request), _isInitialized(false), _filePath(), _onRestoreCompleted() {
+    : _request(request),
+      _isInitialized(false),
+      _filePath(),
+      _onRestoreCompleted(),
+      _liveness(this) {
   _init();
-
-  char* sharedPath = app_get_shared_trusted_path();
-  if (!sharedPath) {
-    MVSVC_LOGE("get path failed");
-    return;
-  }
-  char path[512] = {0};
-  snprintf(path, sizeof(path), "%s%s", sharedPath, kRecordFileName);
-  _filePath = path;
-  free(sharedPath);
+  _filePath =
+      mvsvcRecordFilePath(kRecordFileName, kRecordPathBufferSize, "get path failed", __func__);
 }
 
 RestoreModel::~RestoreModel() {
@@ -42,27 +38,23 @@ bool RestoreModel::run() {
   }
 
   bool success = false;
-  int ret = talvoro_cloud_restore_record_set_preparation_cb(_restorePreparedCb, this);
+  int ret = talvoro_cloud_restore_record_set_preparation_cb(_restorePreparedCb, _liveness.token());
   if (ret != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_restore_record_set_preparation_cb() failed.(%d)", ret);
   } else if ((ret = talvoro_cloud_restore_record_set_sending_restoration_path_cb(
-                  _restoreGetPathCb, this)) != TALVORO_CLOUD_ERROR_NONE) {
+                  _restoreGetPathCb, _liveness.token())) != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_restore_record_set_sending_restoration_path_cb() failed.(%d)", ret);
-  } else if ((ret = talvoro_cloud_restore_record_set_restoration_cb(_restoreRecordCb, this)) !=
-             TALVORO_CLOUD_ERROR_NONE) {
+  } else if ((ret = talvoro_cloud_restore_record_set_restoration_cb(
+                  _restoreRecordCb, _liveness.token())) != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_restore_record_set_restoration_cb() failed.(%d)", ret);
-  } else if ((ret = talvoro_cloud_restore_record_set_completed_cb(_restoreCompleteCb, this)) !=
-             TALVORO_CLOUD_ERROR_NONE) {
+  } else if ((ret = talvoro_cloud_restore_record_set_completed_cb(
+                  _restoreCompleteCb, _liveness.token())) != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_restore_record_set_completed_cb() failed.(%d)", ret);
   } else {
     success = true;
   }
 
-  app_control_h reply = nullptr;
-  app_control_create(&reply);
-  app_control_reply_to_launch_request(
-      reply, _request, success ? APP_CONTROL_RESULT_SUCCEEDED : APP_CONTROL_RESULT_FAILED);
-  app_control_destroy(reply);
+  mvsvcReplyToLaunchRequest(_request, success);
   return success;
 }
 
@@ -71,45 +63,40 @@ void RestoreModel::setOnRestoreCompleted(const MvSvcCompletionCb& callback) {
 }
 
 void RestoreModel::_init() {
-  int ret = talvoro_cloud_initialize();
-  if (ret != TALVORO_CLOUD_ERROR_NONE) {
-    MVSVC_LOGE("talvoro_cloud_initialize failed.(%d)", ret);
-    return;
-  }
-  _isInitialized = true;
+  _isInitialized = mvsvcCloudInitialize(__func__);
 }
 
 void RestoreModel::_fini() {
-  int ret = talvoro_cloud_deinitialize();
-  if (ret != TALVORO_CLOUD_ERROR_NONE)
-    MVSVC_LOGE("talvoro_cloud_deinitialize failed.(%d)", ret);
+  mvsvcCloudDeinitialize(__func__);
   _isInitialized = false;
 }
 
 void RestoreModel::_removeFile() {
-  if (ecore_file_exists(_filePath.c_str()) != EINA_TRUE) {
-    MVSVC_LOGE("file is not exist!");
-    return;
-  }
-  if (ecore_file_remove(_filePath.c_str()) != EINA_TRUE)
-    MVSVC_LOGE("file remove failed.");
+  mvsvcRemoveRecordFile(_filePath, __func__);
 }
 
-void RestoreModel::_restorePreparedCb(void*) {
+void RestoreModel::_restorePreparedCb(void* userData) {
+  if (!MvSvcLiveness<RestoreModel>::find(userData))
+    return;
   int ret = talvoro_cloud_restore_record_send_preparation_completed_response(true);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_restore_record_send_preparation_completed_response failed.(%d)", ret);
 }
 
 void RestoreModel::_restoreGetPathCb(void* userData) {
-  RestoreModel* model = static_cast<RestoreModel*>(userData);
+  RestoreModel* model = MvSvcLiveness<RestoreModel>::find(userData);
+  if (!model)
+    return;
   int ret = talvoro_cloud_restore_record_send_restoration_path(model->_filePath.c_str(), true);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_restore_record_send_restoration_path() failed.(%d)", ret);
 }
 
 void RestoreModel::_restoreRecordCb(const char* path, void* userData) {
-  RestoreModel* model = static_cast<RestoreModel*>(userData);
+  RestoreModel* model = MvSvcLiveness<RestoreModel>::find(userData);
+  if (!model)
+    return;
+  model->_inRestoration = true;
   talvoro_cloud_list_h list = nullptr;
   int count = 0;
 
@@ -125,6 +112,7 @@ void RestoreModel::_restoreRecordCb(const char* path, void* userData) {
     ret = talvoro_cloud_restore_record_send_record_list(nullptr, false);
     if (ret != TALVORO_CLOUD_ERROR_NONE)
       MVSVC_LOGE("talvoro_cloud_restore_record_send_record_list() failed, errCode = [%d]", ret);
+    model->_endRestoration();
     return;
   }
 
@@ -171,10 +159,34 @@ void RestoreModel::_restoreRecordCb(const char* path, void* userData) {
   ret = talvoro_cloud_restore_record_send_record_list(list, true);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_restore_record_send_record_list() failed, errCode = [%d]", ret);
+  model->_endRestoration();
 }
 
 void RestoreModel::_restoreCompleteCb(bool success, void* userData) {
-  RestoreModel* model = static_cast<RestoreModel*>(userData);
-  if (model->_onRestoreCompleted)
-    model->_onRestoreCompleted(success, userData);
+  RestoreModel* model = MvSvcLiveness<RestoreModel>::find(userData);
+  if (!model)
+    return;
+  if (model->_inRestoration) {
+    model->_heldCompletion = success;
+    return;
+  }
+  model->_complete(success);
+}
+
+// The model's last act when a completion was held: its receiver may destroy the model.
+void RestoreModel::_endRestoration() {
+  _inRestoration = false;
+  if (!_heldCompletion)
+    return;
+  const bool success = *_heldCompletion;
+  _heldCompletion.reset();
+  _complete(success);
+}
+
+void RestoreModel::_complete(bool success) {
+  if (!_onRestoreCompleted)
+    return;
+  // The receiver may destroy the model, and with it the stored callback.
+  MvSvcCompletionCb callback = _onRestoreCompleted;
+  callback(success, this);
 }

@@ -3,14 +3,19 @@
 
 #include <app_control.h>
 
+#include <optional>
 #include <string>
 
+#include "MvSvcLiveness.h"
 #include "MvSvcTypes.h"
 
 // One restore exchange with the cloud library: names the record file the library fills,
 // hands each restored record's value to the subclass, and sends the records back stamped with
-// the subclass's key and the time. The library holds the model's address until it reports
-// completion, so the model must outlive that.
+// the subclass's key and the time. The library holds a liveness token, not the model's address:
+// a callback that comes after the model is gone does nothing. The completion callback is the
+// model's last act on itself, so its receiver may destroy the model there; a completion that
+// the library reports while the restoration callback is still running (its transfer waits in a
+// nested main loop) is held until that callback has returned.
 class RestoreModel {
  public:
   explicit RestoreModel(app_control_h request);
@@ -32,10 +37,17 @@ class RestoreModel {
   static void _restoreRecordCb(const char* path, void* userData);
   static void _restoreCompleteCb(bool success, void* userData);
 
-  app_control_h _request;  // not owned: only replied to
+  void _endRestoration();
+  void _complete(bool success);
+
+  app_control_h _request;  // not owned: only replied to, inside run()
   bool _isInitialized;
   std::string _filePath;
   MvSvcCompletionCb _onRestoreCompleted;
+  bool _inRestoration = false;
+  // A completion held back while the restoration callback runs; empty when none.
+  std::optional<bool> _heldCompletion;
+  MvSvcLiveness<RestoreModel> _liveness;
 };
 
 #endif

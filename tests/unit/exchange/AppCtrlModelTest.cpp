@@ -187,7 +187,8 @@ TEST_F(AppCtrlModelTest, SilentStoreEndsTheWaitWithFalseAndItsLateReplyTouchesNo
   });
   first->requestWatchInstall();
   EXPECT_THAT(verdicts, ElementsAre(false));
-  EXPECT_THAT(logs(), ElementsAre("E No reply from com.talvoro.vendarosvc in 100 ms"));
+  EXPECT_THAT(logs(), ElementsAre("E No reply from com.talvoro.vendarosvc to the install of GUID "
+                                  "com.indie.clock-tidal in 100 ms"));
   std::shared_ptr<host::PendingReply> lateReply = store_->heldReply;
   ASSERT_TRUE(lateReply);
 
@@ -209,7 +210,9 @@ TEST_F(AppCtrlModelTest, SilentStoreEndsTheWaitWithFalseAndItsLateReplyTouchesNo
   second->requestWatchInstall();
   EXPECT_THAT(verdicts, ElementsAre(false, false));
   EXPECT_EQ(platform().record().ofKind(host::BoundaryEvent::Kind::kAppControlReply).size(), 1u);
-  EXPECT_EQ(logs().back(), "E No reply from com.talvoro.vendarosvc in 300 ms");
+  EXPECT_EQ(logs().back(),
+            "E No reply from com.talvoro.vendarosvc to the install of GUID com.indie.clock-ember "
+            "in 300 ms");
   EXPECT_EQ(logs().size(), 2u);
 }
 

@@ -207,7 +207,8 @@ TEST_F(WatchDataTransfererTest, SilentStoreIsBoundedAndLateRepliesTouchNothing) 
   results_ = {{kOrbitline, kOrbitlineService, "<o/>"}};
   run(50);
   EXPECT_THAT(logs(), ElementsAre("E No reply from com.talvoro.vendarosvc in 50 ms",
-                                  "E No reply from com.talvoro.vendarosvc in 50 ms",
+                                  "E No reply from com.talvoro.vendarosvc to the install of GUID "
+                                  "com.indie.clock-ember in 50 ms",
                                   "E Image restore list is empty"));
   EXPECT_EQ(outgoing(platform()).back(), "message message=restore_finished");
   EXPECT_THAT(completions_, ElementsAre(true));
