@@ -6,6 +6,8 @@
 
 #include <vector>
 
+#include "host/VirtualClock.h"
+
 namespace host {
 
 namespace {
@@ -14,6 +16,39 @@ bool g_running = false;
 
 bool earlier(const struct timeval& a, const struct timeval& b) {
   return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_usec < b.tv_usec);
+}
+
+// On the simulated clock a wait does not sleep: when nothing is ready, the clock jumps to the
+// end of the wait. Only an endless wait with nothing pending (a signal's arrival) really blocks.
+int selectOnVirtualTime(int nfds,
+                        fd_set* readfds,
+                        fd_set* writefds,
+                        fd_set* exceptfds,
+                        struct timeval* wait) {
+  fd_set read = *readfds, write = *writefds, except = *exceptfds;
+  struct timeval now = {0, 0};
+  const int ready = select(nfds, readfds, writefds, exceptfds, &now);
+  if (ready != 0)
+    return ready;
+  if (!wait) {
+    *readfds = read;
+    *writefds = write;
+    *exceptfds = except;
+    return select(nfds, readfds, writefds, exceptfds, nullptr);
+  }
+  VirtualClock::advance(static_cast<int64_t>(wait->tv_sec) * 1000000 + wait->tv_usec);
+  return 0;
+}
+
+// The nested loops' poll on the simulated clock, likewise.
+gint pollOnVirtualTime(GPollFD* fds, guint count, gint timeoutMs) {
+  const gint ready = g_poll(fds, count, 0);
+  if (ready != 0 || timeoutMs == 0)
+    return ready;
+  if (timeoutMs < 0)
+    return g_poll(fds, count, -1);
+  VirtualClock::advance(static_cast<int64_t>(timeoutMs) * 1000);
+  return 0;
 }
 
 // Ecore's select with GLib's default context folded in: GLib's descriptors join the sets, its
@@ -60,7 +95,9 @@ int selectWithGlib(int nfds,
       wait = &glibTimeout;
   }
 
-  int ready = select(maxFd, readfds, writefds, exceptfds, wait);
+  int ready = VirtualClock::enabled()
+                  ? selectOnVirtualTime(maxFd, readfds, writefds, exceptfds, wait)
+                  : select(maxFd, readfds, writefds, exceptfds, wait);
 
   // GLib's descriptors are taken out of the sets again: Ecore only looks for its own.
   for (gint i = 0; i < count; ++i) {
@@ -100,9 +137,12 @@ MainLoop::MainLoop() {
   ecore_app_no_system_modules();
   ecore_init();
   ecore_main_loop_select_func_set(selectWithGlib);
+  if (VirtualClock::enabled())
+    g_main_context_set_poll_func(g_main_context_default(), pollOnVirtualTime);
 }
 
 MainLoop::~MainLoop() {
+  g_main_context_set_poll_func(g_main_context_default(), nullptr);
   ecore_shutdown();
 }
 

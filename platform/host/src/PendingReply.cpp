@@ -28,12 +28,14 @@ void PendingReply::send(app_control_h reply, app_control_result_e result) {
   std::shared_ptr<app_control_s> request = request_;
   app_control_reply_cb callback = callback_;
   void* userData = userData_;
-  platform_.post([platform, from, request, replyCopy, callback, userData, result] {
-    platform->addEvent(BoundaryEvent::Kind::kAppControlReply, from, request->operation,
-                       replyCopy->extras, result);
-    if (callback)
-      callback(request.get(), replyCopy.get(), result, userData);
-  });
+  platform_.post(
+      [platform, from, request, replyCopy, callback, userData, result] {
+        platform->addEvent(BoundaryEvent::Kind::kAppControlReply, from, request->operation,
+                           replyCopy->extras, result);
+        if (callback)
+          callback(request.get(), replyCopy.get(), result, userData);
+      },
+      0, "reply:" + from);
 }
 
 }  // namespace host

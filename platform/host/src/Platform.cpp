@@ -2,7 +2,10 @@
 
 #include <glib/gstdio.h>
 
+#include <algorithm>
+
 #include "host/Bundle.h"
+#include "host/DeliverySchedule.h"
 #include "host/MainLoop.h"
 
 namespace host {
@@ -20,6 +23,13 @@ std::string logFilePath(const std::string& deviceDir) {
   g_autofree char* path = g_build_filename(logDir, "dlog.log", nullptr);
   return path;
 }
+
+gboolean dispatchDue(GSource*, GSourceFunc callback, gpointer data) {
+  return callback(data);
+}
+
+// A source with nothing but a ready time.
+GSourceFuncs g_dueSourceFuncs = {nullptr, nullptr, dispatchDue, nullptr, nullptr, nullptr};
 
 }  // namespace
 
@@ -59,8 +69,10 @@ void Platform::addEvent(BoundaryEvent::Kind kind,
                         std::string peer,
                         std::string name,
                         KeyValues data,
-                        int code) {
-  record_.add(BoundaryEvent{kind, now(), std::move(peer), std::move(name), std::move(data), code});
+                        int code,
+                        unsigned launchId) {
+  record_.add(BoundaryEvent{kind, now(), std::move(peer), std::move(name), std::move(data), code,
+                            launchId});
 }
 
 void Platform::registerApp(const std::string& appId, std::shared_ptr<EmulatedApp> app) {
@@ -72,9 +84,16 @@ std::shared_ptr<EmulatedApp> Platform::findApp(const std::string& appId) const {
   return it == apps_.end() ? nullptr : it->second;
 }
 
-void Platform::post(std::function<void()> task, unsigned delayMs) {
+void Platform::post(std::function<void()> task, unsigned delayMs, const std::string& channel) {
   auto* posted = new PostedTask{this, 0, std::move(task)};
-  if (delayMs == 0) {
+  if (schedule_ && !channel.empty()) {
+    const gint64 now = g_get_monotonic_time();
+    gint64& last = lastDueUs_[channel];
+    const gint64 due = std::max(
+        now + (static_cast<gint64>(delayMs) + schedule_->extraDelayMs(channel)) * 1000, last);
+    last = due;
+    posted->sourceId = attachAt(due, posted);
+  } else if (delayMs == 0) {
     posted->sourceId = g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, &Platform::runPosted, posted,
                                        &Platform::dropPosted);
   } else {
@@ -82,6 +101,21 @@ void Platform::post(std::function<void()> task, unsigned delayMs) {
                                           &Platform::dropPosted);
   }
   pendingSources_.insert(posted->sourceId);
+}
+
+// A source that is due at `dueUs` exactly: deliveries due at the same time run in the order
+// they were posted.
+guint Platform::attachAt(gint64 dueUs, PostedTask* posted) {
+  GSource* source = g_source_new(&g_dueSourceFuncs, sizeof(GSource));
+  g_source_set_callback(source, &Platform::runPosted, posted, &Platform::dropPosted);
+  g_source_set_ready_time(source, dueUs);
+  const guint id = g_source_attach(source, nullptr);
+  g_source_unref(source);
+  return id;
+}
+
+void Platform::setSchedule(std::unique_ptr<DeliverySchedule> schedule) {
+  schedule_ = std::move(schedule);
 }
 
 gboolean Platform::runPosted(gpointer data) {
@@ -109,19 +143,21 @@ void Platform::sendToApp(const std::string& fromAppId,
                          const std::string& fromPort,
                          const std::string& port,
                          const KeyValues& message) {
-  post([this, fromAppId, fromPort, port, message] {
-    const MessagePortTable::Port* found = ports_.findByName(port);
-    if (!found) {
-      addEvent(BoundaryEvent::Kind::kMessageDropped, fromAppId, port, message, 0);
-      return;
-    }
-    // The callback may unregister the port.
-    MessagePortTable::Port target = *found;
-    addEvent(BoundaryEvent::Kind::kMessageDelivered, fromAppId, port, message, 0);
-    BundlePtr bundle = makeBundle(message);
-    target.callback(target.id, fromAppId.c_str(), fromPort.c_str(), true, bundle.get(),
-                    target.userData);
-  });
+  post(
+      [this, fromAppId, fromPort, port, message] {
+        const MessagePortTable::Port* found = ports_.findByName(port);
+        if (!found) {
+          addEvent(BoundaryEvent::Kind::kMessageDropped, fromAppId, port, message, 0);
+          return;
+        }
+        // The callback may unregister the port.
+        MessagePortTable::Port target = *found;
+        addEvent(BoundaryEvent::Kind::kMessageDelivered, fromAppId, port, message, 0);
+        BundlePtr bundle = makeBundle(message);
+        target.callback(target.id, fromAppId.c_str(), fromPort.c_str(), true, bundle.get(),
+                        target.userData);
+      },
+      0, "message:" + fromAppId + "->" + port);
 }
 
 void Platform::requestExit() {

@@ -160,7 +160,8 @@ int app_control_send_launch_request(app_control_h app_control,
   auto reply =
       std::make_shared<host::PendingReply>(*platform, target, app_control, callback, user_data);
   std::shared_ptr<app_control_s> request(host::cloneAppControl(*app_control), &app_control_destroy);
-  platform->post([app, reply, request] { app->onLaunchRequest(request.get(), reply); });
+  platform->post([app, reply, request] { app->onLaunchRequest(request.get(), reply); }, 0,
+                 "appcontrol:" + target);
   return APP_CONTROL_ERROR_NONE;
 }
 
@@ -174,13 +175,15 @@ int app_control_reply_to_launch_request(app_control_h reply,
     return APP_CONTROL_ERROR_INVALID_PARAMETER;
 
   platform->addEvent(BoundaryEvent::Kind::kReplyToLauncher, std::string(), request->operation,
-                     reply->extras, result);
+                     reply->extras, result, request->launchId);
   const unsigned launchId = request->launchId;
   host::KeyValues extras = reply->extras;
-  platform->post([platform, launchId, extras, result] {
-    if (platform->launcherReplyHandler())
-      platform->launcherReplyHandler()(launchId, extras, result);
-  });
+  platform->post(
+      [platform, launchId, extras, result] {
+        if (platform->launcherReplyHandler())
+          platform->launcherReplyHandler()(launchId, extras, result);
+      },
+      0, "launcher");
   return APP_CONTROL_ERROR_NONE;
 }
 

@@ -285,9 +285,12 @@ TEST_F(BackupModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
   TestBackupModel model(request_.get(), 1);
   ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
   EXPECT_TRUE(host::cloud::callBackupCompleted(true));
+  // The exchange ended with its completion: nothing of it is called again.
+  EXPECT_FALSE(host::cloud::callBackupCompleted(true));
   std::vector<std::pair<bool, void*>> seen;
   model.setOnBackupCompleted(
       [&](bool success, void* userData) { seen.emplace_back(success, userData); });
+  ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
   ASSERT_TRUE(host::cloud::callBackupCompleted(false));
   ASSERT_EQ(seen.size(), 1u);
   EXPECT_FALSE(seen[0].first);

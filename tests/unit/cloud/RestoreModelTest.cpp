@@ -221,10 +221,55 @@ TEST_F(RestoreModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
   std::vector<std::pair<bool, void*>> seen;
   model.setOnRestoreCompleted(
       [&](bool success, void* userData) { seen.emplace_back(success, userData); });
+  ASSERT_TRUE(model.run());
   ASSERT_TRUE(host::cloud::callRestoreCompleted(true));
   ASSERT_EQ(seen.size(), 1u);
   EXPECT_TRUE(seen[0].first);
   EXPECT_EQ(seen[0].second, static_cast<RestoreModel*>(&model));
+}
+
+TEST_F(RestoreModelTest, ASecondExchangeIsRefusedWhileTheFirstRuns) {
+  TestRestoreModel first(request_.get());
+  TestRestoreModel second(request_.get());
+  ASSERT_TRUE(first.run());
+  EXPECT_FALSE(second.run());
+  EXPECT_EQ(
+      serviceMessages(platform().log()),
+      std::vector<std::string>{"E talvoro_cloud_restore_record_set_preparation_cb() failed.(" +
+                               std::to_string(TALVORO_CLOUD_ERROR_INVALID_STATE) + ")"});
+  EXPECT_EQ(launcherReplies(),
+            (std::vector<int>{APP_CONTROL_RESULT_SUCCEEDED, APP_CONTROL_RESULT_FAILED}));
+  download({stored("{}")});
+  ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
+  EXPECT_EQ(first.restored.size(), 1u);
+  EXPECT_TRUE(second.restored.empty());
+}
+
+// The library completes the exchange while the restoration callback still runs (its transfer
+// waits in a nested loop): the model hears of it once, after that callback, and may go then.
+TEST_F(RestoreModelTest, ACompletionDuringTheRestorationIsHeldUntilItsEnd) {
+  struct CompletingModel : TestRestoreModel {
+    using TestRestoreModel::TestRestoreModel;
+    std::string restoreRecord(int index, const char* value) override {
+      EXPECT_TRUE(host::cloud::callRestoreCompleted(false));
+      EXPECT_EQ(*completions, 0);
+      return TestRestoreModel::restoreRecord(index, value);
+    }
+    int* completions = nullptr;
+  };
+  int completions = 0;
+  auto* model = new CompletingModel(request_.get());
+  model->completions = &completions;
+  model->setOnRestoreCompleted([&](bool success, void* done) {
+    EXPECT_FALSE(success);
+    ++completions;
+    delete static_cast<CompletingModel*>(done);
+  });
+  ASSERT_TRUE(model->run());
+  download({stored("{}")});
+  ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
+  EXPECT_EQ(completions, 1);
+  EXPECT_FALSE(host::cloud::callRestoration(downloaded_));
 }
 
 }  // namespace

@@ -30,6 +30,7 @@ struct BoundaryEvent {
   std::string name;
   KeyValues data;
   int code = 0;
+  unsigned launchId = 0;  // the launch request concerned, for kLaunchRequest and kReplyToLauncher
 };
 
 const char* kindName(BoundaryEvent::Kind kind);

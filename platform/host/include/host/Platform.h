@@ -20,6 +20,7 @@
 namespace host {
 
 class EmulatedApp;
+class DeliverySchedule;
 
 // The emulated watch's platform as the running app sees it: its device directory, log,
 // configuration, package database, message ports, the other apps, and the record of what
@@ -55,15 +56,22 @@ class Platform {
                 std::string peer,
                 std::string name,
                 KeyValues data,
-                int code);
+                int code,
+                unsigned launchId = 0);
 
   // The emulated app that answers for `appId`; the platform shares its ownership.
   void registerApp(const std::string& appId, std::shared_ptr<EmulatedApp> app);
   std::shared_ptr<EmulatedApp> findApp(const std::string& appId) const;
 
   // Runs `task` on the main loop after `delayMs` from a GLib source of its own. Tasks still
-  // pending when the platform goes are dropped.
-  void post(std::function<void()> task, unsigned delayMs = 0);
+  // pending when the platform goes are dropped. A delivery names its `channel` (e.g. one
+  // sender's messages to one port): under a delivery schedule it may come later than asked,
+  // but never before an earlier delivery on the same channel. Timers name none.
+  void post(std::function<void()> task, unsigned delayMs = 0, const std::string& channel = "");
+
+  // Makes every delivery take the schedule's extra delay from now on; the platform owns it.
+  void setSchedule(std::unique_ptr<DeliverySchedule> schedule);
+  const DeliverySchedule* schedule() const { return schedule_.get(); }
 
   // `DEVICE/apps/<appId>/shared/trusted/`, created on demand; empty on failure.
   std::string sharedTrustedPath(const std::string& appId) const;
@@ -90,6 +98,7 @@ class Platform {
   struct PostedTask;
   static gboolean runPosted(gpointer data);
   static void dropPosted(gpointer data);
+  guint attachAt(gint64 dueUs, PostedTask* posted);
 
   std::string deviceDir_;
   std::string selfAppId_;
@@ -101,6 +110,8 @@ class Platform {
   MessagePortTable ports_;
   std::map<std::string, std::shared_ptr<EmulatedApp>> apps_;
   std::set<guint> pendingSources_;
+  std::unique_ptr<DeliverySchedule> schedule_;
+  std::map<std::string, gint64> lastDueUs_;  // per channel, under a schedule
   LauncherReplyHandler launcherReplyHandler_;
   bool exitRequested_ = false;
 };
