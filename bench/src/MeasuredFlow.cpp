@@ -63,8 +63,9 @@ class MeasuredWatch : public host::DeviceHooks {
     return true;
   }
 
-  std::vector<std::string> finish(host::Platform& platform,
-                                  const host::RunOutcome& outcome) override {
+  void finish(host::Platform& platform,
+              const host::RunOutcome& outcome,
+              host::RunReport& report) override {
     const long peakKb = readResidentMemory().peakKb;
     if (!outcome.endedBySelf) {
       error_ = "the service did not end by itself";
@@ -73,7 +74,7 @@ class MeasuredWatch : public host::DeviceHooks {
       result_.set("baseline_kb", static_cast<double>(baselineKb_));
       result_.set("peak_kb", static_cast<double>(peakKb));
     }
-    return watch_.finish(platform, outcome);
+    watch_.finish(platform, outcome, report);
   }
 
   bool measured() const { return error_.empty() && result_.has("total_ms"); }

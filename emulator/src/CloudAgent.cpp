@@ -1,12 +1,13 @@
 #include "emu/CloudAgent.h"
 
 #include <glib.h>
-#include <json-glib/json-glib.h>
 #include <time.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 
+#include "emu/BackupDocument.h"
 #include "emu/FaultSwitches.h"
 #include "host/LaunchOptions.h"
 
@@ -16,45 +17,6 @@ using host::CloudRecord;
 using host::cloud::Answer;
 
 namespace {
-
-// What a backup document holds, for the summary: faces, watch apps, downloaded apps, photos.
-std::string describeDocument(const std::string& document) {
-  g_autoptr(JsonParser) parser = json_parser_new();
-  if (!json_parser_load_from_data(parser, document.data(), static_cast<gssize>(document.size()),
-                                  nullptr))
-    return "not a JSON document";
-  JsonNode* root = json_parser_get_root(parser);
-  if (!root || !JSON_NODE_HOLDS_OBJECT(root))
-    return "not a JSON object";
-  JsonObject* object = json_node_get_object(root);
-  int faces = 0;
-  int watchApps = 0;
-  int downloaded = 0;
-  int photos = 0;
-  JsonNode* items = json_object_get_member(object, "watch_items");
-  if (items && JSON_NODE_HOLDS_ARRAY(items)) {
-    JsonArray* array = json_node_get_array(items);
-    for (guint i = 0; i < json_array_get_length(array); ++i) {
-      JsonNode* item = json_array_get_element(array, i);
-      if (!JSON_NODE_HOLDS_OBJECT(item))
-        continue;
-      JsonObject* entry = json_node_get_object(item);
-      const char* svcId = json_object_get_string_member_with_default(entry, "svcid", "");
-      const char* result = json_object_get_string_member_with_default(entry, "result", "");
-      if (g_strcmp0(result, "downloaded") == 0)
-        ++downloaded;
-      else if (g_strcmp0(svcId, "com.talvoro.watchface-service") == 0)
-        ++faces;
-      else
-        ++watchApps;
-    }
-  }
-  JsonNode* images = json_object_get_member(object, "watch_custom_bg");
-  if (images && JSON_NODE_HOLDS_ARRAY(images))
-    photos = static_cast<int>(json_array_get_length(json_node_get_array(images)));
-  return std::to_string(faces) + " faces, " + std::to_string(watchApps) + " watch apps, " +
-         std::to_string(downloaded) + " downloaded apps, " + std::to_string(photos) + " photos";
-}
 
 // The vendor's app gives up on an answer after this long.
 const unsigned kAnswerTimeoutMs = 10000;
@@ -104,12 +66,14 @@ std::string records(size_t count) {
 
 struct CloudAgent::Exchange {
   enum class Type { kBackup, kInfo, kRestore };
+  enum class Outcome { kRunning, kSucceeded, kFailed, kRefused, kSuperseded };
 
   Type type;
   unsigned launchId;
   const char* step = "prepare";
   bool done = false;
-  std::string outcome;
+  Outcome outcome = Outcome::kRunning;
+  std::string detail;  // what it did, or why it failed
   std::optional<Answer::Kind> awaiting;
   AnswerStep next = nullptr;
   unsigned awaitCount = 0;
@@ -124,17 +88,6 @@ struct CloudAgent::Exchange {
   // A restore's downloaded records, by outline: the service must send the values back unchanged.
   std::vector<host::RecordOutline> downloaded;
 
-  const char* name() const {
-    switch (type) {
-      case Type::kBackup:
-        return "backup";
-      case Type::kInfo:
-        return "backup information";
-      case Type::kRestore:
-        return "restore";
-    }
-    return "?";
-  }
   bool completes(bool success) const {
     return type == Type::kRestore ? host::cloud::callRestoreCompleted(success)
                                   : host::cloud::callBackupCompleted(success);
@@ -174,56 +127,140 @@ bool CloudAgent::idle() const {
   return true;
 }
 
-std::vector<std::string> CloudAgent::summary() const {
-  std::vector<std::string> lines;
+std::vector<unsigned long long> CloudAgent::sets(bool restored) const {
+  std::vector<unsigned long long> ids;
   for (const auto& exchange : exchanges_) {
-    if (exchange->done) {
-      lines.push_back(exchange->outcome);
-      // Described now, not while the exchange ran: a document can take as long to parse as the
-      // backup took.
-      if (exchange->type == Exchange::Type::kBackup && exchange->setId != 0)
-        describeSet(exchange->setId, lines);
-      continue;
-    }
-    std::string line =
-        std::string("cloud     ") + exchange->name() + " UNFINISHED at " + exchange->step;
-    if (exchange->awaiting)
-      line += std::string(", waiting for the ") + host::cloud::answerName(*exchange->awaiting);
-    lines.push_back(line);
+    const bool isRestore = exchange->type == Exchange::Type::kRestore;
+    if (exchange->outcome == Exchange::Outcome::kSucceeded && exchange->setId != 0 &&
+        isRestore == restored)
+      ids.push_back(exchange->setId);
   }
-  return lines;
+  return ids;
 }
 
-void CloudAgent::describeSet(unsigned long long id, std::vector<std::string>& lines) const {
+void CloudAgent::report(host::RunReport& report) const {
+  JsonArray* list = json_array_new();
+  for (size_t i = 0; i < operations_.size(); ++i) {
+    const unsigned launchId = static_cast<unsigned>(i + 1);
+    const char* type = typeName(operations_[i]);
+    if (!type)
+      continue;
+    const std::string who = "request " + std::to_string(launchId) + ", " + type + ": ";
+    JsonObject* entry = json_object_new();
+    json_object_set_int_member(entry, "request", launchId);
+    json_object_set_string_member(entry, "type", type);
+    auto exchange =
+        std::find_if(exchanges_.begin(), exchanges_.end(),
+                     [launchId](const auto& held) { return held->launchId == launchId; });
+    if (exchange == exchanges_.end()) {
+      const bool wasDelivered = delivered(launchId);
+      const std::string why = wasDelivered ? "the service never answered the launch request"
+                                           : "not delivered: the run had ended";
+      report.failure("cloud", who + why);
+      json_object_set_string_member(entry, "outcome", wasDelivered ? "unanswered" : "undelivered");
+      json_object_set_string_member(entry, "detail", why.c_str());
+      json_array_add_object_element(list, entry);
+      continue;
+    }
+    const Exchange& held = **exchange;
+    std::string outcome;
+    switch (held.outcome) {
+      case Exchange::Outcome::kSucceeded:
+        outcome = "succeeded";
+        report.line("cloud", who + held.detail);
+        break;
+      case Exchange::Outcome::kSuperseded:
+        outcome = "superseded";
+        report.line("cloud", who + held.detail);
+        break;
+      case Exchange::Outcome::kRefused:
+        outcome = "refused";
+        report.failure("cloud", who + held.detail);
+        break;
+      case Exchange::Outcome::kFailed:
+        outcome = "failed";
+        report.failure("cloud", who + "FAILED at " + held.step + ": " + held.detail);
+        break;
+      case Exchange::Outcome::kRunning:
+        outcome = "unfinished";
+        report.failure("cloud", who + "UNFINISHED at " + held.step +
+                                    (held.awaiting ? std::string(", waiting for the ") +
+                                                         host::cloud::answerName(*held.awaiting)
+                                                   : std::string()));
+        break;
+    }
+    json_object_set_string_member(entry, "outcome", outcome.c_str());
+    json_object_set_string_member(entry, "step", held.step);
+    json_object_set_member(entry, "detail", host::jsonString(held.detail));
+    if (held.setId != 0)
+      json_object_set_int_member(entry, "set", static_cast<gint64>(held.setId));
+    if (held.type == Exchange::Type::kBackup && held.uploadedRecords > 0) {
+      json_object_set_int_member(entry, "records", static_cast<gint64>(held.uploadedRecords));
+      json_object_set_int_member(entry, "value_bytes", static_cast<gint64>(held.uploadedBytes));
+    }
+    json_array_add_object_element(list, entry);
+    // Described now, not while the exchange ran: a document can take as long to parse as the
+    // backup took.
+    if (held.type == Exchange::Type::kBackup && held.setId != 0)
+      report.line("cloud", who + "document: " + describeSet(held.setId));
+  }
+  JsonNode* node = json_node_new(JSON_NODE_ARRAY);
+  json_node_take_array(node, list);
+  report.set("exchanges", node);
+}
+
+std::string CloudAgent::describeSet(unsigned long long id) const {
   std::vector<CloudRecord> stored;
   std::string error;
-  if (!store_.read(id, stored, error)) {
-    lines.push_back("cloud     document: " + error);
-    return;
+  if (!store_.read(id, stored, error))
+    return error;
+  std::string text;
+  for (const CloudRecord& record : stored) {
+    BackupDocument document;
+    if (!text.empty())
+      text += "; ";
+    text += document.read(record.value.value_or(""), error) ? document.describe() : error;
   }
-  for (const CloudRecord& record : stored)
-    lines.push_back("cloud     document: " + describeDocument(record.value.value_or("")));
+  return text;
+}
+
+bool CloudAgent::delivered(unsigned launchId) const {
+  for (const host::BoundaryEvent& event :
+       platform_.record().ofKind(host::BoundaryEvent::Kind::kLaunchRequest)) {
+    if (event.launchId == launchId)
+      return true;
+  }
+  return false;
+}
+
+const char* CloudAgent::typeName(const std::string& operation) {
+  if (operation == host::expandOperation("backup"))
+    return "backup";
+  if (operation == host::expandOperation("info"))
+    return "backup information";
+  if (operation == host::expandOperation("restore"))
+    return "restore";
+  return nullptr;
 }
 
 void CloudAgent::onLaunchReply(unsigned launchId, app_control_result_e result) {
   if (launchId == 0 || launchId > operations_.size())
     return;
-  const std::string& operation = operations_[launchId - 1];
+  const char* type = typeName(operations_[launchId - 1]);
+  if (!type)
+    return;
   auto exchange = std::make_shared<Exchange>();
   exchange->launchId = launchId;
-  if (operation == host::expandOperation("backup"))
-    exchange->type = Exchange::Type::kBackup;
-  else if (operation == host::expandOperation("info"))
-    exchange->type = Exchange::Type::kInfo;
-  else if (operation == host::expandOperation("restore"))
-    exchange->type = Exchange::Type::kRestore;
-  else
-    return;
+  exchange->type = std::string(type) == "backup"    ? Exchange::Type::kBackup
+                   : std::string(type) == "restore" ? Exchange::Type::kRestore
+                                                    : Exchange::Type::kInfo;
   exchanges_.push_back(exchange);
   if (result != APP_CONTROL_RESULT_SUCCEEDED) {
     exchange->done = true;
-    exchange->outcome = std::string("cloud     ") + exchange->name() +
-                        " refused: the service answered the launch request with failure";
+    const bool canceled = result == APP_CONTROL_RESULT_CANCELED;
+    exchange->outcome = canceled ? Exchange::Outcome::kSuperseded : Exchange::Outcome::kRefused;
+    exchange->detail = canceled ? "superseded: the service answered the launch request as canceled"
+                                : "refused: the service answered the launch request with failure";
     return;
   }
   schedule(*exchange, exchange->type == Exchange::Type::kRestore ? &CloudAgent::restorePrepare
@@ -288,18 +325,21 @@ void CloudAgent::fail(Exchange& exchange, const std::string& reason) {
     return;
   exchange.done = true;
   exchange.awaiting.reset();
-  exchange.outcome =
-      std::string("cloud     ") + exchange.name() + " FAILED at " + exchange.step + ": " + reason;
+  exchange.outcome = Exchange::Outcome::kFailed;
+  exchange.detail = reason;
   if (!exchange.completes(false))
-    exchange.outcome += " (no completion callback to tell)";
+    exchange.detail += " (no completion callback to tell)";
 }
 
 void CloudAgent::succeed(Exchange& exchange, const std::string& outcome) {
   exchange.done = true;
-  exchange.outcome = "cloud     " + outcome;
-  if (!exchange.completes(true))
-    exchange.outcome = std::string("cloud     ") + exchange.name() + " FAILED at " + exchange.step +
-                       ": the service registered no completion callback";
+  if (!exchange.completes(true)) {
+    exchange.outcome = Exchange::Outcome::kFailed;
+    exchange.detail = "the service registered no completion callback";
+    return;
+  }
+  exchange.outcome = Exchange::Outcome::kSucceeded;
+  exchange.detail = outcome;
 }
 
 void CloudAgent::backupPrepare(Exchange& exchange) {
@@ -394,8 +434,7 @@ void CloudAgent::backupComplete(Exchange& exchange) {
   if (faulted(exchange, "complete"))
     return;
   if (exchange.type == Exchange::Type::kInfo) {
-    succeed(exchange, "backup information: " + records(exchange.declared.size()) +
-                          " declared, nothing stored");
+    succeed(exchange, records(exchange.declared.size()) + " declared, nothing stored");
     return;
   }
   std::string error;
@@ -405,7 +444,7 @@ void CloudAgent::backupComplete(Exchange& exchange) {
     return;
   }
   exchange.setId = id;
-  succeed(exchange, "backup stored as set " + std::to_string(id) + " (" +
+  succeed(exchange, "stored as set " + std::to_string(id) + " (" +
                         records(exchange.uploadedRecords) + ", " +
                         std::to_string(exchange.uploadedBytes) + " bytes of value)");
 }
@@ -456,7 +495,7 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
     return;
   }
   if (ids.empty()) {
-    succeed(exchange, "restore: the cloud holds no backup set, nothing restored");
+    succeed(exchange, "the cloud holds no backup set, nothing restored");
     return;
   }
   exchange.setId = ids.back();
@@ -503,7 +542,7 @@ void CloudAgent::restoreListGiven(Exchange& exchange, const Answer& answer) {
 void CloudAgent::restoreComplete(Exchange& exchange) {
   if (faulted(exchange, "complete"))
     return;
-  succeed(exchange, "restore of set " + std::to_string(exchange.setId) + ": " +
+  succeed(exchange, "set " + std::to_string(exchange.setId) + ": " +
                         records(exchange.downloaded.size()) + " restored");
 }
 

@@ -10,11 +10,24 @@ namespace emu {
 
 namespace {
 
-std::string joined(const std::vector<std::string>& items) {
-  std::string text;
-  for (const std::string& item : items)
-    text += (text.empty() ? "" : ", ") + item;
-  return text;
+// Each install request the store answered, by GUID, and the "installs" JSON member.
+void reportInstalls(const StoreService& store, host::RunReport& report) {
+  JsonArray* installs = json_array_new();
+  for (const auto& answer : store.answers()) {
+    report.line("store", "GUID " + answer.first + ": " +
+                             (answer.second.empty() ? "installed" : answer.second));
+    JsonObject* install = json_object_new();
+    json_object_set_member(install, "guid", host::jsonString(answer.first));
+    json_object_set_string_member(install, "result",
+                                  answer.second.empty()                     ? "installed"
+                                  : answer.second == StoreService::kNoReply ? "no reply"
+                                                                            : "failed");
+    json_object_set_member(install, "error", host::jsonString(answer.second));
+    json_array_add_object_element(installs, install);
+  }
+  JsonNode* node = json_node_new(JSON_NODE_ARRAY);
+  json_node_take_array(node, installs);
+  report.set("installs", node);
 }
 
 }  // namespace
@@ -58,19 +71,19 @@ void EmulatedWatch::bootPeers(host::Platform& platform) {
   platform.registerApp(kStoreAppId, store_);
 }
 
-void EmulatedWatch::finishPeers(host::Platform&, std::vector<std::string>& lines) {
+void EmulatedWatch::finishPeers(host::Platform&, host::RunReport& report) {
   profile_.packages.insert(profile_.packages.end(), withheld_.begin(), withheld_.end());
   if (watchface_) {
     profile_.faces = watchface_->faces();
     profile_.images = watchface_->images();
     const WatchfaceService::Activity& seen = watchface_->activity();
     if (seen.facesSent + seen.imagesSent > 0)
-      lines.push_back("watchface sent " + std::to_string(seen.facesSent) + " faces, " +
-                      std::to_string(seen.imagesSent) + " images");
+      report.line("watchface", "sent " + std::to_string(seen.facesSent) + " faces, " +
+                                   std::to_string(seen.imagesSent) + " images");
     if (seen.settingsReceived + seen.imagesReceived > 0 || !seen.idleFace.empty())
-      lines.push_back("watchface received " + std::to_string(seen.settingsReceived) +
-                      " settings, " + std::to_string(seen.imagesReceived) + " images" +
-                      (seen.idleFace.empty() ? "" : ", idle face " + seen.idleFace));
+      report.line("watchface", "received " + std::to_string(seen.settingsReceived) + " settings, " +
+                                   std::to_string(seen.imagesReceived) + " images" +
+                                   (seen.idleFace.empty() ? "" : ", idle face " + seen.idleFace));
   }
   for (const auto& app : watchApps_) {
     for (WatchAppState& state : profile_.watchApps) {
@@ -78,12 +91,15 @@ void EmulatedWatch::finishPeers(host::Platform&, std::vector<std::string>& lines
         state.resultXml = app->state().resultXml;
     }
     if (app->backupsAnswered() + app->restoresReceived() > 0)
-      lines.push_back("watch app " + app->state().appId + ": " +
-                      std::to_string(app->backupsAnswered()) + " backup, " +
-                      std::to_string(app->restoresReceived()) + " restore");
+      report.line("watch app", app->state().appId + ": " + std::to_string(app->backupsAnswered()) +
+                                   " backup, " + std::to_string(app->restoresReceived()) +
+                                   " restore");
   }
-  if (store_ && !store_->installed().empty())
-    lines.push_back("store     installed " + joined(store_->installed()));
+  if (store_)
+    reportInstalls(*store_, report);
+}
+
+void EmulatedWatch::releasePeers() {
   // The platform stays the peers' only owner.
   watchface_.reset();
   watchApps_.clear();

@@ -13,6 +13,7 @@ const char* const StoreService::kErrorCannotFindContent =
 const char* const StoreService::kErrorNotSupported =
     "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE";
 const char* const StoreService::kErrorInvalidRequest = "VENDARO_MESSAGE_RES_ERROR_INVALID_REQUEST";
+const char* const StoreService::kNoReply = "(no reply)";
 
 StoreService::StoreService(host::Platform& platform,
                            std::vector<CatalogueItem> catalogue,
@@ -27,8 +28,12 @@ void StoreService::onLaunchRequest(app_control_h request,
                                    std::shared_ptr<host::PendingReply> reply) {
   if (++requests_ == 1 && onFirstRequest_)
     onFirstRequest_();
-  if (!faultValue(faults_, "store-silent").empty())
+  if (!faultValue(faults_, "store-silent").empty()) {
+    const std::string guid = requestExtra(request, "GUID");
+    if (!guid.empty())
+      answers_[guid] = kNoReply;
     return;
+  }
   const std::string type = requestExtra(request, "req_type");
   if (type == "prepare-install-by-GUID")
     answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_SUCCEEDED, {});
@@ -53,6 +58,7 @@ void StoreService::install(app_control_h request, std::shared_ptr<host::PendingR
     error = kErrorCannotFindContent;
   else if (item->component != "watchapp")
     error = kErrorNotSupported;
+  answers_[guid] = error;
   if (!error.empty()) {
     answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_FAILED, {{"errorMsg", error}});
     return;

@@ -4,6 +4,8 @@
 
 #include <app_control.h>
 
+#include <memory>
+
 namespace app_assist {
 
 // Runs the platform's service-application life cycle for a subclass. All hooks are called on
@@ -27,6 +29,11 @@ class WServiceApp {
  private:
   WServiceApp(const WServiceApp&) = delete;
   WServiceApp& operator=(const WServiceApp&) = delete;
+
+  // The platform that start() brought up. It stays up as long as the app object lives, so that
+  // the app can still release what it holds on the platform after start() has returned.
+  struct Runtime;
+  std::unique_ptr<Runtime> runtime_;
 };
 
 }  // namespace app_assist

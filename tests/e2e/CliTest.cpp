@@ -66,9 +66,7 @@ TEST_F(CliTest, RequestWithoutExtraLogsTheErrorAndRunsIntoTheDeadline) {
   ASSERT_EQ(lines.size(), 1u) << run.err;
   EXPECT_TRUE(std::regex_match(lines[0], expected)) << lines[0];
   EXPECT_NE(run.out.find("ended     by the deadline of 1.5 s"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("waiting   the launch request (no operation) was never answered"),
-            std::string::npos)
-      << run.out;
+  EXPECT_NE(run.out.find("waiting   for nothing"), std::string::npos) << run.out;
 
   g_autofree char* logged = nullptr;
   ASSERT_TRUE(g_file_get_contents((device_ + "/log/dlog.log").c_str(), &logged, nullptr, nullptr));
@@ -85,7 +83,7 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
   } cases[] = {
       {{MORVIK_SERVICE_BIN}, "--device DIR is required"},
       {{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_, "--operation", "none", "--x"},
-       "--x needs a value"},
+       "unknown option '--x'"},
       {{MORVIK_SERVICE_BIN, "--device", root_ + "/absent", "--cloud", cloud_, "--operation",
         "none"},
        "is not a readable, writable directory"},
@@ -106,7 +104,7 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
   }
   ProcessResult help = morvik_test::runProcess({MORVIK_SERVICE_BIN, "--help"});
   EXPECT_EQ(help.status, 0);
-  EXPECT_NE(help.out.find("--then SECONDS"), std::string::npos);
+  EXPECT_NE(help.out.find("--then=SECONDS"), std::string::npos);
 }
 
 TEST_F(CliTest, EmuMakesAndShowsWatchesAndRefusesToOverwriteOne) {

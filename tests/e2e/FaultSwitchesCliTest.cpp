@@ -15,7 +15,7 @@ using morvik_test::runProcess;
 struct FaultCase {
   const char* fault;
   const char* operation;  // "backup" on a sample watch, "restore" onto a blank one
-  int status;             // 0: the service ends itself; 3: the deadline ends it
+  int status;             // 0: all went well; 4: a flow failed; 3: the deadline ends it
   int newSets;            // backup sets added by the run
   // `morvik-emu diff` of a fresh `init REFERENCE` against where the data ended up (after a
   // backup, a blank watch restored from the new set; after a restore, the watch), with the
@@ -100,35 +100,35 @@ INSTANTIATE_TEST_SUITE_P(
     EveryFault,
     FaultSwitchesCliTest,
     ::testing::Values(
-        FaultCase{"cloud-fail=prepare", "backup", 0, 0, nullptr, nullptr},
-        FaultCase{"cloud-fail=keys", "backup", 0, 0, nullptr, nullptr},
-        FaultCase{"cloud-fail=upload", "backup", 0, 0, nullptr, nullptr},
-        FaultCase{"cloud-fail=complete", "backup", 0, 0, nullptr, nullptr},
+        FaultCase{"cloud-fail=prepare", "backup", 4, 0, nullptr, nullptr},
+        FaultCase{"cloud-fail=keys", "backup", 4, 0, nullptr, nullptr},
+        FaultCase{"cloud-fail=upload", "backup", 4, 0, nullptr, nullptr},
+        FaultCase{"cloud-fail=complete", "backup", 4, 0, nullptr, nullptr},
         FaultCase{"cloud-delay=50", "backup", 0, 1, "--sample", kSame},
         FaultCase{"watchface-silent", "backup", 3, 0, nullptr, nullptr},
         FaultCase{"watchface-finish-early", "backup", 0, 1, "--sample", kSame},
         // Replies after "backup_finished" are not collected.
-        FaultCase{"watchapp-late=300", "backup", 0, 1, "--sample", kNoWatchAppSettings},
-        FaultCase{"watchapp-missing", "backup", 0, 1, "--sample", kNoWatchAppSettings},
+        FaultCase{"watchapp-late=300", "backup", 4, 1, "--sample", kNoWatchAppSettings},
+        FaultCase{"watchapp-missing", "backup", 4, 1, "--sample", kNoWatchAppSettings},
         FaultCase{"store-silent", "backup", 0, 1, "--sample", kSame},
         FaultCase{"store-error=VENDARO_MESSAGE_RES_ERROR_NETWORK", "backup", 0, 1, "--sample",
                   kSame},
         // The FIFO's photo is stored with empty data.
-        FaultCase{"image-unreadable", "backup", 0, 1, "--sample",
+        FaultCase{"image-unreadable", "backup", 4, 1, "--sample",
                   "photo bg-aurora.jpg: bytes differ\n"},
-        FaultCase{"cloud-fail=prepare", "restore", 0, 0, "--blank", kSame},
-        FaultCase{"cloud-fail=download", "restore", 0, 0, "--blank", kSame},
+        FaultCase{"cloud-fail=prepare", "restore", 4, 0, "--blank", kSame},
+        FaultCase{"cloud-fail=download", "restore", 4, 0, "--blank", kSame},
         // The setup is applied before the closing step fails.
-        FaultCase{"cloud-fail=complete", "restore", 0, 0, "--sample", kSame},
+        FaultCase{"cloud-fail=complete", "restore", 4, 0, "--sample", kSame},
         FaultCase{"cloud-delay=50", "restore", 0, 0, "--sample", kSame},
         FaultCase{"watchface-silent", "restore", 0, 0, "--sample", kSame},
         // An early "restore_finished" must not cut the store installs short.
         FaultCase{"watchface-finish-early", "restore", 0, 0, "--sample", kSame},
         FaultCase{"watchapp-late=300", "restore", 0, 0, "--sample", kSame},
-        FaultCase{"watchapp-missing", "restore", 0, 0, "--sample", kNoWatchAppSettings},
+        FaultCase{"watchapp-missing", "restore", 4, 0, "--sample", kNoWatchAppSettings},
         FaultCase{"store-silent", "restore", 3, 0, nullptr, nullptr},
         FaultCase{
-            "store-error=VENDARO_MESSAGE_RES_ERROR_NETWORK", "restore", 0, 0, "--sample",
+            "store-error=VENDARO_MESSAGE_RES_ERROR_NETWORK", "restore", 4, 0, "--sample",
             "app com.indie.clock-ember: only on REF\napp com.indie.clock-tidal: only on REF\n"},
         FaultCase{"image-unreadable", "restore", 0, 0, "--sample", kSame}));
 

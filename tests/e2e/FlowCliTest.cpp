@@ -191,7 +191,7 @@ TEST_F(FlowCliTest, AFailingCloudStillEndsTheService) {
                                      c.operation == std::string("backup") ? "--sample" : "--blank");
     ASSERT_EQ(runEmu({"fault", device, std::string("cloud-fail=") + c.step}).status, 0);
     ProcessResult run = service(device, c.operation);
-    EXPECT_EQ(run.status, 0) << run.out;
+    EXPECT_EQ(run.status, 4) << run.out;
     EXPECT_TRUE(hasLine(run.out, std::string("FAILED at ") + c.step)) << run.out;
     // The imported set stays the only one.
     EXPECT_EQ(linesOf(runEmu({"sets", cloud_}).out).size(), 1u);

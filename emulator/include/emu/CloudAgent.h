@@ -9,6 +9,7 @@
 #include "emu/CloudStore.h"
 #include "host/CloudLibrary.h"
 #include "host/Platform.h"
+#include "host/RunReport.h"
 
 namespace emu {
 
@@ -38,16 +39,22 @@ class CloudAgent {
 
   // True once every exchange that was started has ended.
   bool idle() const;
-  // One line per exchange for the run's summary.
-  std::vector<std::string> summary() const;
+  // Each cloud request's outcome: a summary line (a failure where it failed, was refused, left
+  // unfinished, never answered or never delivered) and the "exchanges" JSON member.
+  void report(host::RunReport& report) const;
+  // The sets that this run's successful backups stored (false) or restores read (true).
+  std::vector<unsigned long long> sets(bool restored) const;
 
  private:
   struct Exchange;
   using Step = void (CloudAgent::*)(Exchange&);
   using AnswerStep = void (CloudAgent::*)(Exchange&, const host::cloud::Answer&);
 
-  // One summary line per document of the stored set `id`.
-  void describeSet(unsigned long long id, std::vector<std::string>& lines) const;
+  // What the stored set `id` holds, for the summary.
+  std::string describeSet(unsigned long long id) const;
+  bool delivered(unsigned launchId) const;
+  // "backup", "backup information", "restore", or null for an operation of no exchange.
+  static const char* typeName(const std::string& operation);
   void onLaunchReply(unsigned launchId, app_control_result_e result);
   void onAnswer(const host::cloud::Answer& answer);
 

@@ -19,8 +19,9 @@ class EmulatedWatch : public host::DeviceHooks {
   bool boot(host::Platform& platform,
             const host::LaunchOptions& options,
             std::string& error) override;
-  std::vector<std::string> finish(host::Platform& platform,
-                                  const host::RunOutcome& outcome) override;
+  void finish(host::Platform& platform,
+              const host::RunOutcome& outcome,
+              host::RunReport& report) override;
 
   const DeviceProfile& profile() const { return profile_; }
 
@@ -28,10 +29,18 @@ class EmulatedWatch : public host::DeviceHooks {
   // The watch face service, the preloaded watch apps and the store, registered with `platform`.
   void bootPeers(host::Platform& platform);
   // Takes back into the profile what the peers changed, and describes what they saw.
-  void finishPeers(host::Platform& platform, std::vector<std::string>& lines);
+  void finishPeers(host::Platform& platform, host::RunReport& report);
+  void releasePeers();
+  // What the run's backups left out of the watch and its restores did not put back.
+  void audit(host::Platform& platform,
+             const std::vector<unsigned long long>& stored,
+             const std::vector<unsigned long long>& restored,
+             host::RunReport& report);
 
   std::string deviceDir_;
+  std::string cloudDir_;
   DeviceProfile profile_;
+  DeviceProfile booted_;  // the watch as it was when the run began
   // The vendor's backup app, from boot() to finish().
   std::unique_ptr<CloudAgent> cloud_;
   // Shares of the peers that the platform owns, held from boot() to finish().

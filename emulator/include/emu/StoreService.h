@@ -23,6 +23,8 @@ class StoreService : public host::EmulatedApp {
   static const char* const kErrorCannotFindContent;
   static const char* const kErrorNotSupported;
   static const char* const kErrorInvalidRequest;
+  // Stands for a request the store kept silent about, in answers().
+  static const char* const kNoReply;
 
   // `onFirstRequest` runs when the first request arrives, before it is answered.
   StoreService(host::Platform& platform,
@@ -34,6 +36,9 @@ class StoreService : public host::EmulatedApp {
 
   // Package IDs installed by this run, in order.
   const std::vector<std::string>& installed() const { return installed_; }
+  // What each install request of this run was answered, by GUID: empty for an install, the
+  // "errorMsg" otherwise, kNoReply for silence.
+  const std::map<std::string, std::string>& answers() const { return answers_; }
   int requests() const { return requests_; }
 
  private:
@@ -44,6 +49,7 @@ class StoreService : public host::EmulatedApp {
   std::map<std::string, std::string> faults_;
   std::function<void()> onFirstRequest_;
   std::vector<std::string> installed_;
+  std::map<std::string, std::string> answers_;
   int requests_ = 0;
 };
 

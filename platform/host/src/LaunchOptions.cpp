@@ -3,6 +3,9 @@
 #include <glib.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <set>
 
 namespace host {
 
@@ -11,15 +14,179 @@ namespace {
 // The vendor cloud's operations, by the short names the command line accepts.
 const char* const kOperationPrefix = "http://talvoro.com/appcontrol/operation/talvoro_cloud/";
 
-bool parseSeconds(const std::string& text, double& seconds) {
-  if (text.empty())
+const char* const kSummary =
+    "Runs the service on the emulated watch DIR against the emulated cloud DIR: each launch\n"
+    "request (--operation with its --extra data) is delivered to the service, the next one\n"
+    "--then SECONDS after it. The service's log goes to stderr and DIR/log/dlog.log, a summary\n"
+    "to stdout and DIR/log/summary.log.\n"
+    "\n"
+    "OP is backup, restore, info (get backup information), none (a request without an\n"
+    "operation) or a full operation URI.";
+
+const char* const kDescription =
+    "Exit status:\n"
+    "  0    the service ended itself and every flow succeeded\n"
+    "  1    the app refused to start (onCreate returned false)\n"
+    "  2    bad usage, an unusable device or cloud directory, or a device another run holds\n"
+    "  3    the deadline passed before the service ended itself\n"
+    "  4    the service ended itself, but a flow failed or was left undone (see the summary)\n"
+    "  128+N  ended by signal N (130 for SIGINT, 143 for SIGTERM)\n";
+
+// What the callbacks fill while GLib walks the command line, in its order.
+struct Parse {
+  LaunchOptions* options;
+  bool hasOperation = false;
+  bool help = false;
+  bool version = false;
+  std::set<std::string> seen;  // single-value options given so far
+};
+
+bool fail(GError** error, const std::string& reason) {
+  g_set_error_literal(error, G_OPTION_ERROR, G_OPTION_ERROR_BAD_VALUE, reason.c_str());
+  return false;
+}
+
+bool parseSeconds(const char* text, double& seconds) {
+  if (!text || text[0] == '\0')
     return false;
   char* end = nullptr;
-  double value = g_ascii_strtod(text.c_str(), &end);
-  if (*end != '\0' || !std::isfinite(value) || value < 0)
+  const double value = g_ascii_strtod(text, &end);
+  if (*end != '\0' || !std::isfinite(value) || value < 0 || value > kMaxLaunchSeconds)
     return false;
   seconds = value;
   return true;
+}
+
+bool once(Parse& parse, const char* name, GError** error) {
+  if (!parse.seen.insert(name).second)
+    return fail(error, std::string(name) + " is given twice");
+  return true;
+}
+
+gboolean onDevice(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  if (!once(parse, name, error))
+    return FALSE;
+  parse.options->deviceDir = value;
+  return TRUE;
+}
+
+gboolean onCloud(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  if (!once(parse, name, error))
+    return FALSE;
+  parse.options->cloudDir = value;
+  return TRUE;
+}
+
+gboolean onJson(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  if (!once(parse, name, error))
+    return FALSE;
+  if (value[0] == '\0')
+    return fail(error, "--json needs a file name, or - for standard output");
+  parse.options->jsonPath = value;
+  return TRUE;
+}
+
+gboolean onDeadline(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  if (!once(parse, name, error))
+    return FALSE;
+  double seconds = 0;
+  if (!parseSeconds(value, seconds) || seconds == 0)
+    return fail(error, std::string("--deadline needs a positive number of seconds up to ") +
+                           std::to_string(static_cast<long>(kMaxLaunchSeconds)) + ", not '" +
+                           value + "'");
+  parse.options->deadlineSeconds = seconds;
+  return TRUE;
+}
+
+gboolean onSchedule(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  if (!once(parse, name, error))
+    return FALSE;
+  guint64 seed = 0;
+  if (!g_ascii_string_to_unsigned(value, 10, 0, G_MAXUINT64, &seed, nullptr))
+    return fail(error, std::string("--schedule needs a whole number, not '") + value + "'");
+  parse.options->scheduleSeed = seed;
+  return TRUE;
+}
+
+gboolean onOperation(const gchar*, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  if (parse.hasOperation)
+    return fail(error, "a launch request has one --operation; use --then SECONDS before the next");
+  if (value[0] == '\0')
+    return fail(error, "--operation needs backup, restore, info, none or an operation URI");
+  parse.options->requests.back().operation = expandOperation(value);
+  parse.hasOperation = true;
+  return TRUE;
+}
+
+gboolean onExtra(const gchar*, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  const std::string text = value;
+  const size_t equals = text.find('=');
+  if (equals == std::string::npos || equals == 0)
+    return fail(error, "--extra needs KEY=VALUE, not '" + text + "'");
+  parse.options->requests.back().extras.emplace_back(text.substr(0, equals),
+                                                     text.substr(equals + 1));
+  return TRUE;
+}
+
+gboolean onThen(const gchar*, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  if (!parse.hasOperation)
+    return fail(error, "--then follows a launch request with its --operation");
+  LaunchRequest next;
+  if (!parseSeconds(value, next.delaySeconds))
+    return fail(error, std::string("--then needs a number of seconds from 0 to ") +
+                           std::to_string(static_cast<long>(kMaxLaunchSeconds)) + ", not '" +
+                           value + "'");
+  parse.options->requests.push_back(next);
+  parse.hasOperation = false;
+  return TRUE;
+}
+
+gpointer callback(GOptionArgFunc function) {
+  return reinterpret_cast<gpointer>(function);
+}
+
+struct ContextDeleter {
+  void operator()(GOptionContext* context) const { g_option_context_free(context); }
+};
+
+std::unique_ptr<GOptionContext, ContextDeleter> makeContext(Parse* parse) {
+  const GOptionEntry entries[] = {
+      {"device", 0, 0, G_OPTION_ARG_CALLBACK, callback(onDevice), "The emulated watch (required)",
+       "DIR"},
+      {"cloud", 0, 0, G_OPTION_ARG_CALLBACK, callback(onCloud),
+       "The emulated cloud (required; made when missing)", "DIR"},
+      {"operation", 0, 0, G_OPTION_ARG_CALLBACK, callback(onOperation),
+       "The launch request's operation", "OP"},
+      {"extra", 0, 0, G_OPTION_ARG_CALLBACK, callback(onExtra),
+       "Extra data of the launch request (repeatable)", "KEY=VALUE"},
+      {"then", 0, 0, G_OPTION_ARG_CALLBACK, callback(onThen),
+       "Starts another launch request, SECONDS after the previous one", "SECONDS"},
+      {"deadline", 0, 0, G_OPTION_ARG_CALLBACK, callback(onDeadline),
+       "Ends a run that has not ended by itself (default 120)", "SECONDS"},
+      {"json", 0, 0, G_OPTION_ARG_CALLBACK, callback(onJson),
+       "Writes the run's result as JSON to FILE, or to stdout for -", "FILE"},
+      {"schedule", 0, 0, G_OPTION_ARG_CALLBACK, callback(onSchedule),
+       "Delays every delivery by a seeded amount, on a simulated clock", "SEED"},
+      {"help", 'h', 0, G_OPTION_ARG_NONE, &parse->help, "Shows this help", nullptr},
+      {"version", 0, 0, G_OPTION_ARG_NONE, &parse->version, "Shows the version", nullptr},
+      {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
+  };
+  std::unique_ptr<GOptionContext, ContextDeleter> context(g_option_context_new(nullptr));
+  g_option_context_set_help_enabled(context.get(), FALSE);
+  g_option_context_set_summary(context.get(), kSummary);
+  g_option_context_set_description(context.get(), kDescription);
+  GOptionGroup* group = g_option_group_new("morvik-service", "", "", parse, nullptr);
+  g_option_group_add_entries(group, entries);
+  g_option_context_set_main_group(context.get(), group);
+  return context;
 }
 
 }  // namespace
@@ -40,67 +207,35 @@ bool parseLaunchOptions(const std::vector<std::string>& args,
                         LaunchOptions& options,
                         std::string& error) {
   options = LaunchOptions();
+  options.arguments = args;
   options.requests.emplace_back();
-  bool hasOperation = false;
+  Parse parse{&options};
+  auto context = makeContext(&parse);
 
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& arg = args[i];
-    if (arg == "--help" || arg == "-h") {
-      options.help = true;
-      return true;
-    }
-    if (i + 1 >= args.size()) {
-      error =
-          arg.rfind("--", 0) == 0 ? arg + " needs a value" : "unexpected argument '" + arg + "'";
-      return false;
-    }
-    const std::string& value = args[++i];
-    if (arg == "--device") {
-      options.deviceDir = value;
-    } else if (arg == "--cloud") {
-      options.cloudDir = value;
-    } else if (arg == "--deadline") {
-      if (!parseSeconds(value, options.deadlineSeconds) || options.deadlineSeconds == 0) {
-        error = "--deadline needs a positive number of seconds, not '" + value + "'";
-        return false;
-      }
-    } else if (arg == "--operation") {
-      if (hasOperation) {
-        error = "a launch request has one --operation; use --then SECONDS before the next";
-        return false;
-      }
-      if (value.empty()) {
-        error = "--operation needs backup, restore, info, none or an operation URI";
-        return false;
-      }
-      options.requests.back().operation = expandOperation(value);
-      hasOperation = true;
-    } else if (arg == "--extra") {
-      size_t equals = value.find('=');
-      if (equals == std::string::npos || equals == 0) {
-        error = "--extra needs KEY=VALUE, not '" + value + "'";
-        return false;
-      }
-      options.requests.back().extras.emplace_back(value.substr(0, equals),
-                                                  value.substr(equals + 1));
-    } else if (arg == "--then") {
-      if (!hasOperation) {
-        error = "--then follows a launch request with its --operation";
-        return false;
-      }
-      LaunchRequest next;
-      if (!parseSeconds(value, next.delaySeconds)) {
-        error = "--then needs a number of seconds, not '" + value + "'";
-        return false;
-      }
-      options.requests.push_back(next);
-      hasOperation = false;
-    } else {
-      error = "unknown option '" + arg + "'";
-      return false;
-    }
+  // GLib takes argv with a program name and may shorten it.
+  std::vector<std::string> copies = args;
+  std::vector<char*> argv{const_cast<char*>("morvik-service")};
+  for (std::string& arg : copies)
+    argv.push_back(&arg[0]);
+  int argc = static_cast<int>(argv.size());
+  char** argvp = argv.data();
+  g_autoptr(GError) failure = nullptr;
+  if (!g_option_context_parse(context.get(), &argc, &argvp, &failure)) {
+    error = failure->message;
+    if (g_error_matches(failure, G_OPTION_ERROR, G_OPTION_ERROR_UNKNOWN_OPTION))
+      error = "unknown option '" + error.substr(error.find("-")) + "'";
+    else if (error.rfind("Missing argument for ", 0) == 0)
+      error = error.substr(21) + " needs a value";
+    return false;
   }
-
+  if (parse.help || parse.version) {
+    options.action = parse.help ? LaunchOptions::Action::kHelp : LaunchOptions::Action::kVersion;
+    return true;
+  }
+  if (argc > 1) {
+    error = std::string("unexpected argument '") + argvp[1] + "'";
+    return false;
+  }
   if (options.deviceDir.empty()) {
     error = "--device DIR is required";
     return false;
@@ -109,27 +244,25 @@ bool parseLaunchOptions(const std::vector<std::string>& args,
     error = "--cloud DIR is required";
     return false;
   }
-  if (!hasOperation) {
+  if (!parse.hasOperation) {
     error = "every launch request needs --operation";
     return false;
   }
   return true;
 }
 
-const char* launchUsage() {
-  return "usage: morvik-service --device DIR --cloud DIR --operation OP [--extra KEY=VALUE]...\n"
-         "                      [--then SECONDS --operation OP [--extra KEY=VALUE]...]...\n"
-         "                      [--deadline SECONDS]\n"
-         "\n"
-         "Runs the service on the emulated watch DIR against the emulated cloud DIR.\n"
-         "  --operation OP     backup, restore, info (get backup information), none (a request\n"
-         "                     without an operation), or a full operation URI\n"
-         "  --extra KEY=VALUE  extra data of the launch request (repeatable)\n"
-         "  --then SECONDS     starts another launch request, SECONDS after the previous one\n"
-         "  --deadline SECONDS ends a run that has not ended by itself (default 120)\n"
-         "\n"
-         "Exit status: 0 the service ended itself, 3 the deadline passed first,\n"
-         "2 bad usage or an unusable device or cloud directory.\n";
+std::string launchUsage(const std::string& program) {
+  Parse parse{nullptr};
+  auto context = makeContext(&parse);
+  g_autofree char* help = g_option_context_get_help(context.get(), TRUE, nullptr);
+  std::string text = help;
+  // GLib names the program from g_get_prgname(); the usage line names it as it was called.
+  const std::string usage = "Usage:\n  ";
+  if (text.rfind(usage, 0) == 0) {
+    const size_t end = text.find(' ', usage.size());
+    text.replace(usage.size(), end - usage.size(), program);
+  }
+  return text;
 }
 
 }  // namespace host

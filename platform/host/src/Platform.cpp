@@ -37,6 +37,9 @@ struct Platform::PostedTask {
   Platform* platform;
   guint sourceId;
   std::function<void()> task;
+  gint64 dueUs;
+  guint64 sequence;
+  bool toPeer;
 };
 
 Platform::Platform(std::string deviceDir, std::string selfAppId)
@@ -50,10 +53,10 @@ Platform::Platform(std::string deviceDir, std::string selfAppId)
 
 Platform::~Platform() {
   // Removing a source runs dropPosted(), which frees the task.
-  std::set<guint> pending;
-  pending.swap(pendingSources_);
-  for (guint id : pending)
-    g_source_remove(id);
+  std::map<guint, PostedTask*> pending;
+  pending.swap(pending_);
+  for (const auto& task : pending)
+    g_source_remove(task.first);
   g_current = nullptr;
 }
 
@@ -85,13 +88,45 @@ std::shared_ptr<EmulatedApp> Platform::findApp(const std::string& appId) const {
 }
 
 void Platform::post(std::function<void()> task, unsigned delayMs, const std::string& channel) {
-  auto* posted = new PostedTask{this, 0, std::move(task)};
+  postTask(std::move(task), delayMs, channel, false);
+}
+
+void Platform::postToPeer(std::function<void()> task, const std::string& channel) {
+  postTask(std::move(task), 0, channel, true);
+}
+
+void Platform::deliverToPeers() {
+  for (;;) {
+    PostedTask* next = nullptr;
+    for (const auto& pending : pending_) {
+      PostedTask* task = pending.second;
+      if (task->toPeer && (!next || task->dueUs < next->dueUs ||
+                           (task->dueUs == next->dueUs && task->sequence < next->sequence)))
+        next = task;
+    }
+    if (!next)
+      return;
+    std::function<void()> run = std::move(next->task);
+    const guint id = next->sourceId;
+    pending_.erase(id);
+    g_source_remove(id);
+    run();
+  }
+}
+
+void Platform::postTask(std::function<void()> task,
+                        unsigned delayMs,
+                        const std::string& channel,
+                        bool toPeer) {
+  const gint64 now = g_get_monotonic_time();
+  auto* posted = new PostedTask{
+      this, 0, std::move(task), now + delayMs * G_GINT64_CONSTANT(1000), ++posted_, toPeer};
   if (schedule_ && !channel.empty()) {
-    const gint64 now = g_get_monotonic_time();
     gint64& last = lastDueUs_[channel];
     const gint64 due = std::max(
         now + (static_cast<gint64>(delayMs) + schedule_->extraDelayMs(channel)) * 1000, last);
     last = due;
+    posted->dueUs = due;
     posted->sourceId = attachAt(due, posted);
   } else if (delayMs == 0) {
     posted->sourceId = g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, &Platform::runPosted, posted,
@@ -100,7 +135,7 @@ void Platform::post(std::function<void()> task, unsigned delayMs, const std::str
     posted->sourceId = g_timeout_add_full(G_PRIORITY_DEFAULT, delayMs, &Platform::runPosted, posted,
                                           &Platform::dropPosted);
   }
-  pendingSources_.insert(posted->sourceId);
+  pending_[posted->sourceId] = posted;
 }
 
 // A source that is due at `dueUs` exactly: deliveries due at the same time run in the order
@@ -120,7 +155,7 @@ void Platform::setSchedule(std::unique_ptr<DeliverySchedule> schedule) {
 
 gboolean Platform::runPosted(gpointer data) {
   auto* posted = static_cast<PostedTask*>(data);
-  posted->platform->pendingSources_.erase(posted->sourceId);
+  posted->platform->pending_.erase(posted->sourceId);
   posted->task();
   return G_SOURCE_REMOVE;
 }

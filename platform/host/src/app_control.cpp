@@ -160,8 +160,8 @@ int app_control_send_launch_request(app_control_h app_control,
   auto reply =
       std::make_shared<host::PendingReply>(*platform, target, app_control, callback, user_data);
   std::shared_ptr<app_control_s> request(host::cloneAppControl(*app_control), &app_control_destroy);
-  platform->post([app, reply, request] { app->onLaunchRequest(request.get(), reply); }, 0,
-                 "appcontrol:" + target);
+  platform->postToPeer([app, reply, request] { app->onLaunchRequest(request.get(), reply); },
+                       "appcontrol:" + target);
   return APP_CONTROL_ERROR_NONE;
 }
 

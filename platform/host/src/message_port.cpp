@@ -63,12 +63,12 @@ int message_port_send_trusted_message(const char* remote_app_id,
   std::string port = remote_port;
   std::string from = platform->selfAppId();
   host::KeyValues entries = message->entries;
-  platform->post(
+  platform->postToPeer(
       [app, port, from, entries] {
         host::BundlePtr copy = host::makeBundle(entries);
         app->onMessage(port, from, copy.get());
       },
-      0, "message:" + from + "->" + port);
+      "message:" + from + "->" + port);
   return MESSAGE_PORT_ERROR_NONE;
 }
 

@@ -99,6 +99,12 @@ class CloudAgentTest : public morvik_test::CloudFixture {
     return completion_;
   }
 
+  std::vector<std::string> summary() {
+    host::RunReport report;
+    agent_->report(report);
+    return report.lines();
+  }
+
   std::vector<unsigned long long> sets() {
     std::vector<unsigned long long> ids;
     std::string error;
@@ -126,11 +132,12 @@ TEST_F(CloudAgentTest, BackupStoresEachRunAsANewSet) {
       "{\"pkgid\":\"d\",\"svcid\":\"d\",\"result\":\"downloaded\"},{\"svcid\":\"w.service\"}],"
       "\"watch_custom_bg\":[{},{}]}";
   ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, document), 1);
-  EXPECT_EQ(agent_->summary(),
+  EXPECT_EQ(summary(),
             (std::vector<std::string>{
-                "cloud     backup stored as set 1 (1 record, " + std::to_string(document.size()) +
-                    " bytes of value)",
-                "cloud     document: 1 faces, 1 watch apps, 1 downloaded apps, 2 photos"}));
+                "cloud     request 1, backup: stored as set 1 (1 record, " +
+                    std::to_string(document.size()) + " bytes of value)",
+                "cloud     request 1, backup: document: 1 faces, 1 watch apps, 1 downloaded apps, "
+                "2 photos"}));
   ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, "{\"n\":22}"), 1);
   ASSERT_EQ(sets(), (std::vector<unsigned long long>{1, 2}));
 
@@ -146,9 +153,9 @@ TEST_F(CloudAgentTest, BackupStoresEachRunAsANewSet) {
 TEST_F(CloudAgentTest, BackupInformationDeclaresAndStoresNothing) {
   ASSERT_EQ(backup(MVSVC_OPERATION_GET_BACKUP_INFO), 1);
   EXPECT_TRUE(sets().empty());
-  EXPECT_EQ(
-      agent_->summary(),
-      std::vector<std::string>{"cloud     backup information: 1 record declared, nothing stored"});
+  EXPECT_EQ(summary(),
+            std::vector<std::string>{"cloud     request 1, backup information: 1 record declared, "
+                                     "nothing stored"});
 }
 
 TEST_F(CloudAgentTest, RestoreHandsTheNewestSetToTheService) {
@@ -156,25 +163,25 @@ TEST_F(CloudAgentTest, RestoreHandsTheNewestSetToTheService) {
   storeSet("{\"set\":2}");
   ASSERT_EQ(restore(), 1);
   EXPECT_EQ(restored_, std::vector<std::string>{"{\"set\":2}"});
-  EXPECT_EQ(agent_->summary(),
-            std::vector<std::string>{"cloud     restore of set 2: 1 record restored"});
+  EXPECT_EQ(summary(),
+            std::vector<std::string>{"cloud     request 1, restore: set 2: 1 record restored"});
 }
 
 TEST_F(CloudAgentTest, AnEmptyCloudRestoresNothingAndCompletes) {
   ASSERT_EQ(restore(), 1);
   EXPECT_TRUE(restored_.empty());
-  EXPECT_EQ(agent_->summary(),
+  EXPECT_EQ(summary(),
             std::vector<std::string>{
-                "cloud     restore: the cloud holds no backup set, nothing restored"});
+                "cloud     request 1, restore: the cloud holds no backup set, nothing restored"});
 }
 
 TEST_F(CloudAgentTest, EachFailedStepEndsTheExchangeWithFailureAndStoresNothing) {
   for (const char* step : {"prepare", "keys", "upload", "complete"}) {
     SCOPED_TRACE(step);
     ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, "", {{"cloud-fail", step}}), 0);
-    EXPECT_EQ(agent_->summary(),
-              std::vector<std::string>{std::string("cloud     backup FAILED at ") + step +
-                                       ": cloud-fail=" + step});
+    EXPECT_EQ(summary(),
+              std::vector<std::string>{std::string("cloud     request 1, backup: FAILED at ") +
+                                       step + ": cloud-fail=" + step});
     EXPECT_TRUE(sets().empty());
   }
   storeSet("{}");
@@ -182,9 +189,9 @@ TEST_F(CloudAgentTest, EachFailedStepEndsTheExchangeWithFailureAndStoresNothing)
     SCOPED_TRACE(step);
     restored_.clear();
     ASSERT_EQ(restore({{"cloud-fail", step}}), 0);
-    EXPECT_EQ(agent_->summary(),
-              std::vector<std::string>{std::string("cloud     restore FAILED at ") + step +
-                                       ": cloud-fail=" + step});
+    EXPECT_EQ(summary(),
+              std::vector<std::string>{std::string("cloud     request 1, restore: FAILED at ") +
+                                       step + ": cloud-fail=" + step});
     EXPECT_EQ(restored_.size(), std::string(step) == "complete" ? 1u : 0u);
   }
   // Steps that an exchange does not have are not failed.
@@ -194,12 +201,13 @@ TEST_F(CloudAgentTest, EachFailedStepEndsTheExchangeWithFailureAndStoresNothing)
 TEST_F(CloudAgentTest, AWrongAnswerFromTheServiceFailsTheExchange) {
   storeSet("{}");
   ASSERT_EQ(restore({}, "other"), 0);
-  ASSERT_EQ(agent_->summary().size(), 1u);
-  EXPECT_EQ(agent_->summary()[0].rfind("cloud     restore FAILED at restore: record 0 came back "
-                                       "with key \"other\"",
-                                       0),
-            0u)
-      << agent_->summary()[0];
+  ASSERT_EQ(summary().size(), 1u);
+  EXPECT_EQ(
+      summary()[0].rfind("cloud     request 1, restore: FAILED at restore: record 0 came back "
+                         "with key \"other\"",
+                         0),
+      0u)
+      << summary()[0];
 }
 
 TEST_F(CloudAgentTest, ARefusedLaunchRequestStartsNoExchange) {
@@ -207,10 +215,10 @@ TEST_F(CloudAgentTest, ARefusedLaunchRequestStartsNoExchange) {
   host::cloud::failOperation("talvoro_cloud_backup_record_set_completed_cb", -1);
   DocumentBackupModel model(request_.get());
   EXPECT_FALSE(model.run(MVSVC_OPERATION_BACKUP));
-  ASSERT_TRUE(runLoopUntil([this] { return !agent_->summary().empty(); }, 5));
-  EXPECT_EQ(agent_->summary(),
-            std::vector<std::string>{"cloud     backup refused: the service answered the launch "
-                                     "request with failure"});
+  const std::vector<std::string> refused{
+      "cloud     request 1, backup: refused: the service answered the launch request with "
+      "failure"};
+  ASSERT_TRUE(runLoopUntil([&] { return summary() == refused; }, 5));
   EXPECT_TRUE(agent_->idle());
 }
 

@@ -120,7 +120,8 @@ TEST_F(DeviceProfileTest, EmulatedWatchLoadsThePlatformAndWritesBackWhatChanged)
 
     platform.config().set(emu::kIdleClockKey, "com.indie.clock-ember");
     platform.packages().install({"com.indie.new", "com.indie.new", "watchapp", false});
-    watch.finish(platform, host::RunOutcome());
+    host::RunReport report;
+    watch.finish(platform, host::RunOutcome(), report);
   }
   emu::DeviceProfile profile;
   ASSERT_TRUE(profile.load(dir_, error)) << error;

@@ -92,10 +92,11 @@ class WatchPeersTest : public PlatformFixture {
   }
 
   std::vector<std::string> finishAndReload(emu::DeviceProfile& profile) {
-    std::vector<std::string> lines = watch_->finish(platform(), host::RunOutcome());
+    host::RunReport report;
+    watch_->finish(platform(), host::RunOutcome(), report);
     std::string error;
     EXPECT_TRUE(profile.load(deviceDir(), error)) << error;
-    return lines;
+    return report.lines();
   }
 
   std::vector<std::string> pkgIds() const {
@@ -160,7 +161,8 @@ TEST_F(WatchPeersTest, BlankWatchRestoreInstallsAppliesAndIsWrittenBack) {
       finishAndReload(saved),
       IsSupersetOf({"watchface received 1 settings, 1 images, idle face com.talvoro.face.mono",
                     "watch app com.talvoro.clock-pacetrail.service: 0 backup, 1 restore",
-                    "store     installed com.indie.clock-tidal, com.indie.clock-ember"}));
+                    "store     GUID com.indie.clock-ember: installed",
+                    "store     GUID com.indie.clock-tidal: installed"}));
   EXPECT_EQ(saved.config["file/private/com.talvoro.watchface/watchface_name"],
             "com.talvoro.face.mono");
   EXPECT_EQ(saved.config["db/pel/clocks_set_idle"], "com.talvoro.watchface");

@@ -72,13 +72,19 @@ TEST_F(LauncherTest, DeliversRequestsInOrderAndEndsWhenTheAppExits) {
   testing::internal::CaptureStdout();
   EXPECT_EQ(start(app, {"--operation", "backup", "--then", "0.05", "--operation", "none", "--then",
                         "5", "--operation", "restore"}),
-            0);
+            4);
   std::string summary = testing::internal::GetCapturedStdout();
   EXPECT_EQ(app.calls,
             (std::vector<std::string>{
                 "create", "first http://talvoro.com/appcontrol/operation/talvoro_cloud/backup",
                 "next (none)", "terminate"}));
   EXPECT_NE(summary.find("ended     by the service itself"), std::string::npos) << summary;
+  // The app answered neither cloud request, and the run ended before the third was due.
+  EXPECT_NE(summary.find("cloud     request 1, backup: the service never answered"),
+            std::string::npos)
+      << summary;
+  EXPECT_NE(summary.find("cloud     request 3, restore: not delivered"), std::string::npos)
+      << summary;
 }
 
 TEST_F(LauncherTest, DeadlineEndsARunThatNeverExits) {

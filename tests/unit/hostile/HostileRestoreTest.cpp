@@ -33,7 +33,12 @@ class HostileRestoreTest : public ::testing::Test {
     trusted_ = platform_.sharedTrustedPath(MVSVC_SERVICE_APP_ID);
   }
 
-  void TearDown() override { watch_.finish(platform_, host::RunOutcome()); }
+  void TearDown() override { finish(); }
+
+  void finish() {
+    host::RunReport report;
+    watch_.finish(platform_, host::RunOutcome(), report);
+  }
 
   void restore(const std::string& document) {
     MvSvcRestoreModel model(nullptr);
@@ -187,7 +192,7 @@ TEST_F(HostileRestoreTest, AHugeSettingsDocumentArrivesWhole) {
       "\"watch_items\":[{\"pkgid\":\"com.talvoro.face.big\",\"svcid\":"
       "\"com.talvoro.watchface-service\",\"result\":\"" +
       escaped + "\"}]}");
-  watch_.finish(platform_, host::RunOutcome());
+  finish();
   const std::vector<emu::FaceEntry>& faces = watch_.profile().faces;
   ASSERT_EQ(faces.size(), 1u);
   EXPECT_EQ(faces[0].pkgId, "com.talvoro.face.big");

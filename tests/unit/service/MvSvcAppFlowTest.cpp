@@ -33,7 +33,10 @@ class MvSvcAppFlowTest : public ::testing::Test {
     platform_.log().setEchoToStderr(false);
   }
 
-  void TearDown() override { watch_.finish(platform_, host::RunOutcome()); }
+  void TearDown() override {
+    host::RunReport report;
+    watch_.finish(platform_, host::RunOutcome(), report);
+  }
 
   // Delivers `operation` as launch request 1 and runs until the service exits (or 20 s).
   bool runFlow(MvSvcApp& app, const char* operation) {

@@ -2,9 +2,9 @@
 #define HOST_DEVICE_HOOKS_H
 
 #include <string>
-#include <vector>
 
 #include "host/LaunchOptions.h"
+#include "host/RunReport.h"
 
 namespace host {
 
@@ -14,6 +14,10 @@ class Platform;
 struct RunOutcome {
   bool endedBySelf = false;  // the app called service_app_exit()
   bool deadlinePassed = false;
+  int signal = 0;  // the signal that ended the run, or 0
+  // The run ended inside a nested main loop of the app: the process ends there, without
+  // onTerminate, as the platform's watchdog ends a hung app.
+  bool insideNestedLoop = false;
   double endedAt = 0;  // seconds since start
 };
 
@@ -27,8 +31,9 @@ class DeviceHooks {
   // Returns false with a one-line reason when the device cannot be used.
   virtual bool boot(Platform& platform, const LaunchOptions& options, std::string& error) = 0;
 
-  // After the run: persists what changed on the device and returns lines for the run's summary.
-  virtual std::vector<std::string> finish(Platform& platform, const RunOutcome& outcome) = 0;
+  // After the run: persists what changed on the device and reports what the watch saw, every
+  // failure by name.
+  virtual void finish(Platform& platform, const RunOutcome& outcome, RunReport& report) = 0;
 };
 
 // The hooks the launcher uses; set once, before start().

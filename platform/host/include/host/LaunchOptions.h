@@ -1,6 +1,8 @@
 #ifndef HOST_LAUNCH_OPTIONS_H
 #define HOST_LAUNCH_OPTIONS_H
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,12 +19,20 @@ struct LaunchRequest {
 
 // The command line of a launched service app.
 struct LaunchOptions {
+  enum class Action { kRun, kHelp, kVersion };
+
+  Action action = Action::kRun;
   std::string deviceDir;
   std::string cloudDir;
   std::vector<LaunchRequest> requests;
   double deadlineSeconds = 120;
-  bool help = false;
+  std::string jsonPath;                  // empty: no JSON result; "-": standard output
+  std::optional<uint64_t> scheduleSeed;  // deliveries on a seeded schedule, simulated clock
+  std::vector<std::string> arguments;    // as given, for the log's run marker
 };
+
+// The longest deadline or gap a command line may ask for, in seconds.
+constexpr double kMaxLaunchSeconds = 7 * 24 * 60 * 60;
 
 // Parses argv (without argv[0]). Returns false with a one-line reason on bad input.
 bool parseLaunchOptions(const std::vector<std::string>& args,
@@ -32,7 +42,8 @@ bool parseLaunchOptions(const std::vector<std::string>& args,
 // Short names of the cloud operations: "backup", "restore", "info".
 std::string expandOperation(const std::string& name);
 
-const char* launchUsage();
+// The --help text: options, operations and exit statuses.
+std::string launchUsage(const std::string& program);
 
 }  // namespace host
 

@@ -69,6 +69,13 @@ class Platform {
   // but never before an earlier delivery on the same channel. Timers name none.
   void post(std::function<void()> task, unsigned delayMs = 0, const std::string& channel = "");
 
+  // A delivery from the running app to another app: like post(), and it still reaches that app
+  // when the running app has ended (deliverToPeers()), as the platform hands it on whatever
+  // becomes of the sender.
+  void postToPeer(std::function<void()> task, const std::string& channel);
+  // Delivers at once, in order, what the app sent to other apps and they have not yet received.
+  void deliverToPeers();
+
   // Makes every delivery take the schedule's extra delay from now on; the platform owns it.
   void setSchedule(std::unique_ptr<DeliverySchedule> schedule);
   const DeliverySchedule* schedule() const { return schedule_.get(); }
@@ -98,6 +105,10 @@ class Platform {
   struct PostedTask;
   static gboolean runPosted(gpointer data);
   static void dropPosted(gpointer data);
+  void postTask(std::function<void()> task,
+                unsigned delayMs,
+                const std::string& channel,
+                bool toPeer);
   guint attachAt(gint64 dueUs, PostedTask* posted);
 
   std::string deviceDir_;
@@ -109,7 +120,8 @@ class Platform {
   PackageDatabase packages_;
   MessagePortTable ports_;
   std::map<std::string, std::shared_ptr<EmulatedApp>> apps_;
-  std::set<guint> pendingSources_;
+  std::map<guint, PostedTask*> pending_;  // by source; the sources own the tasks
+  guint64 posted_ = 0;
   std::unique_ptr<DeliverySchedule> schedule_;
   std::map<std::string, gint64> lastDueUs_;  // per channel, under a schedule
   LauncherReplyHandler launcherReplyHandler_;

@@ -1,0 +1,55 @@
+// One launched run on the emulated watch, between onCreate and onTerminate. Internal to the host
+// platform's launcher.
+#ifndef HOST_LAUNCH_RUN_H
+#define HOST_LAUNCH_RUN_H
+
+#include <app_control.h>
+#include <glib.h>
+
+#include <functional>
+
+#include "host/DeviceHooks.h"
+#include "host/LaunchOptions.h"
+
+namespace host {
+
+class MainLoop;
+class Platform;
+
+// Delivers the launch requests at their times, and ends the run when the app exits, at the
+// deadline, or on SIGINT or SIGTERM. A deadline or a signal that comes while the app waits in a
+// nested main loop cannot return to the main loop: the run is then reported at once and the
+// process ends, as the platform's watchdog ends a hung app. Main loop thread only.
+class LaunchRun {
+ public:
+  // Delivers one launch request; `request` lives for the call.
+  using Deliver = std::function<void(app_control_h request, bool firstLaunch)>;
+
+  LaunchRun(Platform& platform, const LaunchOptions& options, DeviceHooks& hooks);
+  ~LaunchRun();
+
+  LaunchRun(const LaunchRun&) = delete;
+  LaunchRun& operator=(const LaunchRun&) = delete;
+
+  // Runs `loop` until the run ends; returns how it ended.
+  const RunOutcome& run(MainLoop& loop, Deliver deliver);
+
+ private:
+  void scheduleRequests();
+  void armDeadline();
+  void watchSignals();
+  // The deadline or a signal: back to the main loop, or the end of the process.
+  void end();
+  static gboolean onSignal(gpointer data);
+
+  Platform& platform_;
+  const LaunchOptions& options_;
+  DeviceHooks& hooks_;
+  Deliver deliver_;
+  RunOutcome outcome_;
+  guint signalSources_[2] = {0, 0};
+};
+
+}  // namespace host
+
+#endif
