@@ -103,6 +103,7 @@ CloudAgent::CloudAgent(host::Platform& platform,
       failStep_(faultValue(faults, "cloud-fail")),
       delayMs_(static_cast<unsigned>(
           std::strtoul(faultValue(faults, "cloud-delay", "0").c_str(), nullptr, 10))),
+      completeEarly_(!faultValue(faults, "cloud-complete-early").empty()),
       operations_(std::move(operations)),
       previousHandler_(platform.launcherReplyHandler()) {
   platform_.setLauncherReplyHandler(
@@ -277,12 +278,16 @@ void CloudAgent::onAnswer(const Answer& answer) {
   }
 }
 
-void CloudAgent::schedule(Exchange& exchange, Step step) {
-  std::weak_ptr<Exchange> weak;
+std::weak_ptr<CloudAgent::Exchange> CloudAgent::share(Exchange& exchange) const {
   for (const auto& held : exchanges_) {
     if (held.get() == &exchange)
-      weak = held;
+      return held;
   }
+  return std::weak_ptr<Exchange>();
+}
+
+void CloudAgent::schedule(Exchange& exchange, Step step) {
+  std::weak_ptr<Exchange> weak = share(exchange);
   platform_.post(
       [this, weak, step] {
         if (auto held = weak.lock()) {
@@ -297,11 +302,7 @@ void CloudAgent::await(Exchange& exchange, Answer::Kind kind, AnswerStep next) {
   exchange.awaiting = kind;
   exchange.next = next;
   const unsigned awaitCount = ++exchange.awaitCount;
-  std::weak_ptr<Exchange> weak;
-  for (const auto& held : exchanges_) {
-    if (held.get() == &exchange)
-      weak = held;
-  }
+  std::weak_ptr<Exchange> weak = share(exchange);
   platform_.post(
       [this, weak, awaitCount, kind] {
         auto held = weak.lock();
@@ -509,6 +510,16 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
 
 void CloudAgent::restoreRestoration(Exchange& exchange) {
   exchange.step = "restore";
+  if (completeEarly_) {
+    // Due while the service still restores, if it waits on the store by then.
+    std::weak_ptr<Exchange> weak = share(exchange);
+    platform_.post(
+        [this, weak] {
+          if (auto held = weak.lock())
+            fail(*held, "cloud-complete-early");
+        },
+        1);
+  }
   if (!host::cloud::callRestoration(exchange.restorePath)) {
     fail(exchange, "the service registered no restoration callback");
     return;

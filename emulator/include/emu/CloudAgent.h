@@ -58,6 +58,7 @@ class CloudAgent {
   void onLaunchReply(unsigned launchId, app_control_result_e result);
   void onAnswer(const host::cloud::Answer& answer);
 
+  std::weak_ptr<Exchange> share(Exchange& exchange) const;
   void schedule(Exchange& exchange, Step step);
   void await(Exchange& exchange, host::cloud::Answer::Kind kind, AnswerStep next);
   // Runs the fault switch for `step`: true when it made the step fail.
@@ -86,6 +87,7 @@ class CloudAgent {
   CloudStore store_;
   std::string failStep_;
   unsigned delayMs_ = 0;
+  bool completeEarly_ = false;
   std::vector<std::string> operations_;
   host::Platform::LauncherReplyHandler previousHandler_;
   // Posted steps and timeouts hold weak shares of these: they do nothing once the agent, and

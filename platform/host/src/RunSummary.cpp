@@ -147,6 +147,24 @@ void reportSchedule(Platform& platform, RunReport& report) {
   JsonObject* object = json_object_new();
   json_object_set_int_member(object, "seed", static_cast<gint64>(schedule->seed()));
   json_object_set_string_member(object, "trace", trace.c_str());
+  // What crossed the boundary, without the data it carried: enough to check a run's order.
+  JsonArray* events = json_array_new();
+  for (const BoundaryEvent& event : platform.record().events()) {
+    JsonObject* entry = json_object_new();
+    json_object_set_double_member(entry, "at", event.at);
+    json_object_set_string_member(entry, "kind", kindName(event.kind));
+    json_object_set_member(entry, "peer", jsonString(event.peer));
+    json_object_set_member(entry, "name", jsonString(event.name));
+    json_object_set_int_member(entry, "code", event.code);
+    if (event.launchId)
+      json_object_set_int_member(entry, "launch", event.launchId);
+    for (const auto& pair : event.data) {
+      if (pair.first == "message")
+        json_object_set_member(entry, "message", jsonString(pair.second));
+    }
+    json_array_add_object_element(events, entry);
+  }
+  json_object_set_array_member(object, "events", events);
   JsonNode* node = json_node_new(JSON_NODE_OBJECT);
   json_node_take_object(node, object);
   report.set("schedule", node);
