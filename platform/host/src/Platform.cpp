@@ -3,6 +3,7 @@
 #include <glib/gstdio.h>
 
 #include "host/Bundle.h"
+#include "host/HostLog.h"
 #include "host/MainLoop.h"
 
 namespace host {
@@ -113,6 +114,8 @@ void Platform::sendToApp(const std::string& fromAppId,
     const MessagePortTable::Port* found = ports_.findByName(port);
     if (!found) {
       addEvent(BoundaryEvent::Kind::kMessageDropped, fromAppId, port, message, 0);
+      logWarn(kHostLogTag, "message from '%s' to port '%s' dropped: the app does not listen there",
+              fromAppId.c_str(), port.c_str());
       return;
     }
     // The callback may unregister the port.

@@ -164,6 +164,7 @@ int WServiceApp::start(int argc, char* argv[]) {
 
   host::MainLoop loop;
   host::Platform platform(options.deviceDir, HOST_LAUNCHED_APP_ID);
+  platform.log().beginRun(argc, argv);
   if (!hooks->boot(platform, options, error)) {
     fprintf(stderr, "%s: %s\n", program, error.c_str());
     return kStatusUsage;
