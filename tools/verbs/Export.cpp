@@ -1,0 +1,64 @@
+// morvik-emu export: a set's backup document on stdout.
+#include <glib.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "EmuVerbs.h"
+#include "emu/CloudStore.h"
+#include "emu/StrictJson.h"
+
+namespace emucli {
+
+int runExport(const Verb& verb, int argc, char** argv) {
+  std::optional<std::string> setText;
+  bool pretty = false;
+  VerbOptions options(verb);
+  options.value("set", "ID", "The set to print (default: the newest)", &setText);
+  options.flag("pretty", "Indent the document for reading and editing", &pretty);
+  const int status = options.parse(argc, argv);
+  if (status >= 0)
+    return status;
+  if (options.positional().size() != 1)
+    return fail("export needs CLOUD and optionally --set ID");
+  const std::string& cloudDir = options.positional()[0];
+  if (!g_file_test(cloudDir.c_str(), G_FILE_TEST_IS_DIR))
+    return fail("cloud directory '" + cloudDir + "' does not exist");
+  emu::CloudStore store(cloudDir);
+  std::vector<unsigned long long> ids;
+  std::string error;
+  if (!store.list(ids, error))
+    return fail(error);
+  unsigned long long id = 0;
+  if (setText) {
+    guint64 value = 0;
+    if (!g_ascii_string_to_unsigned(setText->c_str(), 10, 0, G_MAXUINT64, &value, nullptr))
+      return fail("--set needs a set ID, not '" + *setText + "'");
+    id = value;
+    if (std::find(ids.begin(), ids.end(), id) == ids.end())
+      return fail("the cloud has no set " + std::to_string(id) + " (see: morvik-emu sets CLOUD)");
+  } else {
+    if (ids.empty())
+      return fail("the cloud holds no backup set");
+    id = ids.back();
+  }
+  std::vector<host::CloudRecord> records;
+  if (!store.read(id, records, error))
+    return fail(error);
+  if (records.size() != 1 || !records[0].value)
+    return fail("set " + std::to_string(id) + " holds " + std::to_string(records.size()) +
+                " records, not one backup document");
+  std::string document = std::move(*records[0].value);
+  if (pretty) {
+    g_autoptr(JsonNode) root = emu::parseStrictJson(document, error);
+    if (!root)
+      return fail("set " + std::to_string(id) + " is not a JSON document: " + error);
+    document = emu::generateJson(root, true) + "\n";
+  }
+  if (fwrite(document.data(), 1, document.size(), stdout) != document.size() || fflush(stdout) != 0)
+    return fail("cannot write the document to stdout");
+  return kStatusOk;
+}
+
+}  // namespace emucli
