@@ -18,7 +18,8 @@ const Verb kVerbs[] = {
      "Exit status: 0 made, 2 refused (DIR already holds a watch, bad options).",
      emucli::runInit},
     {"show", "DIR", "print the watch's setup",
-     "--json prints the schema in the README.\nExit status: 0 shown, 2 unreadable watch.",
+     "--json: the setup as JSON (its schema is in the README).\nExit status: 0 shown, 2 unreadable "
+     "watch.",
      emucli::runShow},
     {"diff", "DIR1 DIR2", "compare two watches' setups",
      "Exit status: 0 same setup, 1 one line (or JSON entry) per difference, 2 unreadable "
