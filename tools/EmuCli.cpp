@@ -144,6 +144,32 @@ int VerbOptions::parse(int argc, char** argv) {
   return -1;
 }
 
+bool listCloudSets(const emu::CloudStore& store,
+                   std::vector<unsigned long long>& ids,
+                   std::string& error) {
+  if (!g_file_test(store.dir().c_str(), G_FILE_TEST_IS_DIR)) {
+    error = "cloud directory '" + store.dir() + "' does not exist";
+    return false;
+  }
+  return store.list(ids, error);
+}
+
+bool readSetDocument(const emu::CloudStore& store,
+                     unsigned long long id,
+                     std::string& document,
+                     std::string& error) {
+  std::vector<host::CloudRecord> records;
+  if (!store.read(id, records, error))
+    return false;
+  if (records.size() != 1 || !records[0].value) {
+    error = "set " + std::to_string(id) + " holds " + std::to_string(records.size()) +
+            " records, not one backup document";
+    return false;
+  }
+  document = std::move(*records[0].value);
+  return true;
+}
+
 void addString(JsonBuilder* builder, const char* member, const std::string& value) {
   json_builder_set_member_name(builder, member);
   json_builder_add_string_value(builder, value.c_str());

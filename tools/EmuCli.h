@@ -4,6 +4,8 @@
 #include <glib.h>
 #include <json-glib/json-glib.h>
 
+#include "emu/CloudStore.h"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -79,6 +81,16 @@ class VerbOptions {
   std::vector<std::string> positional_;
   bool help_ = false;
 };
+
+// The IDs of the sets in the cloud directory, which must exist; false with a one-line reason.
+bool listCloudSets(const emu::CloudStore& store,
+                   std::vector<unsigned long long>& ids,
+                   std::string& error);
+// The one backup document that set `id` holds; false with a one-line reason.
+bool readSetDocument(const emu::CloudStore& store,
+                     unsigned long long id,
+                     std::string& document,
+                     std::string& error);
 
 // Members of the object `builder` is in.
 void addString(JsonBuilder* builder, const char* member, const std::string& value);

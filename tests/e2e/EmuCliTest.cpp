@@ -252,7 +252,7 @@ TEST_F(EmuCliTest, DoctorNamesEachFinding) {
   const std::vector<std::string> lines = linesOf(run.out);
   ASSERT_EQ(lines.size(), 3u) << run.out;
   EXPECT_EQ(lines[0], "set 2: its document is not strict JSON: line 1, column 2: ''' is not JSON");
-  EXPECT_EQ(lines[1].rfind("set 3: ", 0), 0u) << lines[1];
+  EXPECT_EQ(lines[1].rfind("set 3 is unreadable: ", 0), 0u) << lines[1];
   EXPECT_EQ(lines[2].rfind("stale temporary file .incoming-1-0x1.dat (untouched for ", 0), 0u)
       << lines[2];
   EXPECT_EQ(runEmu({"doctor", temp_.path() + "/absent"}).status, 2);

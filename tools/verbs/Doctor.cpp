@@ -98,24 +98,19 @@ void checkCloud(const std::string& dir, std::vector<std::string>& findings, size
   emu::CloudStore store(dir);
   std::vector<unsigned long long> ids;
   std::string error;
-  if (!store.list(ids, error)) {
+  if (!listCloudSets(store, ids, error)) {
     findings.push_back(error);
     return;
   }
   sets = ids.size();
   for (unsigned long long id : ids) {
     const std::string set = "set " + std::to_string(id) + ": ";
-    std::vector<host::CloudRecord> records;
-    if (!store.read(id, records, error)) {
-      findings.push_back(set + error);
+    std::string document;
+    if (!readSetDocument(store, id, document, error)) {
+      findings.push_back(error);  // it names the set
       continue;
     }
-    if (records.size() != 1 || !records[0].value) {
-      findings.push_back(set + "holds " + std::to_string(records.size()) +
-                         " records, not one backup document");
-      continue;
-    }
-    g_autoptr(JsonNode) root = emu::parseStrictJson(*records[0].value, error);
+    g_autoptr(JsonNode) root = emu::parseStrictJson(document, error);
     if (!root)
       findings.push_back(set + "its document is not strict JSON: " + error);
     else if (!JSON_NODE_HOLDS_OBJECT(root))

@@ -22,13 +22,10 @@ int runExport(const Verb& verb, int argc, char** argv) {
     return status;
   if (options.positional().size() != 1)
     return fail("export needs CLOUD and optionally --set ID");
-  const std::string& cloudDir = options.positional()[0];
-  if (!g_file_test(cloudDir.c_str(), G_FILE_TEST_IS_DIR))
-    return fail("cloud directory '" + cloudDir + "' does not exist");
-  emu::CloudStore store(cloudDir);
+  emu::CloudStore store(options.positional()[0]);
   std::vector<unsigned long long> ids;
   std::string error;
-  if (!store.list(ids, error))
+  if (!listCloudSets(store, ids, error))
     return fail(error);
   unsigned long long id = 0;
   if (setText) {
@@ -43,13 +40,9 @@ int runExport(const Verb& verb, int argc, char** argv) {
       return fail("the cloud holds no backup set");
     id = ids.back();
   }
-  std::vector<host::CloudRecord> records;
-  if (!store.read(id, records, error))
+  std::string document;
+  if (!readSetDocument(store, id, document, error))
     return fail(error);
-  if (records.size() != 1 || !records[0].value)
-    return fail("set " + std::to_string(id) + " holds " + std::to_string(records.size()) +
-                " records, not one backup document");
-  std::string document = std::move(*records[0].value);
   if (pretty) {
     g_autoptr(JsonNode) root = emu::parseStrictJson(document, error);
     if (!root)

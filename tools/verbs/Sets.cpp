@@ -88,12 +88,10 @@ int runSets(const Verb& verb, int argc, char** argv) {
   if (options.positional().size() != 1)
     return fail("sets needs exactly one CLOUD directory");
   const std::string& cloudDir = options.positional()[0];
-  if (!g_file_test(cloudDir.c_str(), G_FILE_TEST_IS_DIR))
-    return fail("cloud directory '" + cloudDir + "' does not exist");
   emu::CloudStore store(cloudDir);
   std::vector<unsigned long long> ids;
   std::string error;
-  if (!store.list(ids, error))
+  if (!listCloudSets(store, ids, error))
     return fail(error);
 
   std::vector<SetSummary> sets;
