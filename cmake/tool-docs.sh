@@ -60,7 +60,9 @@ mv "$output.tmp" "$output"
 # The man page; each command's help goes in verbatim, escaped for roff.
 include=$(mktemp)
 trap 'rm -f "$include"' EXIT
+include_option=()
 if [ -n "$commands" ]; then
+  include_option=(--include="$include")
   echo "[COMMANDS]" >"$include"
   for command in $commands; do
     echo ".SS \"$name $command\""
@@ -70,5 +72,5 @@ if [ -n "$commands" ]; then
   done >>"$include"
 fi
 help2man --no-info --no-discard-stderr --section=1 --version-string="$version" \
-  --name="$description" --include="$include" --output="$outdir/man/$name.1.tmp" "$tool"
+  --name="$description" "${include_option[@]}" --output="$outdir/man/$name.1.tmp" "$tool"
 mv "$outdir/man/$name.1.tmp" "$outdir/man/$name.1"
