@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "PeerReply.h"
+#include "emu/EmuLog.h"
 #include "emu/FaultSwitches.h"
 #include "host/Platform.h"
 
@@ -28,20 +29,25 @@ void StoreService::onLaunchRequest(app_control_h request,
                                    std::shared_ptr<host::PendingReply> reply) {
   if (++requests_ == 1 && onFirstRequest_)
     onFirstRequest_();
+  const std::string type = requestExtra(request, "req_type");
   if (!faultValue(faults_, "store-silent").empty()) {
+    host::logWarn(kLogTagStore, "%s left unanswered (fault store-silent)", type.c_str());
     const std::string guid = requestExtra(request, "GUID");
     if (!guid.empty())
       answers_[guid] = kNoReply;
     return;
   }
-  const std::string type = requestExtra(request, "req_type");
-  if (type == "prepare-install-by-GUID")
+  if (type == "prepare-install-by-GUID") {
+    host::logInfo(kLogTagStore, "prepare-install-by-GUID: ready");
     answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_SUCCEEDED, {});
-  else if (type == "install-by-GUID")
+  } else if (type == "install-by-GUID") {
     install(request, std::move(reply));
-  else
+  } else {
+    host::logError(kLogTagStore, "request type '%s' refused: %s", type.c_str(),
+                   kErrorInvalidRequest);
     answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_FAILED,
                   {{"errorMsg", kErrorInvalidRequest}});
+  }
 }
 
 void StoreService::install(app_control_h request, std::shared_ptr<host::PendingReply> reply) {
@@ -60,11 +66,14 @@ void StoreService::install(app_control_h request, std::shared_ptr<host::PendingR
     error = kErrorNotSupported;
   answers_[guid] = error;
   if (!error.empty()) {
+    host::logError(kLogTagStore, "install-by-GUID %s failed: %s", guid.c_str(), error.c_str());
     answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_FAILED, {{"errorMsg", error}});
     return;
   }
   platform_.packages().install({item->pkgId, item->appId, item->component, false});
   installed_.push_back(item->pkgId);
+  host::logInfo(kLogTagStore, "install-by-GUID %s: installed %s", guid.c_str(),
+                item->appId.c_str());
   answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_SUCCEEDED, {{"GUID", guid}});
 }
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "PeerReply.h"
+#include "emu/EmuLog.h"
 #include "emu/FaultSwitches.h"
 #include "emu/SampleWatch.h"
 #include "host/Platform.h"
@@ -46,6 +47,7 @@ WatchfaceService::~WatchfaceService() {
 
 void WatchfaceService::onLaunchRequest(app_control_h, std::shared_ptr<host::PendingReply> reply) {
   // It talks over message ports only.
+  host::logWarn(kLogTagWatchface, "launch request refused: it talks over message ports only");
   answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_FAILED, {});
 }
 
@@ -60,6 +62,8 @@ void WatchfaceService::onMessage(const std::string& port, const std::string&, bu
   if (operation == "talvoro_cloud_backup") {
     if (faultValue(faults_, "watchface-silent").empty())
       answerBackup();
+    else
+      host::logWarn(kLogTagWatchface, "backup request left unanswered (fault watchface-silent)");
   } else if (operation == "talvoro_cloud_restore") {
     if (type == "watch")
       restoreSettings(message);
@@ -67,16 +71,27 @@ void WatchfaceService::onMessage(const std::string& port, const std::string&, bu
       restoreImage(message);
     else if (type == "watch-idle-changed")
       changeIdleClock(message);
+    else
+      host::logWarn(kLogTagWatchface, "restore message of unknown type '%s' ignored", type.c_str());
+  } else if (notice == "restore_start") {
+    host::logInfo(kLogTagWatchface, "the service starts a restore");
   } else if (notice == "restore_finished") {
+    host::logInfo(kLogTagWatchface, "the service finished its restore");
     ++activity_.restoresFinished;
+  } else {
+    host::logWarn(kLogTagWatchface, "message without a known operation ignored");
   }
 }
 
 void WatchfaceService::sendRestoreFinished() {
+  host::logWarn(kLogTagWatchface,
+                "restore_finished sent out of turn (fault watchface-finish-early)");
   sendToService({{"message", "restore_finished"}});
 }
 
 void WatchfaceService::answerBackup() {
+  host::logInfo(kLogTagWatchface, "backup request: sending %zu faces and %zu photos", faces_.size(),
+                images_.size());
   for (const FaceEntry& face : faces_) {
     sendToService({{"type", "watch"}, {"pkgid", face.pkgId}, {"result_xml", face.settings}});
     ++activity_.facesSent;
@@ -84,8 +99,11 @@ void WatchfaceService::answerBackup() {
   for (size_t i = 0; i < images_.size(); ++i) {
     const BackgroundImage& image = images_[i];
     std::string path = deviceDir_ + "/" + image.path;
-    if (i == 0 && !faultValue(faults_, "image-unreadable").empty())
+    if (i == 0 && !faultValue(faults_, "image-unreadable").empty()) {
       path = unreadablePath(image);
+      host::logWarn(kLogTagWatchface, "photo %s announced at a FIFO (fault image-unreadable)",
+                    image.fileName.c_str());
+    }
     sendToService({{"type", "image"},
                    {"file_name", image.fileName},
                    {"file_path", path},
@@ -97,33 +115,49 @@ void WatchfaceService::answerBackup() {
 
 void WatchfaceService::restoreSettings(bundle* message) {
   std::string pkgId, settings;
-  if (!messageValue(message, "pkgid", pkgId) || !messageValue(message, "result_xml", settings))
+  if (!messageValue(message, "pkgid", pkgId) || !messageValue(message, "result_xml", settings)) {
+    host::logError(kLogTagWatchface, "settings message without pkgid or result_xml ignored");
     return;
+  }
   auto face = std::find_if(faces_.begin(), faces_.end(),
                            [&](const FaceEntry& entry) { return entry.pkgId == pkgId; });
   if (face == faces_.end())
     faces_.push_back({pkgId, settings});
   else
     face->settings = settings;
+  host::logInfo(kLogTagWatchface, "settings of %s kept (%zu bytes)", pkgId.c_str(),
+                settings.size());
   ++activity_.settingsReceived;
 }
 
 void WatchfaceService::restoreImage(bundle* message) {
   std::string fileName, filePath, bgType;
   if (!messageValue(message, "file_name", fileName) ||
-      !messageValue(message, "file_path", filePath) || !messageValue(message, "bg_type", bgType) ||
-      !isPlainName(fileName) || !g_file_test(filePath.c_str(), G_FILE_TEST_IS_REGULAR))
+      !messageValue(message, "file_path", filePath) || !messageValue(message, "bg_type", bgType)) {
+    host::logError(kLogTagWatchface, "photo message without file_name, file_path or bg_type");
     return;
+  }
+  if (!isPlainName(fileName) || !g_file_test(filePath.c_str(), G_FILE_TEST_IS_REGULAR)) {
+    host::logError(kLogTagWatchface, "photo '%s' refused: not a plain name, or '%s' is no file",
+                   fileName.c_str(), filePath.c_str());
+    return;
+  }
   g_autofree char* bytes = nullptr;
   gsize length = 0;
-  if (!g_file_get_contents(filePath.c_str(), &bytes, &length, nullptr))
+  g_autoptr(GError) error = nullptr;
+  if (!g_file_get_contents(filePath.c_str(), &bytes, &length, &error)) {
+    host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(), error->message);
     return;
+  }
   const std::string relative = std::string(kBackgroundDir) + "/" + fileName;
   g_autofree char* dir = g_build_filename(deviceDir_.c_str(), kBackgroundDir, nullptr);
   g_autofree char* target = g_build_filename(dir, fileName.c_str(), nullptr);
   if (g_mkdir_with_parents(dir, 0755) != 0 ||
-      !g_file_set_contents(target, bytes, static_cast<gssize>(length), nullptr))
+      !g_file_set_contents(target, bytes, static_cast<gssize>(length), &error)) {
+    host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(),
+                   error ? error->message : "cannot make its directory");
     return;
+  }
   auto image = std::find_if(images_.begin(), images_.end(), [&](const BackgroundImage& entry) {
     return entry.fileName == fileName;
   });
@@ -131,16 +165,21 @@ void WatchfaceService::restoreImage(bundle* message) {
     images_.push_back({fileName, relative, bgType});
   else
     *image = {fileName, relative, bgType};
+  host::logInfo(kLogTagWatchface, "photo %s copied to %s (%zu bytes)", fileName.c_str(),
+                relative.c_str(), static_cast<size_t>(length));
   ++activity_.imagesReceived;
 }
 
 void WatchfaceService::changeIdleClock(bundle* message) {
   std::string pkgId;
-  if (!messageValue(message, "pkgid", pkgId))
+  if (!messageValue(message, "pkgid", pkgId)) {
+    host::logError(kLogTagWatchface, "idle-change message without pkgid ignored");
     return;
+  }
   platform_.config().set(kIdleClockKey, kWatchfaceAppId);
   platform_.config().set(kWatchfaceNameKey, pkgId);
   activity_.idleFace = pkgId;
+  host::logInfo(kLogTagWatchface, "idle clock set to %s", pkgId.c_str());
 }
 
 void WatchfaceService::sendToService(const host::KeyValues& message) {

@@ -84,8 +84,47 @@ TEST_F(CloudCliTest, BadInputGetsOneLineAndANonZeroStatus) {
   ASSERT_EQ(emu({"import", cloud_, file("doc.json", "{}")}).status, 0);
   expectRefused(emu({"export", cloud_, "--set", "7"}), "no set 7");
   expectRefused(emu({"export", cloud_, "--set", "x"}), "--set needs a set ID");
-  expectRefused(emu({"export", cloud_, "--set"}), "export needs");
-  expectRefused(emu({"export", cloud_, "--bogus", "1"}), "export needs");
+  expectRefused(emu({"export", cloud_, "--set"}), "missing argument for --set");
+  expectRefused(emu({"export", cloud_, "--bogus", "1"}), "unknown option --bogus");
+  expectRefused(emu({"export", cloud_, "--set=1", "--set", "1"}), "--set is given more than once");
+  EXPECT_EQ(emu({"export", cloud_, "--set=1"}).out, "{}");
+}
+
+// What import refuses json-glib would take (or crash on), and it would not come back the same.
+TEST_F(CloudCliTest, ImportTakesStrictJsonOnlyAndSaysWhere) {
+  const struct {
+    const char* name;
+    std::string document;
+    const char* reason;
+  } cases[] = {
+      {"cut.json", "{\"watch_main_key\": 5", "line 1, column 21: the text ends inside the object"},
+      {"syntax.json", "{\n  \"a\": [1,\n  2,,]}", "line 3, column 5: unexpected character"},
+      {"octal.json", "{\"a\":\n \"x\\6y\"}", "line 2, column 4: an escape that is not JSON"},
+      {"control.json", "{\"a\":\"x\ty\"}", "line 1, column 8: a raw control character"},
+      {"quotes.json", "{'a':1}", "line 1, column 2: ''' is not JSON"},
+      {"comment.json", "{} // x", "line 1, column 4: '/' is not JSON"},
+      {"wraps.json", "{\"a\":12345678901234567890}", "the number 12345678901234567890 is out"},
+      {"infinite.json", "{\"a\":1e400}", "the number 1e400 is out of range"},
+      {"deep.json", std::string(100000, '['), "line 1, column 513: nests deeper than 512"},
+      {"array.json", "[1]", "not a JSON object"},
+  };
+  for (const auto& c : cases)
+    expectRefused(emu({"import", cloud_, file(c.name, c.document)}), c.reason);
+  EXPECT_FALSE(g_file_test((cloud_ + "/set-000001.dat").c_str(), G_FILE_TEST_EXISTS));
+}
+
+TEST_F(CloudCliTest, PrettyExportImportsBackAsTheSameDocument) {
+  const std::string document =
+      "{\"watch_main_key\":\"caf\xc3\xa9\",\"n\":[1.5,-2,true,null],\"e\":\"\\u00e9\\n\"}";
+  ASSERT_EQ(emu({"import", cloud_, file("doc.json", document)}).status, 0);
+  const EmuRun pretty = emu({"export", cloud_, "--pretty"});
+  ASSERT_EQ(pretty.status, 0) << pretty.err;
+  EXPECT_NE(pretty.out.find("\n  \"n\" : [\n    1.5,"), std::string::npos) << pretty.out;
+  ASSERT_EQ(emu({"import", cloud_, file("pretty.json", pretty.out)}).status, 0);
+  EXPECT_EQ(emu({"export", cloud_, "--set", "2", "--pretty"}).out, pretty.out);
+  // Without --pretty the stored bytes come back as they went in.
+  EXPECT_EQ(emu({"export", cloud_, "--set", "2"}).out, pretty.out);
+  EXPECT_EQ(emu({"export", cloud_, "--set", "1"}).out, document);
 }
 
 TEST_F(CloudCliTest, ADamagedSetIsReportedNotExported) {

@@ -155,7 +155,8 @@ TEST_F(FlowCliTest, BackupInformationEndsTheServiceAndStoresNothing) {
   ProcessResult run = service(watch("sample", "--sample"), "info");
   EXPECT_EQ(run.status, 0) << run.out;
   const std::regex error(
-      "^E/morvik-service: MvSvcApp\\.cpp: onAppControl\\([0-9]+\\) > .*msg is nullptr!");
+      " E/morvik-service\\(P *[0-9]+, T *[0-9]+\\): MvSvcApp\\.cpp: onAppControl\\([0-9]+\\) > "
+      ".*msg is nullptr!");
   const std::vector<std::string> lines = linesOf(run.err);
   EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
     return std::regex_search(line, error);

@@ -24,6 +24,9 @@ class WatchApp : public host::EmulatedApp {
   int restoresReceived() const { return restoresReceived_; }
 
  private:
+  // What the log says of a reply that the watchapp-late fault holds back.
+  std::string lateNote() const;
+
   host::Platform& platform_;
   WatchAppState state_;
   unsigned replyDelayMs_;

@@ -1,6 +1,31 @@
 #include "host/LogSink.h"
 
+#include <glib.h>
+#include <unistd.h>
+
+#include "host/HostLog.h"
+#include "host/LogFormat.h"
+
 namespace host {
+
+namespace {
+
+bool stderrIsTerminal() {
+  static const bool terminal = isatty(STDERR_FILENO) == 1;
+  return terminal;
+}
+
+// The argument as a shell reads it back.
+std::string quoted(const char* argument) {
+  const std::string text = argument;
+  if (!text.empty() && text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                              "0123456789_@%+=:,./-") == std::string::npos)
+    return text;
+  g_autofree char* shell = g_shell_quote(argument);
+  return shell;
+}
+
+}  // namespace
 
 LogSink::LogSink(const std::string& filePath) {
   if (!filePath.empty())
@@ -10,13 +35,41 @@ LogSink::LogSink(const std::string& filePath) {
 LogSink::~LogSink() = default;
 
 void LogSink::write(char priority, const std::string& tag, const std::string& text, double at) {
-  lines_.push_back({priority, tag, text, at});
+  append({priority, tag, text, at}, echoToStderr_);
+}
+
+void LogSink::beginRun(int argc, char* argv[]) {
+  std::string text = kRunMarkerPrefix;
+  for (int i = 0; i < argc; ++i) {
+    if (i == 0) {
+      g_autofree char* program = g_path_get_basename(argv[0]);
+      text += quoted(program);
+    } else {
+      text += " " + quoted(argv[i]);
+    }
+  }
+  append({'I', kHostLogTag, text, 0}, false);
+}
+
+void LogSink::append(const LogLine& line, bool echo) {
+  lines_.push_back(line);
+  if (!file_ && !echo)
+    return;
+  const DeviceLogLine formatted{deviceLogTime(),
+                                line.priority,
+                                line.tag,
+                                static_cast<int>(getpid()),
+                                static_cast<int>(gettid()),
+                                line.text};
   if (file_) {
-    fprintf(file_.get(), "%c/%s: %s\n", priority, tag.c_str(), text.c_str());
+    for (const std::string& text : formatDeviceLogLine(formatted, false))
+      fprintf(file_.get(), "%s\n", text.c_str());
     fflush(file_.get());
   }
-  if (echoToStderr_)
-    fprintf(stderr, "%c/%s: %s\n", priority, tag.c_str(), text.c_str());
+  if (echo) {
+    for (const std::string& text : formatDeviceLogLine(formatted, stderrIsTerminal()))
+      fprintf(stderr, "%s\n", text.c_str());
+  }
 }
 
 std::vector<std::string> LogSink::texts(const std::string& tag) const {

@@ -6,6 +6,7 @@
 
 #include "host/Bundle.h"
 #include "host/DeliverySchedule.h"
+#include "host/HostLog.h"
 #include "host/MainLoop.h"
 
 namespace host {
@@ -183,6 +184,9 @@ void Platform::sendToApp(const std::string& fromAppId,
         const MessagePortTable::Port* found = ports_.findByName(port);
         if (!found) {
           addEvent(BoundaryEvent::Kind::kMessageDropped, fromAppId, port, message, 0);
+          logWarn(kHostLogTag,
+                  "message from '%s' to port '%s' dropped: the app does not listen there",
+                  fromAppId.c_str(), port.c_str());
           return;
         }
         // The callback may unregister the port.

@@ -115,6 +115,7 @@ int WServiceApp::start(int argc, char* argv[]) {
     host::VirtualClock::enable();
   runtime_ = std::make_unique<Runtime>(options);
   host::Platform& platform = runtime_->platform;
+  platform.log().beginRun(argc, argv);
   if (!hooks->boot(platform, runtime_->options, error)) {
     fprintf(stderr, "%s: %s\n", program.c_str(), error.c_str());
     return host::kStatusUsage;

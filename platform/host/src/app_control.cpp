@@ -8,6 +8,7 @@
 
 #include "host/AppControl.h"
 #include "host/EmulatedApp.h"
+#include "host/HostLog.h"
 #include "host/PendingReply.h"
 #include "host/Platform.h"
 
@@ -154,8 +155,13 @@ int app_control_send_launch_request(app_control_h app_control,
   }
   platform->addEvent(BoundaryEvent::Kind::kAppControlSent, target, app_control->operation,
                      app_control->extras, result);
-  if (result != APP_CONTROL_ERROR_NONE)
+  if (result != APP_CONTROL_ERROR_NONE) {
+    host::logWarn(host::kHostLogTag, "launch request to '%s' refused: %s", target.c_str(),
+                  result == APP_CONTROL_ERROR_APP_NOT_FOUND     ? "no such app is installed"
+                  : result == APP_CONTROL_ERROR_LAUNCH_REJECTED ? "nothing on this watch runs it"
+                                                                : "no app ID");
     return result;
+  }
 
   auto reply =
       std::make_shared<host::PendingReply>(*platform, target, app_control, callback, user_data);

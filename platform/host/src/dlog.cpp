@@ -61,7 +61,7 @@ int dlog_vprint(log_priority prio, const char* tag, const char* fmt, va_list ap)
   if (host::Platform* platform = host::Platform::current())
     platform->log().write(letter, tag, std::string(text, length), platform->now());
   else
-    fprintf(stderr, "%c/%s: %s\n", letter, tag, text);
+    host::LogSink(std::string()).write(letter, tag, std::string(text, length), 0);
   return static_cast<int>(length);
 }
 

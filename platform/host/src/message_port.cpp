@@ -6,6 +6,7 @@
 
 #include "host/Bundle.h"
 #include "host/EmulatedApp.h"
+#include "host/HostLog.h"
 #include "host/Platform.h"
 
 using host::BoundaryEvent;
@@ -57,8 +58,11 @@ int message_port_send_trusted_message(const char* remote_app_id,
   }
   platform->addEvent(BoundaryEvent::Kind::kMessageSent, remote_app_id, remote_port,
                      message->entries, result);
-  if (result != MESSAGE_PORT_ERROR_NONE)
+  if (result != MESSAGE_PORT_ERROR_NONE) {
+    host::logWarn(host::kHostLogTag, "message to '%s' on port '%s' refused: nobody listens there",
+                  remote_app_id, remote_port);
     return result;
+  }
 
   std::string port = remote_port;
   std::string from = platform->selfAppId();

@@ -8,12 +8,14 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "PlatformFixture.h"
+#include "host/LogFormat.h"
 
 namespace {
 
@@ -128,10 +130,28 @@ TEST_F(PackageAndConfigTest, LogLinesGoToTheDeviceLogAndTheCapture) {
   EXPECT_EQ(platform().log().lines()[0].priority, 'E');
   EXPECT_EQ(platform().log().texts("morvik-service"), std::vector<std::string>{"code 3"});
 
+  // A run's marker goes to the file, before the lines of the run.
+  std::string program = "/build/morvik-service", device = "my watch";
+  char* argv[] = {&program[0], &device[0]};
+  platform().log().beginRun(2, argv);
+
   g_autofree char* path = g_build_filename(deviceDir().c_str(), "log", "dlog.log", nullptr);
   g_autofree char* contents = nullptr;
   ASSERT_TRUE(g_file_get_contents(path, &contents, nullptr, nullptr));
-  EXPECT_STREQ(contents, "E/morvik-service: code 3\n");
+  g_auto(GStrv) lines = g_strsplit(contents, "\n", -1);
+  ASSERT_EQ(g_strv_length(lines), 3u) << contents;
+  EXPECT_STREQ(lines[2], "");
+  host::DeviceLogLine line;
+  ASSERT_TRUE(host::parseDeviceLogLine(lines[0], line)) << lines[0];
+  EXPECT_EQ(line.priority, 'E');
+  EXPECT_EQ(line.tag, "morvik-service");
+  EXPECT_EQ(line.pid, static_cast<int>(getpid()));
+  EXPECT_EQ(line.tid, static_cast<int>(gettid()));
+  EXPECT_EQ(line.message, "code 3");
+  ASSERT_TRUE(host::parseDeviceLogLine(lines[1], line)) << lines[1];
+  EXPECT_TRUE(host::isRunMarker(line));
+  EXPECT_EQ(line.message, "run begins: morvik-service 'my watch'");
+  EXPECT_EQ(platform().log().lines().back().tag, "morvik-host");
 }
 
 // A backup document logged whole would be copied into every log line it passes through.

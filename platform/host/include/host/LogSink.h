@@ -24,7 +24,11 @@ class LogSink {
   explicit LogSink(const std::string& filePath);
   ~LogSink();
 
+  // One line in the device log's format. Colour reaches stderr only when it is a terminal.
   void write(char priority, const std::string& tag, const std::string& text, double at);
+  // The line that opens a run in the log file, naming the program and its arguments; it is not
+  // echoed, as stderr holds one run.
+  void beginRun(int argc, char* argv[]);
 
   void setEchoToStderr(bool echo) { echoToStderr_ = echo; }
   const std::vector<LogLine>& lines() const { return lines_; }
@@ -33,6 +37,8 @@ class LogSink {
   void clear() { lines_.clear(); }
 
  private:
+  void append(const LogLine& line, bool echo);
+
   struct FileCloser {
     void operator()(FILE* file) const { fclose(file); }
   };

@@ -1,0 +1,81 @@
+#include "host/LogFormat.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+const char* const kTime = "11-22 18:26:40.123+0100";
+
+host::DeviceLogLine lineWith(const std::string& message) {
+  return host::DeviceLogLine{kTime, 'I', "tag", 42, 4243, message};
+}
+
+TEST(LogFormatTest, LinesHaveTheDeviceReadersShapeAndReadBack) {
+  const std::vector<std::string> written =
+      host::formatDeviceLogLine(lineWith("a (P 1, T 2): b"), false);
+  ASSERT_EQ(written.size(), 1u);
+  EXPECT_EQ(written[0], std::string(kTime) + " I/tag     (P   42, T 4243): a (P 1, T 2): b");
+  host::DeviceLogLine read;
+  ASSERT_TRUE(host::parseDeviceLogLine(written[0], read));
+  EXPECT_EQ(read.time, kTime);
+  EXPECT_EQ(read.priority, 'I');
+  EXPECT_EQ(read.tag, "tag");
+  EXPECT_EQ(read.pid, 42);
+  EXPECT_EQ(read.tid, 4243);
+  EXPECT_EQ(read.message, "a (P 1, T 2): b");
+
+  // Each line of a message carries the whole header.
+  const std::vector<std::string> two = host::formatDeviceLogLine(lineWith("one\ntwo"), false);
+  ASSERT_EQ(two.size(), 2u);
+  ASSERT_TRUE(host::parseDeviceLogLine(two[1], read));
+  EXPECT_EQ(read.message, "two");
+
+  for (const char* text :
+       {"", "E/tag: message", "11-22 18:26:40.123+0100 I/tag: message",
+        "11-22 18:26:40.123+0100 X/tag(P 1, T 2): m", "11-22 18:26:4x.123+0100 I/tag(P 1, T 2): m"})
+    EXPECT_FALSE(host::parseDeviceLogLine(text, read)) << text;
+}
+
+TEST(LogFormatTest, ColourPassesOnlyToTerminalsAndIsAlwaysReset) {
+  const std::string green = "\x1b[0;32m", red = "\x1b[0;31m", reset = "\x1b[0;m";
+  const struct {
+    std::string message;
+    bool colour;
+    std::string shown;
+  } cases[] = {
+      {green + "info" + reset, false, "info"},
+      {green + "info" + reset, true, green + "info" + reset},
+      // Cut at the line buffer before the reset, or inside it.
+      {red + "* Critical * value : {...", true, red + "* Critical * value : {..." + reset},
+      {green + "value" + "\x1b[0;", true, green + "value" + reset},
+      {green + "value" + "\x1b[0;", false, "value"},
+      // Nothing else reaches the terminal.
+      {"a\x1b]0;title\x07z\r\x7f", true, "a^[]0;title^Gz^M^?"},
+      {"tab\tkept", false, "tab\tkept"},
+  };
+  for (const auto& c : cases) {
+    const std::vector<std::string> written =
+        host::formatDeviceLogLine(lineWith(c.message), c.colour);
+    ASSERT_EQ(written.size(), 1u);
+    host::DeviceLogLine read;
+    ASSERT_TRUE(host::parseDeviceLogLine(written[0], read));
+    EXPECT_EQ(read.message, c.shown) << c.message;
+  }
+}
+
+TEST(LogFormatTest, LevelsByLetterOrName) {
+  const struct {
+    const char* name;
+    char priority;
+  } cases[] = {{"e", 'E'},     {"ERROR", 'E'}, {"warn", 'W'}, {"V", 'V'},
+               {"fatal", 'F'}, {"x", 0},       {"", 0},       {"errors", 0}};
+  for (const auto& c : cases)
+    EXPECT_EQ(host::logPriorityByName(c.name), c.priority) << c.name;
+  EXPECT_LT(host::logPriorityRank('I'), host::logPriorityRank('W'));
+  EXPECT_LT(host::logPriorityRank('E'), host::logPriorityRank('F'));
+}
+
+}  // namespace

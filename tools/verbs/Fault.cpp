@@ -1,0 +1,71 @@
+// morvik-emu fault: the watch's fault switches.
+#include <string>
+#include <vector>
+
+#include "EmuVerbs.h"
+#include "emu/DeviceProfile.h"
+#include "emu/FaultSwitches.h"
+
+namespace emucli {
+
+namespace {
+
+const char* valueSyntax(emu::FaultSwitch::Value value) {
+  switch (value) {
+    case emu::FaultSwitch::Value::kNone:
+      return "";
+    case emu::FaultSwitch::Value::kMilliseconds:
+      return "=MS";
+    case emu::FaultSwitch::Value::kText:
+      return "=TEXT";
+    case emu::FaultSwitch::Value::kChoice:
+      return "=STEP";
+  }
+  return "";
+}
+
+}  // namespace
+
+int runFault(const Verb& verb, int argc, char** argv) {
+  VerbOptions options(verb);
+  const int status = options.parse(argc, argv);
+  if (status >= 0)
+    return status;
+  const std::vector<std::string>& args = options.positional();
+  if (args.size() < 2)
+    return fail("fault needs DIR and NAME[=VALUE], clear [NAME] or list");
+  const std::string& deviceDir = args[0];
+  emu::DeviceProfile profile;
+  std::string error;
+  if (!profile.load(deviceDir, error))
+    return fail(error);
+
+  if (args[1] == "list" && args.size() == 2) {
+    for (const emu::FaultSwitch& fault : emu::faultSwitches()) {
+      std::string syntax = std::string(fault.name) + valueSyntax(fault.value);
+      auto set = profile.faults.find(fault.name);
+      printf("%-28s %s%s\n", syntax.c_str(), fault.help,
+             set == profile.faults.end() ? "" : ("  [set: " + set->second + "]").c_str());
+    }
+    return kStatusOk;
+  }
+  if (args[1] == "clear" && args.size() <= 3) {
+    if (args.size() == 3 && profile.faults.erase(args[2]) == 0)
+      return fail("fault switch '" + args[2] + "' is not set");
+    if (args.size() == 2)
+      profile.faults.clear();
+  } else {
+    if (args.size() != 2)
+      return fail("fault sets one switch at a time");
+    std::string name;
+    std::string value;
+    if (!emu::parseFaultSetting(args[1], name, value, error))
+      return fail(error);
+    profile.faults[name] = value;
+  }
+  if (!profile.save(deviceDir, error))
+    return fail(error);
+  return kStatusOk;
+}
+
+}  // namespace emucli
