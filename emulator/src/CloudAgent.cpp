@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "emu/BackupDocument.h"
+#include "emu/EmuLog.h"
 #include "emu/FaultSwitches.h"
 #include "host/LaunchOptions.h"
 
@@ -256,6 +257,8 @@ void CloudAgent::onLaunchReply(unsigned launchId, app_control_result_e result) {
                    : std::string(type) == "restore" ? Exchange::Type::kRestore
                                                     : Exchange::Type::kInfo;
   exchanges_.push_back(exchange);
+  host::logInfo(emu::kLogTagCloud, "request %u: %s answered with result %d", launchId, type,
+                static_cast<int>(result));
   if (result != APP_CONTROL_RESULT_SUCCEEDED) {
     exchange->done = true;
     const bool canceled = result == APP_CONTROL_RESULT_CANCELED;
@@ -315,6 +318,7 @@ void CloudAgent::await(Exchange& exchange, Answer::Kind kind, AnswerStep next) {
 
 bool CloudAgent::faulted(Exchange& exchange, const char* step) {
   exchange.step = step;
+  host::logInfo(emu::kLogTagCloud, "request %u: step %s", exchange.launchId, step);
   if (failStep_ != step)
     return false;
   fail(exchange, std::string("cloud-fail=") + step);
@@ -328,6 +332,8 @@ void CloudAgent::fail(Exchange& exchange, const std::string& reason) {
   exchange.awaiting.reset();
   exchange.outcome = Exchange::Outcome::kFailed;
   exchange.detail = reason;
+  host::logError(emu::kLogTagCloud, "request %u: %s failed at %s: %s", exchange.launchId,
+                 typeName(operations_[exchange.launchId - 1]), exchange.step, reason.c_str());
   if (!exchange.completes(false))
     exchange.detail += " (no completion callback to tell)";
 }
@@ -341,6 +347,8 @@ void CloudAgent::succeed(Exchange& exchange, const std::string& outcome) {
   }
   exchange.outcome = Exchange::Outcome::kSucceeded;
   exchange.detail = outcome;
+  host::logInfo(emu::kLogTagCloud, "request %u: %s done: %s", exchange.launchId,
+                typeName(operations_[exchange.launchId - 1]), outcome.c_str());
 }
 
 void CloudAgent::backupPrepare(Exchange& exchange) {
@@ -470,6 +478,7 @@ void CloudAgent::restorePrepared(Exchange& exchange, const Answer& answer) {
 
 void CloudAgent::restorePath(Exchange& exchange) {
   exchange.step = "path";
+  host::logInfo(emu::kLogTagCloud, "request %u: step path", exchange.launchId);
   if (!host::cloud::callRestorationPath()) {
     fail(exchange, "the service registered no restoration path callback");
     return;
@@ -510,6 +519,7 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
 
 void CloudAgent::restoreRestoration(Exchange& exchange) {
   exchange.step = "restore";
+  host::logInfo(emu::kLogTagCloud, "request %u: step restore", exchange.launchId);
   if (completeEarly_) {
     // Due while the service still restores, if it waits on the store by then.
     std::weak_ptr<Exchange> weak = share(exchange);
