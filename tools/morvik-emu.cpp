@@ -51,6 +51,13 @@ const Verb kVerbs[] = {
      "JSON, stale temporary files.\n"
      "Exit status: 0 no findings, 1 findings, 2 neither a watch nor a cloud directory.",
      emucli::runDoctor},
+    {"explore", "", "run the service under many seeded schedules and check every run",
+     "Each seed picks 1 to 3 launch requests (backup, restore, info, retail mode) 0 to 2 s\n"
+     "apart, a sample or blank watch, fault switches, and the delay of every delivery, on a\n"
+     "simulated clock: the same seed replays the same run. A failed run prints its seed and a\n"
+     "replay command. The last line is \"explore: seeds=N failures=F\".\n"
+     "Exit status: 0 no failures, 1 failures, 2 bad usage or no morvik-service to run.",
+     emucli::runExplore},
 };
 
 std::string usage() {

@@ -4,6 +4,7 @@
 #include <glib.h>
 #include <sys/select.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "host/VirtualClock.h"
@@ -36,7 +37,10 @@ int selectOnVirtualTime(int nfds,
     *exceptfds = except;
     return select(nfds, readfds, writefds, exceptfds, nullptr);
   }
-  VirtualClock::advance(static_cast<int64_t>(wait->tv_sec) * 1000000 + wait->tv_usec);
+  // Ecore rounds a timer that is due within a microsecond down to no wait at all: time must
+  // still move on, or the timer never comes due.
+  VirtualClock::advance(std::max<int64_t>(1, static_cast<int64_t>(wait->tv_sec) * 1000000 +
+                                                 wait->tv_usec));
   return 0;
 }
 

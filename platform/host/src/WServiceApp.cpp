@@ -113,6 +113,13 @@ int WServiceApp::start(int argc, char* argv[]) {
   // The clock must be simulated before the loop reads it for the first time.
   if (options.scheduleSeed)
     host::VirtualClock::enable();
+  // Without a runtime directory EFL makes one in the user's home; the watch has its own.
+  if (!g_getenv("XDG_RUNTIME_DIR")) {
+    g_autofree char* device = g_canonicalize_filename(options.deviceDir.c_str(), nullptr);
+    g_autofree char* runtimeDir = g_build_filename(device, "run", nullptr);
+    if (g_mkdir_with_parents(runtimeDir, 0700) == 0)
+      g_setenv("XDG_RUNTIME_DIR", runtimeDir, TRUE);
+  }
   runtime_ = std::make_unique<Runtime>(options);
   host::Platform& platform = runtime_->platform;
   platform.log().beginRun(argc, argv);

@@ -13,7 +13,8 @@ namespace host {
 // it stays on for the process.
 class VirtualClock {
  public:
-  // Starts the simulated clock at the real monotonic time, so that time never runs backwards.
+  // Starts the simulated clock, at the same time on every run. Call it before anything in the
+  // process has read the monotonic clock.
   static void enable();
   static bool enabled();
   // Microseconds on the monotonic clock, simulated or real.

@@ -1,0 +1,146 @@
+#include "Scenario.h"
+
+#include <glib.h>
+
+namespace explore {
+
+namespace {
+
+// splitmix64, on a stream of its own: the delivery schedule draws from the same seed.
+class Draw {
+ public:
+  explicit Draw(uint64_t seed) : state_(seed ^ 0x5C3A1E0F7B2D9C41ull) {}
+
+  uint64_t next() {
+    uint64_t z = (state_ += 0x9E3779B97F4A7C15ull);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return z ^ (z >> 31);
+  }
+  unsigned below(unsigned bound) { return static_cast<unsigned>(next() % bound); }
+  bool chance(unsigned percent) { return below(100) < percent; }
+
+ private:
+  uint64_t state_;
+};
+
+const char* const kOperations[] = {"backup", "restore", "info", "none"};
+const char* const kCloudSteps[] = {"prepare", "keys", "upload", "download", "complete"};
+const char* const kStoreErrors[] = {
+    "VENDARO_MESSAGE_RES_ERROR_NETWORK",
+    "VENDARO_MESSAGE_RES_ERROR_CAN_NOT_FIND_CONTENT",
+    "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE",
+};
+
+std::string seconds(double value) {
+  char text[32];
+  g_ascii_formatd(text, sizeof text, "%.3f", value);
+  return text;
+}
+
+}  // namespace
+
+std::vector<std::string> Scenario::launchArguments() const {
+  std::vector<std::string> args;
+  for (size_t i = 0; i < requests.size(); ++i) {
+    if (i > 0) {
+      args.push_back("--then");
+      args.push_back(seconds(requests[i].gapSeconds));
+    }
+    args.push_back("--operation");
+    args.push_back(requests[i].operation);
+    if (requests[i].retailMode) {
+      args.push_back("--extra");
+      args.push_back("retail-mode=1");
+    }
+  }
+  args.push_back("--deadline");
+  args.push_back(seconds(deadlineSeconds));
+  return args;
+}
+
+std::string Scenario::describe() const {
+  std::string text = std::string(sampleWatch ? "sample" : "blank") + " watch, " +
+                     (seededCloud ? "cloud with a backup" : "empty cloud") + ";";
+  for (size_t i = 0; i < requests.size(); ++i) {
+    if (i > 0)
+      text += " then " + seconds(requests[i].gapSeconds) + " s";
+    text += " " + requests[i].operation + (requests[i].retailMode ? "+retail-mode" : "");
+  }
+  if (!faults.empty()) {
+    text += "; faults";
+    for (const auto& fault : faults)
+      text += " " + fault.first + (fault.second == "on" ? "" : "=" + fault.second);
+  }
+  return text;
+}
+
+Scenario scenarioForSeed(uint64_t seed) {
+  Draw draw(seed);
+  Scenario scenario;
+  scenario.seed = seed;
+  scenario.sampleWatch = draw.chance(75);
+  scenario.seededCloud = draw.chance(60);
+  const unsigned count = 1 + draw.below(3);
+  for (unsigned i = 0; i < count; ++i) {
+    ScenarioRequest request;
+    request.operation = kOperations[draw.below(4)];
+    request.retailMode = request.operation == "none";
+    // Half of the gaps are none at all: requests that arrive together overlap most.
+    if (i > 0)
+      request.gapSeconds = draw.chance(50) ? 0 : draw.below(2001) / 1000.0;
+    scenario.requests.push_back(request);
+  }
+  if (draw.chance(12))
+    scenario.faults["cloud-fail"] = kCloudSteps[draw.below(5)];
+  if (draw.chance(12))
+    scenario.faults["cloud-delay"] = std::to_string(draw.below(200));
+  if (draw.chance(8))
+    scenario.faults["cloud-complete-early"] = "on";
+  if (draw.chance(8))
+    scenario.faults["watchface-silent"] = "on";
+  if (draw.chance(8))
+    scenario.faults["watchface-finish-early"] = "on";
+  if (draw.chance(10))
+    scenario.faults["watchapp-late"] = std::to_string(draw.below(500));
+  if (draw.chance(8))
+    scenario.faults["watchapp-missing"] = "on";
+  if (draw.chance(8))
+    scenario.faults["store-silent"] = "on";
+  if (draw.chance(8))
+    scenario.faults["store-error"] = kStoreErrors[draw.below(3)];
+  if (draw.chance(8))
+    scenario.faults["image-unreadable"] = "on";
+  return scenario;
+}
+
+const std::vector<Scenario>& namedScenarios() {
+  auto named = [](const char* name, bool seededCloud, std::vector<ScenarioRequest> requests,
+                  std::map<std::string, std::string> faults = {}) {
+    Scenario scenario;
+    scenario.name = name;
+    scenario.seededCloud = seededCloud;
+    scenario.requests = std::move(requests);
+    scenario.faults = std::move(faults);
+    return scenario;
+  };
+  static const std::vector<Scenario> scenarios = [&] {
+    std::vector<Scenario> list = {
+        named("restore-then-restore", true, {{"restore"}, {"restore"}}),
+        named("info-then-backup", false, {{"info"}, {"backup"}}),
+        named("backup-then-info", false, {{"backup"}, {"info"}}),
+        named("backup-then-backup", false, {{"backup"}, {"backup"}}),
+        named("info-with-retail-mode", false, {{"info", true}}),
+        named("retail-mode-past-the-deadline", false, {{"none", true}}),
+        named("restore-completed-during-a-store-wait", true, {{"restore"}},
+              {{"cloud-complete-early", "on"}}),
+        named("backup-and-restore-together", true, {{"backup"}, {"restore"}}),
+    };
+    list[5].deadlineSeconds = 1;
+    list[6].sampleWatch = false;
+    return list;
+  }();
+  return scenarios;
+}
+
+}  // namespace explore
