@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "MvSvcJsonNesting.h"
+#include "host/RecordFile.h"
 
 namespace emu {
 
@@ -388,10 +389,25 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   g_autofree char* text = json_generator_to_data(generator, &length);
 
   g_autofree char* path = g_build_filename(deviceDir.c_str(), kFileName, nullptr);
-  g_autoptr(GError) writeError = nullptr;
-  // g_file_set_contents writes a temporary file and renames it over the profile.
-  if (!g_file_set_contents(path, text, static_cast<gssize>(length), &writeError)) {
-    error = std::string(path) + ": " + writeError->message;
+  // A temporary file, locked while written, renamed over the profile: a reader sees the old
+  // profile or the new one, and a crash leaves a file the next run can tell is stale.
+  host::LockedTempFile temp;
+  std::string reason;
+  size_t written = 0;
+  if (temp.create(std::string(path) + ".XXXXXX", reason)) {
+    while (written < length) {
+      const ssize_t step = write(temp.fd(), text + written, length - written);
+      if (step < 0 && errno == EINTR)
+        continue;
+      if (step < 0) {
+        reason = std::string("cannot write ") + temp.path() + ": " + g_strerror(errno);
+        break;
+      }
+      written += static_cast<size_t>(step);
+    }
+  }
+  if (written < length || !temp.renameTo(path, reason)) {
+    error = std::string(path) + ": " + reason;
     return false;
   }
   return true;
