@@ -15,6 +15,7 @@
 #include "emu/FaultSwitches.h"
 #include "emu/SampleWatch.h"
 #include "emu/WatchDiff.h"
+#include "host/DeviceAdmission.h"
 
 namespace {
 
@@ -93,6 +94,9 @@ int init(const std::vector<std::string>& args) {
   if (args.size() != 2)
     return fail("init needs DIR and one of --sample or --blank");
   std::string error;
+  host::DeviceLock lock;
+  if (g_file_test(args[0].c_str(), G_FILE_TEST_IS_DIR) && !lock.acquire(args[0], error))
+    return fail(error);
   bool made;
   if (args[1] == "--sample")
     made = emu::createSampleWatch(args[0], error);
@@ -126,10 +130,12 @@ int fault(const std::vector<std::string>& args) {
   const std::string& deviceDir = args[0];
   emu::DeviceProfile profile;
   std::string error;
-  if (!profile.load(deviceDir, error))
+  host::DeviceLock lock;
+  const bool listing = args[1] == "list" && args.size() == 2;
+  if ((!listing && !lock.acquire(deviceDir, error)) || !profile.load(deviceDir, error))
     return fail(error);
 
-  if (args[1] == "list" && args.size() == 2) {
+  if (listing) {
     for (const emu::FaultSwitch& fault : emu::faultSwitches()) {
       std::string syntax = std::string(fault.name) + valueSyntax(fault.value);
       auto set = profile.faults.find(fault.name);
@@ -197,9 +203,12 @@ int sets(const std::vector<std::string>& args) {
     return fail("cloud directory '" + args[0] + "' does not exist");
   emu::CloudStore store(args[0]);
   std::vector<unsigned long long> ids;
+  std::vector<std::string> ignored;
   std::string error;
-  if (!store.list(ids, error))
+  if (!store.list(ids, error, &ignored))
     return fail(error);
+  for (const std::string& name : ignored)
+    fprintf(stderr, "morvik-emu: ignored %s: not the name of a set ID\n", name.c_str());
   if (ids.empty())
     printf("no backup sets in %s\n", args[0].c_str());
   int unreadable = 0;

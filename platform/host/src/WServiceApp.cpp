@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "host/AppControl.h"
+#include "host/DeviceAdmission.h"
 #include "host/DeviceHooks.h"
 #include "host/LaunchOptions.h"
 #include "host/MainLoop.h"
@@ -29,15 +30,14 @@ bool usableDirectory(const std::string& dir) {
          access(dir.c_str(), R_OK | W_OK | X_OK) == 0;
 }
 
-// The device must exist; a missing cloud is a new, empty one.
+// The device must exist; a missing cloud is a new, empty one, made once the run is admitted.
 bool checkDirectories(const host::LaunchOptions& options, std::string& error) {
   if (!usableDirectory(options.deviceDir)) {
     error = "device directory '" + options.deviceDir + "' is not a readable, writable directory";
     return false;
   }
-  if (!g_file_test(options.cloudDir.c_str(), G_FILE_TEST_EXISTS))
-    g_mkdir_with_parents(options.cloudDir.c_str(), 0755);
-  if (!usableDirectory(options.cloudDir)) {
+  if (g_file_test(options.cloudDir.c_str(), G_FILE_TEST_EXISTS) &&
+      !usableDirectory(options.cloudDir)) {
     error = "cloud directory '" + options.cloudDir + "' is not a readable, writable directory";
     return false;
   }
@@ -152,7 +152,9 @@ int WServiceApp::start(int argc, char* argv[]) {
     fputs(host::launchUsage(), stdout);
     return kStatusEndedBySelf;
   }
-  if (!checkDirectories(options, error)) {
+  host::DeviceLock deviceLock;
+  if (!checkDirectories(options, error) ||
+      !host::admitDevice(options.deviceDir, HOST_LAUNCHED_APP_ID, deviceLock, error)) {
     fprintf(stderr, "%s: %s\n", program, error.c_str());
     return kStatusUsage;
   }
@@ -164,8 +166,11 @@ int WServiceApp::start(int argc, char* argv[]) {
 
   host::MainLoop loop;
   host::Platform platform(options.deviceDir, HOST_LAUNCHED_APP_ID);
-  if (!hooks->boot(platform, options, error)) {
-    fprintf(stderr, "%s: %s\n", program, error.c_str());
+  if (!hooks->boot(platform, options, error) ||
+      g_mkdir_with_parents(options.cloudDir.c_str(), 0755) != 0) {
+    fprintf(stderr, "%s: %s\n", program,
+            error.empty() ? ("cannot create cloud directory '" + options.cloudDir + "'").c_str()
+                          : error.c_str());
     return kStatusUsage;
   }
 
