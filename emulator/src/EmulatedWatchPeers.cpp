@@ -67,6 +67,8 @@ void EmulatedWatch::finishPeers(host::Platform&, std::vector<std::string>& lines
     if (seen.facesSent + seen.imagesSent > 0)
       lines.push_back("watchface sent " + std::to_string(seen.facesSent) + " faces, " +
                       std::to_string(seen.imagesSent) + " images");
+    for (const std::string& problem : seen.photoProblems)
+      lines.push_back("watchface " + problem);
     if (seen.settingsReceived + seen.imagesReceived > 0 || !seen.idleFace.empty())
       lines.push_back("watchface received " + std::to_string(seen.settingsReceived) +
                       " settings, " + std::to_string(seen.imagesReceived) + " images" +

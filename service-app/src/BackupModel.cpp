@@ -25,8 +25,12 @@ BackupModel::BackupModel(app_control_h request, unsigned int size)
   char* sharedPath = app_get_shared_trusted_path();
   if (sharedPath) {
     char path[128] = {0};
-    snprintf(path, sizeof(path), "%s%s", sharedPath, kRecordFileName);
-    _filePath = path;
+    // A cut path could name a file outside the trusted directory: no path is better.
+    const int needed = snprintf(path, sizeof(path), "%s%s", sharedPath, kRecordFileName);
+    if (needed < 0 || static_cast<size_t>(needed) >= sizeof(path))
+      MVSVC_LOGE("Record file path is too long: %s%s", sharedPath, kRecordFileName);
+    else
+      _filePath = path;
     free(sharedPath);
   }
 }

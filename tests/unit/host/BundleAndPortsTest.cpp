@@ -36,7 +36,7 @@ TEST(BundleTest, KeysAreUniqueAndKeepTheirOrder) {
   host::BundlePtr copy(bundle_dup(b.get()));
   EXPECT_EQ(bundle_del(b.get(), "operation"), BUNDLE_ERROR_NONE);
   EXPECT_EQ(bundle_del(b.get(), "operation"), BUNDLE_ERROR_KEY_NOT_AVAILABLE);
-  EXPECT_EQ(copy->entries,
+  EXPECT_EQ(copy->keyValues(),
             (host::KeyValues{{"operation", "talvoro_cloud_restore"}, {"type", "watch"}}));
 }
 
@@ -56,7 +56,7 @@ void collect(int portId,
   EXPECT_TRUE(trusted);
   inbox->portId = portId;
   inbox->senders.push_back(remoteAppId);
-  inbox->messages.push_back(message->entries);
+  inbox->messages.push_back(message->keyValues());
 }
 
 class MessagePortTest : public morvik_test::PlatformFixture {
