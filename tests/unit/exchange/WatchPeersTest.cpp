@@ -163,7 +163,6 @@ TEST_F(WatchPeersTest, BlankWatchRestoreInstallsAppliesAndIsWrittenBack) {
   EXPECT_FALSE(tidal->preload);
   EXPECT_EQ(tidal->component, "watchapp");
 
-  const std::string dirPath = watch_->profile().images[2].path;
   emu::DeviceProfile saved;
   EXPECT_THAT(
       finishAndReload(saved),
