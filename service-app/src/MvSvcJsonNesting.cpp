@@ -11,8 +11,7 @@ struct Cursor {
   size_t length;
   size_t at;
   bool stopped;
-  // The next '"' and '\\' at or after `at`, found once each, so a string full of escapes is
-  // still read in one pass.
+  // The last '"' and '\\' memchr found (or the end), kept until the cursor passes them.
   size_t nextQuote;
   size_t nextBackslash;
 };
@@ -64,22 +63,36 @@ void skipUnicodeEscape(Cursor& cursor) {
     cursor.stopped = true;
 }
 
+// The next '"' or '\\' at or after `at`, or the end. Escapes close together (settings
+// documents) are found by a plain loop; long runs without one (photos in base64) by memchr, whose
+// finds are kept until passed, so no byte is searched twice.
+size_t nextSpecial(Cursor& cursor) {
+  const char* const text = cursor.text;
+  const size_t near = cursor.at + 64 < cursor.length ? cursor.at + 64 : cursor.length;
+  for (size_t at = cursor.at; at < near; ++at) {
+    if (text[at] == '"' || text[at] == '\\')
+      return at;
+  }
+  if (near == cursor.length)
+    return cursor.length;
+  if (cursor.nextQuote < near)
+    cursor.nextQuote = findFrom(cursor, '"');
+  if (cursor.nextBackslash < near)
+    cursor.nextBackslash = findFrom(cursor, '\\');
+  return cursor.nextQuote < cursor.nextBackslash ? cursor.nextQuote : cursor.nextBackslash;
+}
+
 // From just after the opening '"' to just after the closing one.
 void skipDoubleQuoted(Cursor& cursor) {
   for (;;) {
-    if (cursor.nextQuote < cursor.at)
-      cursor.nextQuote = findFrom(cursor, '"');
-    if (cursor.nextBackslash < cursor.at)
-      cursor.nextBackslash = findFrom(cursor, '\\');
-    if (cursor.nextQuote < cursor.nextBackslash) {
-      cursor.at = cursor.nextQuote + 1;
-      return;
-    }
-    if (cursor.nextBackslash >= cursor.length) {
+    const size_t at = nextSpecial(cursor);
+    if (at >= cursor.length) {
       cursor.stopped = true;
       return;
     }
-    cursor.at = cursor.nextBackslash + 1;
+    cursor.at = at + 1;
+    if (cursor.text[at] == '"')
+      return;
     const char escaped = take(cursor);
     if (escaped == 'u' && cursor.at < cursor.length && isHexDigit(cursor.text[cursor.at]))
       skipUnicodeEscape(cursor);
