@@ -1,6 +1,9 @@
 #include "MvSvcJsonParser.h"
 
 #include <gtest/gtest.h>
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
 
 #include <algorithm>
 #include <string>
@@ -368,6 +371,20 @@ TEST_F(MvSvcJsonParserTest, JsonGlibQuirksDoNotMakeLaterStringsCount) {
   }
 }
 
+// json-glib 1.6 leaks the nodes of a second top-level value that it refuses; random texts hold
+// some. What json-glib allocates meanwhile is no leak of ours.
+class JsonGlibLeaksIgnored {
+ public:
+#if defined(__SANITIZE_ADDRESS__)
+  JsonGlibLeaksIgnored() {
+    __lsan_disable();
+  }
+  ~JsonGlibLeaksIgnored() {
+    __lsan_enable();
+  }
+#endif
+};
+
 // The maximum depth of what json-glib parsed, for texts holding one value.
 int parsedDepth(JsonNode* node) {
   int deepest = 0;
@@ -401,13 +418,17 @@ TEST(MvSvcJsonNestingTest, AgreesWithJsonGlibOnEveryTextItAccepts) {
       text += pieces[g_rand_int_range(random, 0, G_N_ELEMENTS(pieces))];
     // One value only: json-glib also parses values after the first, without showing them.
     const std::string wrapped = "[" + text + "]";
-    if (!jsonGlibError(text).empty() || !jsonGlibError(wrapped).empty())
-      continue;
-    JsonParser* parser = json_parser_new();
-    json_parser_load_from_data(parser, text.data(), static_cast<gssize>(text.size()), nullptr);
-    JsonNode* root = json_parser_get_root(parser);
-    const int depth = root ? parsedDepth(root) : 0;
-    g_object_unref(parser);
+    int depth = 0;
+    {
+      JsonGlibLeaksIgnored ignored;
+      if (!jsonGlibError(text).empty() || !jsonGlibError(wrapped).empty())
+        continue;
+      JsonParser* parser = json_parser_new();
+      json_parser_load_from_data(parser, text.data(), static_cast<gssize>(text.size()), nullptr);
+      JsonNode* root = json_parser_get_root(parser);
+      depth = root ? parsedDepth(root) : 0;
+      g_object_unref(parser);
+    }
     ++accepted;
     EXPECT_FALSE(mvsvcJsonNestsDeeperThan(text.data(), text.size(), depth)) << text;
     if (depth > 0) {
