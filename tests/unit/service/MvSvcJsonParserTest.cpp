@@ -375,14 +375,16 @@ TEST_F(MvSvcJsonParserTest, JsonGlibQuirksDoNotMakeLaterStringsCount) {
 // some. What json-glib allocates meanwhile is no leak of ours.
 class JsonGlibLeaksIgnored {
  public:
-#if defined(__SANITIZE_ADDRESS__)
   JsonGlibLeaksIgnored() {
+#if defined(__SANITIZE_ADDRESS__)
     __lsan_disable();
+#endif
   }
   ~JsonGlibLeaksIgnored() {
+#if defined(__SANITIZE_ADDRESS__)
     __lsan_enable();
-  }
 #endif
+  }
 };
 
 // The maximum depth of what json-glib parsed, for texts holding one value.
