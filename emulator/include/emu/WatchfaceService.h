@@ -30,7 +30,7 @@ class WatchfaceService : public host::EmulatedApp {
     int settingsReceived = 0;
     int imagesReceived = 0;
     int restoresFinished = 0;
-    std::string idleFace;  // the face an idle-change message chose, if any
+    std::string idleFace;                    // the face an idle-change message chose, if any
     std::vector<std::string> photoProblems;  // photos not handed out as they are, and why
   };
 
