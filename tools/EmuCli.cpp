@@ -146,12 +146,13 @@ int VerbOptions::parse(int argc, char** argv) {
 
 bool listCloudSets(const emu::CloudStore& store,
                    std::vector<unsigned long long>& ids,
-                   std::string& error) {
+                   std::string& error,
+                   std::vector<std::string>* ignored) {
   if (!g_file_test(store.dir().c_str(), G_FILE_TEST_IS_DIR)) {
     error = "cloud directory '" + store.dir() + "' does not exist";
     return false;
   }
-  return store.list(ids, error);
+  return store.list(ids, error, ignored);
 }
 
 bool readSetDocument(const emu::CloudStore& store,

@@ -83,9 +83,11 @@ class VerbOptions {
 };
 
 // The IDs of the sets in the cloud directory, which must exist; false with a one-line reason.
+// Names in the directory that look like sets but are not a set's one name go to `ignored`.
 bool listCloudSets(const emu::CloudStore& store,
                    std::vector<unsigned long long>& ids,
-                   std::string& error);
+                   std::string& error,
+                   std::vector<std::string>* ignored = nullptr);
 // The one backup document that set `id` holds; false with a one-line reason.
 bool readSetDocument(const emu::CloudStore& store,
                      unsigned long long id,

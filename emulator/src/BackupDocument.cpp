@@ -13,11 +13,22 @@ namespace {
 
 const char* const kDownloaded = "downloaded";
 
-std::string member(JsonObject* object, const char* name) {
-  JsonNode* node = json_object_get_member(object, name);
+const char* stringMember(JsonObject* object, const std::string& name) {
+  JsonNode* node = json_object_get_member(object, name.c_str());
   if (!node || !JSON_NODE_HOLDS_VALUE(node) || json_node_get_value_type(node) != G_TYPE_STRING)
-    return std::string();
+    return nullptr;
   return json_node_get_string(node);
+}
+
+// A string member, byte for byte: text that is not UTF-8 travels as "<name>_base64".
+std::string member(JsonObject* object, const char* name) {
+  if (const char* exact = stringMember(object, std::string(name) + "_base64")) {
+    gsize length = 0;
+    g_autofree guchar* bytes = g_base64_decode(exact, &length);
+    return std::string(reinterpret_cast<const char*>(bytes), length);
+  }
+  const char* text = stringMember(object, name);
+  return text ? text : std::string();
 }
 
 // The objects of the array member `name`; other elements read as empty objects.
@@ -40,8 +51,11 @@ bool BackupDocument::read(const std::string& text, std::string& error) {
   *this = BackupDocument();
   g_autoptr(JsonParser) parser = json_parser_new();
   g_autoptr(GError) failure = nullptr;
-  if (!json_parser_load_from_data(parser, text.data(), static_cast<gssize>(text.size()),
-                                  &failure)) {
+  // Raw bytes that are not UTF-8 read as replacement characters, as the service reads them.
+  g_autofree char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+  const bool repairedText =
+      !g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
+  if (!json_parser_load_from_data(parser, valid, -1, &failure)) {
     error = failure->message;
     return false;
   }
@@ -51,6 +65,7 @@ bool BackupDocument::read(const std::string& text, std::string& error) {
     return false;
   }
   JsonObject* object = json_node_get_object(root);
+  repaired = repairedText;
   mainKey = member(object, "watch_main_key");
   subKey = member(object, "watch_sub_key");
   forEachObject(object, "watch_items", [this](JsonObject* item) {
@@ -63,6 +78,7 @@ bool BackupDocument::read(const std::string& text, std::string& error) {
 }
 
 void BackupDocument::merge(const BackupDocument& later) {
+  repaired = repaired || later.repaired;
   if (!later.mainKey.empty())
     mainKey = later.mainKey;
   if (!later.subKey.empty())

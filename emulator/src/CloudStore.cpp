@@ -24,7 +24,17 @@ struct DirCloser {
   void operator()(GDir* dir) const { g_dir_close(dir); }
 };
 
-// "set-<digits>.dat" -> the ID.
+const char kIncomingPrefix[] = ".incoming-";
+
+// The one name of each ID: at least six digits, zero-padded, no other leading zero.
+std::string canonicalSetName(unsigned long long id) {
+  char name[64];
+  snprintf(name, sizeof name, "%s%06llu%s", kSetPrefix, id, kSetSuffix);
+  return name;
+}
+
+// "set-<digits>.dat" -> the ID, for the canonical name of an ID up to kMaxSetId only: "set-1.dat"
+// or "set-0000001.dat" would otherwise read as a second set 1, and a longer one would overflow.
 bool parseSetName(const char* name, unsigned long long& id) {
   const size_t prefix = sizeof kSetPrefix - 1;
   const size_t suffix = sizeof kSetSuffix - 1;
@@ -38,20 +48,30 @@ bool parseSetName(const char* name, unsigned long long& id) {
       return false;
     value = value * 10 + static_cast<unsigned>(name[i] - '0');
   }
+  if (canonicalSetName(value) != name)
+    return false;
   id = value;
   return true;
+}
+
+bool looksLikeSetName(const char* name) {
+  return g_str_has_prefix(name, kSetPrefix) && g_str_has_suffix(name, kSetSuffix);
+}
+
+bool isIncomingName(const char* name) {
+  return g_str_has_prefix(name, kIncomingPrefix) && g_str_has_suffix(name, kSetSuffix);
 }
 
 }  // namespace
 
 std::string CloudStore::setPath(unsigned long long id) const {
-  char name[64];
-  snprintf(name, sizeof name, "%s%06llu%s", kSetPrefix, id, kSetSuffix);
-  g_autofree char* path = g_build_filename(dir_.c_str(), name, nullptr);
+  g_autofree char* path = g_build_filename(dir_.c_str(), canonicalSetName(id).c_str(), nullptr);
   return path;
 }
 
-bool CloudStore::list(std::vector<unsigned long long>& ids, std::string& error) const {
+bool CloudStore::list(std::vector<unsigned long long>& ids,
+                      std::string& error,
+                      std::vector<std::string>* ignored) const {
   g_autoptr(GError) failure = nullptr;
   std::unique_ptr<GDir, DirCloser> dir(g_dir_open(dir_.c_str(), 0, &failure));
   if (!dir) {
@@ -63,9 +83,13 @@ bool CloudStore::list(std::vector<unsigned long long>& ids, std::string& error) 
     unsigned long long id = 0;
     if (parseSetName(name, id))
       found.push_back(id);
+    else if (ignored && looksLikeSetName(name))
+      ignored->push_back(name);
   }
   std::sort(found.begin(), found.end());
   ids.swap(found);
+  if (ignored)
+    std::sort(ignored->begin(), ignored->end());
   return true;
 }
 
@@ -89,55 +113,59 @@ bool CloudStore::outline(unsigned long long id,
   return true;
 }
 
-std::string CloudStore::incomingPath(const void* writer) const {
-  g_autofree char* name =
-      g_strdup_printf(".incoming-%ld-%p.dat", static_cast<long>(getpid()), writer);
-  g_autofree char* path = g_build_filename(dir_.c_str(), name, nullptr);
-  return path;
-}
-
 bool CloudStore::add(const std::vector<host::CloudRecord>& records,
                      unsigned long long& id,
                      std::string& error) {
-  const std::string incoming = incomingPath(&records);
-  if (!host::writeRecordFile(incoming, records, error)) {
-    error = "cannot store the set: " + error;
-    return false;
-  }
-  return claim(incoming, id, error);
+  host::RecordRefs refs;
+  for (const host::CloudRecord& record : records)
+    refs.push_back(&record);
+  return store([&](int fd, std::string& reason) { return host::writeRecords(fd, refs, reason); },
+               id, error);
 }
 
 bool CloudStore::addCopyOf(const std::string& path, unsigned long long& id, std::string& error) {
-  const std::string incoming = incomingPath(&path);
-  if (!host::copyRecordFile(path, incoming, error)) {
-    error = "cannot store the set: " + error;
-    return false;
-  }
-  return claim(incoming, id, error);
+  return store([&](int fd, std::string& reason) { return host::copyFileInto(path, fd, reason); },
+               id, error);
 }
 
-bool CloudStore::claim(const std::string& incoming, unsigned long long& id, std::string& error) {
-  std::vector<unsigned long long> ids;
-  if (!list(ids, error)) {
-    g_unlink(incoming.c_str());
+std::vector<std::string> CloudStore::removeStaleIncoming() {
+  return host::removeStaleTempFiles(dir_, isIncomingName);
+}
+
+bool CloudStore::store(const std::function<bool(int, std::string&)>& fill,
+                       unsigned long long& id,
+                       std::string& error) {
+  // What a writer that died left here goes first; a live writer's file stays.
+  removeStaleIncoming();
+  host::LockedTempFile incoming;
+  g_autofree char* pattern = g_build_filename(
+      dir_.c_str(), (std::string(kIncomingPrefix) + "XXXXXX.dat").c_str(), nullptr);
+  std::string reason;
+  if (!incoming.create(pattern, reason) || !fill(incoming.fd(), reason)) {
+    error = "cannot store the set: " + reason;
     return false;
   }
+  std::vector<unsigned long long> ids;
+  if (!list(ids, error))
+    return false;
   unsigned long long next = ids.empty() ? 1 : ids.back() + 1;
   // link() refuses an existing name, so two writers never share an ID.
   for (int tries = 0; tries < kClaimTries; ++tries, ++next) {
-    const std::string target = setPath(next);
-    if (link(incoming.c_str(), target.c_str()) == 0) {
-      g_unlink(incoming.c_str());
+    if (next > kMaxSetId) {
+      error = "cannot store the set: set IDs end at " + std::to_string(kMaxSetId) +
+              ", and the cloud already holds set " + std::to_string(ids.back());
+      return false;
+    }
+    int failure = 0;
+    if (incoming.linkTo(setPath(next), failure)) {
       id = next;
       return true;
     }
-    if (errno != EEXIST) {
-      error = "cannot store set " + std::to_string(next) + ": " + g_strerror(errno);
-      g_unlink(incoming.c_str());
+    if (failure != EEXIST) {
+      error = "cannot store set " + std::to_string(next) + ": " + g_strerror(failure);
       return false;
     }
   }
-  g_unlink(incoming.c_str());
   error = "cannot claim a new set ID in the cloud directory";
   return false;
 }

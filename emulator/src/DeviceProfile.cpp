@@ -1,14 +1,76 @@
 #include "emu/DeviceProfile.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <json-glib/json-glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "MvSvcJsonNesting.h"
+#include "host/RecordFile.h"
 
 namespace emu {
 
 const char* const DeviceProfile::kFileName = "device.json";
 
 namespace {
+
+// Where a string that is not UTF-8 keeps its exact bytes, as in the backup document: the member
+// holds the repaired text, "<member>_base64" the bytes. For a map of strings, "<map>_base64" is a
+// map of the values that need it.
+const char* const kExactSuffix = "_base64";
+
+bool isUtf8(const std::string& text) {
+  return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
+}
+
+std::string exactBytes(const char* base64) {
+  gsize length = 0;
+  g_autofree guchar* bytes = g_base64_decode(base64, &length);
+  return std::string(reinterpret_cast<const char*>(bytes), length);
+}
+
+// The whole of a regular file of at most `limit` bytes. A FIFO, a device or a link to one is
+// refused at once, never read or waited on.
+bool readProfileText(const char* path, size_t limit, std::string& text, std::string& error) {
+  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  if (fd < 0) {
+    error = std::string("cannot open ") + path + ": " + g_strerror(errno);
+    return false;
+  }
+  struct stat info;
+  bool ok = fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+  if (!ok)
+    error = std::string(path) + ": not a regular file";
+  else if (static_cast<unsigned long long>(info.st_size) > limit)
+    error = std::string(path) + ": larger than " + std::to_string(limit >> 20) + " MiB";
+  ok = ok && static_cast<unsigned long long>(info.st_size) <= limit;
+  std::string bytes;
+  // Read to the end, not to the size seen: the file may change, but never past the limit.
+  char chunk[64 * 1024];
+  while (ok) {
+    const ssize_t got = read(fd, chunk, sizeof chunk);
+    if (got < 0 && errno == EINTR)
+      continue;
+    if (got <= 0) {
+      if (got < 0)
+        error = std::string("cannot read ") + path + ": " + g_strerror(errno);
+      ok = got == 0;
+      break;
+    }
+    bytes.append(chunk, static_cast<size_t>(got));
+    if (bytes.size() > limit) {
+      error = std::string(path) + ": larger than " + std::to_string(limit >> 20) + " MiB";
+      ok = false;
+    }
+  }
+  close(fd);
+  if (ok)
+    text.swap(bytes);
+  return ok;
+}
 
 // Reads the members of one JSON object, remembering the first problem as a one-line reason.
 class ObjectReader {
@@ -22,7 +84,12 @@ class ObjectReader {
       return !required || fail(std::string("lacks \"") + member + "\"");
     if (!JSON_NODE_HOLDS_VALUE(node) || json_node_get_value_type(node) != G_TYPE_STRING)
       return fail(std::string("\"") + member + "\" must be a string");
-    value = json_node_get_string(node);
+    const std::string exactName = std::string(member) + kExactSuffix;
+    JsonNode* exact = json_object_get_member(object_, exactName.c_str());
+    if (exact && JSON_NODE_HOLDS_VALUE(exact) && json_node_get_value_type(exact) == G_TYPE_STRING)
+      value = exactBytes(json_node_get_string(exact));
+    else
+      value = json_node_get_string(node);
     return true;
   }
 
@@ -64,11 +131,22 @@ class ObjectReader {
     if (!JSON_NODE_HOLDS_OBJECT(node))
       return fail(std::string("\"") + member + "\" must be an object");
     ObjectReader reader(json_node_get_object(node), where_ + "." + member, error_);
+    const std::string exactName = std::string(member) + kExactSuffix;
+    JsonNode* exact = json_object_get_member(object_, exactName.c_str());
+    JsonObject* exactValues =
+        exact && JSON_NODE_HOLDS_OBJECT(exact) ? json_node_get_object(exact) : nullptr;
     g_autoptr(GList) names = json_object_get_members(json_node_get_object(node));
     for (GList* name = names; name; name = name->next) {
       const char* key = static_cast<const char*>(name->data);
+      // A name cannot carry its bytes beside it: json-glib's escapes are the only way to one
+      // that is not UTF-8, and it would not survive a save.
+      if (!g_utf8_validate(key, -1, nullptr))
+        return fail(std::string("\"") + member + "\" has a name that is not UTF-8 text");
       if (!reader.string(key, values[key]))
         return false;
+      JsonNode* bytes = exactValues ? json_object_get_member(exactValues, key) : nullptr;
+      if (bytes && JSON_NODE_HOLDS_VALUE(bytes) && json_node_get_value_type(bytes) == G_TYPE_STRING)
+        values[key] = exactBytes(json_node_get_string(bytes));
     }
     return true;
   }
@@ -98,9 +176,27 @@ std::string oneLine(const char* message) {
   return line;
 }
 
+void addStringValue(JsonBuilder* builder, const std::string& value) {
+  if (isUtf8(value)) {
+    json_builder_add_string_value(builder, value.c_str());
+    return;
+  }
+  g_autofree gchar* repaired = g_utf8_make_valid(value.data(), static_cast<gssize>(value.size()));
+  json_builder_add_string_value(builder, repaired);
+}
+
+void addExactBytes(JsonBuilder* builder, const std::string& name, const std::string& value) {
+  g_autofree gchar* exact =
+      g_base64_encode(reinterpret_cast<const guchar*>(value.data()), value.size());
+  json_builder_set_member_name(builder, name.c_str());
+  json_builder_add_string_value(builder, exact);
+}
+
 void addStringMember(JsonBuilder* builder, const char* name, const std::string& value) {
   json_builder_set_member_name(builder, name);
-  json_builder_add_string_value(builder, value.c_str());
+  addStringValue(builder, value);
+  if (!isUtf8(value))
+    addExactBytes(builder, std::string(name) + kExactSuffix, value);
 }
 
 void addStringMap(JsonBuilder* builder,
@@ -108,8 +204,21 @@ void addStringMap(JsonBuilder* builder,
                   const std::map<std::string, std::string>& values) {
   json_builder_set_member_name(builder, name);
   json_builder_begin_object(builder);
-  for (const auto& entry : values)
-    addStringMember(builder, entry.first.c_str(), entry.second);
+  bool allUtf8 = true;
+  for (const auto& entry : values) {
+    json_builder_set_member_name(builder, entry.first.c_str());
+    addStringValue(builder, entry.second);
+    allUtf8 = allUtf8 && isUtf8(entry.second);
+  }
+  json_builder_end_object(builder);
+  if (allUtf8)
+    return;
+  json_builder_set_member_name(builder, (std::string(name) + kExactSuffix).c_str());
+  json_builder_begin_object(builder);
+  for (const auto& entry : values) {
+    if (!isUtf8(entry.second))
+      addExactBytes(builder, entry.first, entry.second);
+  }
   json_builder_end_object(builder);
 }
 
@@ -118,11 +227,24 @@ void addStringMap(JsonBuilder* builder,
 bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
   *this = DeviceProfile();
   g_autofree char* path = g_build_filename(deviceDir.c_str(), kFileName, nullptr);
+  std::string text;
+  if (!readProfileText(path, kMaxFileBytes, text, error))
+    return false;
+  // json-glib recurses per level: a deep profile would overflow the stack.
+  if (mvsvcJsonNestsDeeperThan(text.data(), text.size(), kMvSvcJsonMaxNesting)) {
+    error = std::string(path) + ": nests deeper than " + std::to_string(kMvSvcJsonMaxNesting) +
+            " levels";
+    return false;
+  }
   g_autoptr(JsonParser) parser = json_parser_new();
   g_autoptr(GError) parseError = nullptr;
-  if (!json_parser_load_from_file(parser, path, &parseError)) {
-    // The message names the file already.
-    error = oneLine(parseError->message);
+  if (!json_parser_load_from_data(parser, text.data(), static_cast<gssize>(text.size()),
+                                  &parseError)) {
+    // json-glib names the text "<data>"; say which file it was, as it does for a file.
+    const std::string message = oneLine(parseError->message);
+    const std::string unnamed = "<data>";
+    error = message.compare(0, unnamed.size(), unnamed) == 0 ? path + message.substr(unnamed.size())
+                                                             : std::string(path) + ": " + message;
     return false;
   }
   JsonNode* root = json_parser_get_root(parser);
@@ -267,10 +389,25 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   g_autofree char* text = json_generator_to_data(generator, &length);
 
   g_autofree char* path = g_build_filename(deviceDir.c_str(), kFileName, nullptr);
-  g_autoptr(GError) writeError = nullptr;
-  // g_file_set_contents writes a temporary file and renames it over the profile.
-  if (!g_file_set_contents(path, text, static_cast<gssize>(length), &writeError)) {
-    error = std::string(path) + ": " + writeError->message;
+  // A temporary file, locked while written, renamed over the profile: a reader sees the old
+  // profile or the new one, and a crash leaves a file the next run can tell is stale.
+  host::LockedTempFile temp;
+  std::string reason;
+  size_t written = 0;
+  if (temp.create(std::string(path) + ".XXXXXX", reason)) {
+    while (written < length) {
+      const ssize_t step = write(temp.fd(), text + written, length - written);
+      if (step < 0 && errno == EINTR)
+        continue;
+      if (step < 0) {
+        reason = std::string("cannot write ") + temp.path() + ": " + g_strerror(errno);
+        break;
+      }
+      written += static_cast<size_t>(step);
+    }
+  }
+  if (written < length || !temp.renameTo(path, reason)) {
+    error = std::string(path) + ": " + reason;
     return false;
   }
   return true;

@@ -80,6 +80,8 @@ void EmulatedWatch::finishPeers(host::Platform&, host::RunReport& report) {
     if (seen.facesSent + seen.imagesSent > 0)
       report.line("watchface", "sent " + std::to_string(seen.facesSent) + " faces, " +
                                    std::to_string(seen.imagesSent) + " images");
+    for (const std::string& problem : seen.photoProblems)
+      report.line("watchface", problem);
     if (seen.settingsReceived + seen.imagesReceived > 0 || !seen.idleFace.empty())
       report.line("watchface", "received " + std::to_string(seen.settingsReceived) + " settings, " +
                                    std::to_string(seen.imagesReceived) + " images" +

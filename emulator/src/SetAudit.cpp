@@ -159,7 +159,11 @@ std::vector<AuditFinding> auditRestore(const DeviceProfile& watch,
             return face.pkgId == entry.pkgId && face.settings == entry.result;
           });
       if (!restored)
-        missing.push_back({"face " + entry.pkgId, "the watch face service did not get it"});
+        missing.push_back(
+            {"face " + entry.pkgId,
+             document.repaired && entry.result.find("\xEF\xBF\xBD") != std::string::npos
+                 ? "the stored document holds its settings in bytes that are not UTF-8"
+                 : "the watch face service did not get it"});
     } else {
       const bool restored = std::any_of(
           watch.watchApps.begin(), watch.watchApps.end(), [&](const WatchAppState& app) {

@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <stdint.h>
+#include <stdlib.h>
+
 #include <algorithm>
 
 #include "PeerReply.h"
@@ -98,7 +101,7 @@ void WatchfaceService::answerBackup() {
   }
   for (size_t i = 0; i < images_.size(); ++i) {
     const BackgroundImage& image = images_[i];
-    std::string path = deviceDir_ + "/" + image.path;
+    std::string path = photoPath(image);
     if (i == 0 && !faultValue(faults_, "image-unreadable").empty()) {
       path = unreadablePath(image);
       host::logWarn(kLogTagWatchface, "photo %s announced at a FIFO (fault image-unreadable)",
@@ -111,6 +114,32 @@ void WatchfaceService::answerBackup() {
     ++activity_.imagesSent;
   }
   sendToService({{"message", "backup_finished"}});
+}
+
+std::string WatchfaceService::photoPath(const BackgroundImage& image) {
+  // The watch face service hands out only its own photos: a regular file inside the device
+  // directory, reached through no link that leads out of it. Anything else goes as a path
+  // nobody can read, and is reported.
+  const std::string path = deviceDir_ + "/" + image.path;
+  g_autofree char* device = realpath(deviceDir_.c_str(), nullptr);
+  g_autofree char* resolved = realpath(path.c_str(), nullptr);
+  struct stat info;
+  std::string problem;
+  if (!device || !resolved || stat(resolved, &info) != 0)
+    problem = "cannot be read";
+  else if (!g_str_has_prefix(resolved, (std::string(device) + "/").c_str()))
+    problem = "lies outside the device directory";
+  else if (!S_ISREG(info.st_mode))
+    problem = "is not a regular file";
+  if (!problem.empty()) {
+    activity_.photoProblems.push_back("photo " + image.fileName + " (" + image.path + ") " +
+                                      problem + ": sent as unreadable");
+    return std::string();
+  }
+  if (info.st_size >= INT32_MAX)
+    activity_.photoProblems.push_back("photo " + image.fileName + " is too large to back up (" +
+                                      std::to_string(info.st_size) + " bytes)");
+  return resolved;
 }
 
 void WatchfaceService::restoreSettings(bundle* message) {

@@ -51,6 +51,7 @@ int app_control_get_operation(app_control_h app_control, char** operation);
 int app_control_set_app_id(app_control_h app_control, const char* app_id);
 int app_control_get_app_id(app_control_h app_control, char** app_id);
 
+/* Refuses an empty key or an empty value with APP_CONTROL_ERROR_INVALID_PARAMETER. */
 int app_control_add_extra_data(app_control_h app_control, const char* key, const char* value);
 int app_control_remove_extra_data(app_control_h app_control, const char* key);
 /* *value is a copy the caller frees with free(). */

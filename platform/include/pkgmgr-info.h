@@ -9,11 +9,12 @@
 extern "C" {
 #endif
 
-typedef enum {
+/* The device's header gives these no type name. */
+enum {
   PMINFO_R_ERROR = -1,
   PMINFO_R_EINVAL = -2,
   PMINFO_R_OK = 0,
-} pkgmgrinfo_error_e;
+};
 
 #define PMINFO_APPINFO_PROP_APP_ID "PMINFO_APPINFO_PROP_APP_ID"
 #define PMINFO_APPINFO_PROP_APP_COMPONENT "PMINFO_APPINFO_PROP_APP_COMPONENT"

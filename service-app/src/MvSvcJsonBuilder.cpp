@@ -1,5 +1,6 @@
 #include "MvSvcJsonBuilder.h"
 
+#include <initializer_list>
 #include <list>
 
 #include "MvSvcLog.h"
@@ -13,6 +14,26 @@ MvSvcJsonObject newObject() {
   wrapper.setJsonObject(object);
   json_object_unref(object);
   return wrapper;
+}
+
+bool isUtf8(const std::string& text) {
+  return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
+}
+
+bool allUtf8(std::initializer_list<const std::string*> texts) {
+  for (const std::string* text : texts) {
+    if (!isUtf8(*text))
+      return false;
+  }
+  return true;
+}
+
+// A name as a log line can show it.
+std::string shown(const std::string& name) {
+  gchar* valid = g_utf8_make_valid(name.data(), static_cast<gssize>(name.size()));
+  std::string text = valid;
+  g_free(valid);
+  return text;
 }
 
 }  // namespace
@@ -43,6 +64,9 @@ void MvSvcJsonBuilder::addResultXmls(const std::vector<WatchResultData>& records
   }
   std::list<MvSvcJsonObject> items;
   for (const WatchResultData& record : records) {
+    if (!allUtf8({&record.pkgId, &record.svcId, &record.result}))
+      MVSVC_LOGI("Watch item [%s] is not UTF-8 text: kept byte for byte",
+                 shown(record.pkgId).c_str());
     MvSvcJsonObject item = newObject();
     item.addStringMember("pkgid", record.pkgId);
     item.addStringMember("svcid", record.svcId);
@@ -59,6 +83,9 @@ void MvSvcJsonBuilder::addMyPhotos(const std::vector<WatchImageData>& records) {
   }
   std::list<MvSvcJsonObject> images;
   for (const WatchImageData& record : records) {
+    if (!allUtf8({&record.fileName, &record.bgType, &record.data}))
+      MVSVC_LOGI("Background image [%s] is not UTF-8 text: kept byte for byte",
+                 shown(record.fileName).c_str());
     MvSvcJsonObject image = newObject();
     image.addStringMember("file_name", record.fileName);
     image.addStringMember("bg_type", record.bgType);

@@ -11,6 +11,8 @@ bool holdsValueOfType(JsonNode* node, GType type) {
 
 }  // namespace
 
+const char* const MvSvcJsonObject::kExactBytesSuffix = "_base64";
+
 MvSvcJsonObject::MvSvcJsonObject() : _jsonObject(nullptr) {}
 
 MvSvcJsonObject::MvSvcJsonObject(const MvSvcJsonObject& other) : _jsonObject(nullptr) {
@@ -59,8 +61,17 @@ JsonNode* MvSvcJsonObject::_getMember(const std::string& key) const {
 
 void MvSvcJsonObject::getStringValue(const std::string& key, std::string& value) const {
   JsonNode* node = _getMember(key);
-  if (holdsValueOfType(node, G_TYPE_STRING))
+  if (!holdsValueOfType(node, G_TYPE_STRING))
+    return;
+  JsonNode* exact = _getMember(key + kExactBytesSuffix);
+  if (!holdsValueOfType(exact, G_TYPE_STRING)) {
     value = json_node_get_string(node);
+    return;
+  }
+  gsize length = 0;
+  guchar* bytes = g_base64_decode(json_node_get_string(exact), &length);
+  value.assign(reinterpret_cast<const char*>(bytes), length);
+  g_free(bytes);
 }
 
 void MvSvcJsonObject::getIntegerValue(const std::string& key, int& value) const {
@@ -103,8 +114,21 @@ void MvSvcJsonObject::getArrayObject(const std::string& key,
 }
 
 void MvSvcJsonObject::addStringMember(const std::string& key, const std::string& value) {
-  if (_jsonObject)
+  if (!_jsonObject)
+    return;
+  const std::string exactKey = key + kExactBytesSuffix;
+  if (g_utf8_validate(value.data(), static_cast<gssize>(value.size()), nullptr)) {
     json_object_set_string_member(_jsonObject, key.c_str(), value.c_str());
+    if (json_object_has_member(_jsonObject, exactKey.c_str()))
+      json_object_remove_member(_jsonObject, exactKey.c_str());
+    return;
+  }
+  gchar* repaired = g_utf8_make_valid(value.data(), static_cast<gssize>(value.size()));
+  gchar* exact = g_base64_encode(reinterpret_cast<const guchar*>(value.data()), value.size());
+  json_object_set_string_member(_jsonObject, key.c_str(), repaired);
+  json_object_set_string_member(_jsonObject, exactKey.c_str(), exact);
+  g_free(exact);
+  g_free(repaired);
 }
 
 void MvSvcJsonObject::addBooleanMember(const std::string& key, bool value) {
@@ -141,8 +165,10 @@ void MvSvcJsonObject::addArrayMember(const std::string& key,
 }
 
 void MvSvcJsonObject::removeMember(const std::string& key) {
-  if (hasMember(key))
-    json_object_remove_member(_jsonObject, key.c_str());
+  for (const std::string& name : {key, key + kExactBytesSuffix}) {
+    if (hasMember(name))
+      json_object_remove_member(_jsonObject, name.c_str());
+  }
 }
 
 void MvSvcJsonObject::getJsonMessage(std::string& text) {

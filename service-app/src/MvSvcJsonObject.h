@@ -11,6 +11,12 @@
 // callers set their defaults first.
 class MvSvcJsonObject {
  public:
+  // A string that is not valid UTF-8 is written repaired (each bad byte as U+FFFD), so that any
+  // reader finds a usable text, and byte for byte in base64 under the member's name with this
+  // suffix, which getStringValue prefers. JSON text must be UTF-8; settings documents need not
+  // be.
+  static const char* const kExactBytesSuffix;
+
   MvSvcJsonObject();
   MvSvcJsonObject(const MvSvcJsonObject& other);
   MvSvcJsonObject& operator=(const MvSvcJsonObject& other);
@@ -34,8 +40,8 @@ class MvSvcJsonObject {
   // wrappers.
   void getArrayObject(const std::string& key, std::list<MvSvcJsonObject>& objects) const;
 
-  // Setters replace a member of the same name. An empty wrapper given as a value is written as
-  // JSON null.
+  // Setters replace a member of the same name (and a string's exact bytes member). An empty wrapper
+  // given as a value is written as JSON null.
   void addStringMember(const std::string& key, const std::string& value);
   void addBooleanMember(const std::string& key, bool value);
   void addIntegerMember(const std::string& key, int value);

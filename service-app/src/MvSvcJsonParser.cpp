@@ -1,107 +1,23 @@
 #include "MvSvcJsonParser.h"
 
-#include <string.h>
+#include <glib.h>
 
+#include <initializer_list>
+
+#include "MvSvcJsonNesting.h"
 #include "MvSvcLog.h"
 
 namespace {
 
 const char* const kDownloaded = "downloaded";
 
-bool isHexDigit(unsigned char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
+const char* const kReplacement = "\xEF\xBF\xBD";  // U+FFFD as UTF-8
 
-// The code unit of the "\uXXXX" escape at `at`, or -1 when there is none.
-long unicodeEscapeAt(const std::string& text, size_t at) {
-  if (at + 6 > text.size() || text[at] != '\\' || text[at + 1] != 'u')
-    return -1;
-  long unit = 0;
-  for (size_t i = at + 2; i < at + 6; ++i) {
-    const unsigned char c = static_cast<unsigned char>(text[i]);
-    if (!isHexDigit(c))
-      return -1;
-    unit = unit * 16 + (c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10);
-  }
-  return unit;
-}
-
-// Bytes taken by the strict JSON escape that starts at `at`, or 0 for anything else.
-size_t strictEscapeLength(const std::string& text, size_t at) {
-  if (at + 1 >= text.size())
-    return 0;
-  switch (text[at + 1]) {
-    case '"':
-    case '\\':
-    case '/':
-    case 'b':
-    case 'f':
-    case 'n':
-    case 'r':
-    case 't':
-      return 2;
-    case 'u':
-      break;
-    default:
-      return 0;
-  }
-  const long unit = unicodeEscapeAt(text, at);
-  if (unit < 0)
-    return 0;
-  if (unit < 0xD800 || unit > 0xDFFF)
-    return 6;
-  const long low = unicodeEscapeAt(text, at + 6);
-  return unit <= 0xDBFF && low >= 0xDC00 && low <= 0xDFFF ? 12 : 0;
-}
-
-bool isStrictOutsideString(unsigned char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == ',' || c == ':' || c == '-' ||
-         c == '+' || c == '.' || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') ||
-         (c >= 'A' && c <= 'Z');
-}
-
-// One pass over the bytes. While the text keeps to strict JSON tokens and escapes, json-glib
-// ends strings where we do and the depth is exact; our own documents never leave it. json-glib
-// also takes single quotes, comments and malformed escapes, some of which end a string where a
-// plain scan would not (`"\u0\"`), so from the first such byte every opening bracket counts and
-// no lexing quirk can hide depth.
-bool nestsDeeperThan(const std::string& text, int limit) {
-  int depth = 0;
-  bool inString = false;
-  size_t i = 0;
-  for (; i < text.size(); ++i) {
-    const unsigned char c = static_cast<unsigned char>(text[i]);
-    if (inString) {
-      // Strings are most of a document (photos in base64): leap to the next quote or escape.
-      const size_t quote = text.find('"', i);
-      const void* escape =
-          memchr(text.data() + i, '\\', (quote == std::string::npos ? text.size() : quote) - i);
-      if (escape) {
-        i = static_cast<size_t>(static_cast<const char*>(escape) - text.data());
-        const size_t length = strictEscapeLength(text, i);
-        if (length == 0)
-          break;
-        i += length - 1;
-      } else if (quote == std::string::npos) {
-        return false;  // the rest is inside an unterminated string
-      } else {
-        i = quote;
-        inString = false;
-      }
-    } else if (c == '[' || c == '{') {
-      if (++depth > limit)
-        return true;
-    } else if (c == ']' || c == '}') {
-      if (depth > 0)
-        --depth;
-    } else if (c == '"') {
-      inString = true;
-    } else if (!isStrictOutsideString(c)) {
-      break;
-    }
-  }
-  for (; i < text.size(); ++i) {
-    if ((text[i] == '[' || text[i] == '{') && ++depth > limit)
+// Whether a field of a repaired document holds a repaired byte (or a U+FFFD of its own, which
+// cannot be told apart).
+bool holdsRepair(std::initializer_list<const std::string*> fields) {
+  for (const std::string* field : fields) {
+    if (field->find(kReplacement) != std::string::npos)
       return true;
   }
   return false;
@@ -112,6 +28,7 @@ bool nestsDeeperThan(const std::string& text, int limit) {
 MvSvcJsonParser::MvSvcJsonParser()
     : _parser(json_parser_new()),
       _root(nullptr),
+      _repaired(false),
       _resultRestoreList(),
       _imageRestoreList(),
       _downloadList() {}
@@ -141,7 +58,13 @@ std::vector<WatchResultData>& MvSvcJsonParser::getDownloadList() {
 }
 
 void MvSvcJsonParser::getStringValue(const std::string& key, std::string& value) const {
-  _getRootObject().getStringValue(key, value);
+  std::string read = value;
+  _getRootObject().getStringValue(key, read);
+  if (_repaired && read != value && holdsRepair({&read})) {
+    MVSVC_LOGE("Backup document is not UTF-8 text: skipped [%s]", key.c_str());
+    return;
+  }
+  value = std::move(read);
 }
 
 void MvSvcJsonParser::getIntegerValue(const std::string& key, int& value) const {
@@ -162,13 +85,25 @@ MvSvcJsonObject MvSvcJsonParser::_getRootObject() const {
 
 void MvSvcJsonParser::_prepare(const std::string& text) {
   _root = nullptr;
+  // json-glib refuses a whole text for one byte that is not UTF-8 (documents stored before
+  // strings were carried as base64 may hold some): repair it, and skip only the items that held
+  // such a byte.
+  std::string repairedText;
+  _repaired = !g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
+  if (_repaired) {
+    gchar* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+    repairedText = valid;
+    g_free(valid);
+  }
+  const std::string& document = _repaired ? repairedText : text;
   // json-glib recurses per nesting level; a crafted document would overflow the stack.
-  if (nestsDeeperThan(text, kMaxNesting)) {
+  if (mvsvcJsonNestsDeeperThan(document.data(), document.size(), kMaxNesting)) {
     MVSVC_LOGE("Backup document nests deeper than %d levels", kMaxNesting);
     return;
   }
   GError* error = nullptr;
-  if (!json_parser_load_from_data(_parser, text.data(), static_cast<gssize>(text.size()), &error)) {
+  if (!json_parser_load_from_data(_parser, document.data(), static_cast<gssize>(document.size()),
+                                  &error)) {
     MVSVC_LOGE("%s", error->message);
     g_error_free(error);
     return;
@@ -198,6 +133,10 @@ void MvSvcJsonParser::_getResultRestoreList(std::list<MvSvcJsonObject>& objects)
     object.getStringValue("pkgid", entry.pkgId);
     object.getStringValue("svcid", entry.svcId);
     object.getStringValue("result", entry.result);
+    if (_repaired && holdsRepair({&entry.pkgId, &entry.svcId, &entry.result})) {
+      MVSVC_LOGE("Backup document is not UTF-8 text: skipped watch item [%s]", entry.pkgId.c_str());
+      continue;
+    }
     if (entry.result == kDownloaded)
       _downloadList.push_back(std::move(entry));
     else
@@ -217,6 +156,11 @@ void MvSvcJsonParser::_getImageRestoreList(std::list<MvSvcJsonObject>& objects) 
     object.getStringValue("data", image.data);
     // The list holds the image now: the document's copy goes, so the two never add up.
     object.removeMember("data");
+    if (_repaired && holdsRepair({&image.fileName, &image.bgType, &image.data})) {
+      MVSVC_LOGE("Backup document is not UTF-8 text: skipped background image [%s]",
+                 image.fileName.c_str());
+      continue;
+    }
     _imageRestoreList.push_back(std::move(image));
   }
 }

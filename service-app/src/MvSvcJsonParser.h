@@ -7,16 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "MvSvcJsonNesting.h"
 #include "MvSvcJsonObject.h"
 #include "MvSvcTypes.h"
 
 // Reads a backup document into record lists. Each load appends to the lists; a failed load
-// leaves no document to read members from.
+// leaves no document to read members from. A text that is not UTF-8 is repaired before it is
+// parsed, and the items that held a bad byte are skipped with an error naming them.
 class MvSvcJsonParser {
  public:
-  // Deepest bracket nesting a document may have. Real documents nest 3 deep; json-glib's parser
-  // recurses per level and overflows an 8 MiB stack near 52000 levels of objects.
-  static constexpr int kMaxNesting = 512;
+  // Deepest bracket nesting a document may have (see MvSvcJsonNesting.h).
+  static constexpr int kMaxNesting = kMvSvcJsonMaxNesting;
 
   MvSvcJsonParser();
   explicit MvSvcJsonParser(const std::string& text);
@@ -46,6 +47,7 @@ class MvSvcJsonParser {
 
   JsonParser* _parser;  // owned; owns the document tree
   JsonNode* _root;      // borrowed from _parser; null without a document
+  bool _repaired;       // the loaded text was not UTF-8 and had its bad bytes replaced
   std::vector<WatchResultData> _resultRestoreList;
   std::vector<WatchImageData> _imageRestoreList;
   std::vector<WatchResultData> _downloadList;

@@ -129,6 +129,13 @@ void MvSvcWatchDataCollector::_addImageEntry(bundle* message) {
     MVSVC_LOGE("Image message without %s. Skip", missing);
     return;
   }
+  // _readXmlFile counts in an int; a photo it cannot count is left out, not sent empty.
+  struct stat info;
+  if (stat(filePath, &info) == 0 && S_ISREG(info.st_mode) && info.st_size >= INT32_MAX) {
+    MVSVC_LOGE("Photo [%s] is too large to back up (%lld bytes)", fileName,
+               static_cast<long long>(info.st_size));
+    return;
+  }
   char* data = _encodeImageToBase64(filePath);
   _imageDataList.push_back({fileName, bgType, data});
   g_free(data);

@@ -19,25 +19,41 @@
 
 namespace {
 
-// Standard alphabet, whole groups of four, '=' only as the last one or two characters.
+// Standard alphabet, whole groups of four, '=' only as the last one or two characters. Line
+// breaks and spaces may stand anywhere (base64 is often wrapped at 76 columns); g_base64_decode
+// skips them.
 bool isPaddedBase64(const std::string& text) {
-  if (text.empty())
-    return true;
-  const size_t last = text.find_last_not_of('=');
-  if (text.size() % 4 != 0 || last == std::string::npos || text.size() - last - 1 > 2)
-    return false;
   // A table, not per-character tests: a photo is hundreds of kilobytes of these.
-  static const std::array<bool, 256> alphabet = [] {
-    std::array<bool, 256> table{};
+  enum : unsigned char { kOther, kAlphabet, kPadding, kSpace };
+  static const std::array<unsigned char, 256> kinds = [] {
+    std::array<unsigned char, 256> table{};
     for (int c = 0; c < 256; ++c)
-      table[c] = g_ascii_isalnum(c) || c == '+' || c == '/';
+      table[c] = g_ascii_isalnum(c) || c == '+' || c == '/'        ? kAlphabet
+                 : c == '='                                        ? kPadding
+                 : c == ' ' || c == '\t' || c == '\n' || c == '\r' ? kSpace
+                                                                   : kOther;
     return table;
   }();
-  const size_t padding = text.size() - last - 1;
-  bool valid = true;
-  for (size_t i = 0; i < text.size() - padding; ++i)
-    valid &= alphabet[static_cast<unsigned char>(text[i])];
-  return valid;
+  size_t characters = 0;
+  size_t padding = 0;
+  for (const char c : text) {
+    switch (kinds[static_cast<unsigned char>(c)]) {
+      case kAlphabet:
+        if (padding > 0)
+          return false;
+        ++characters;
+        break;
+      case kPadding:
+        ++padding;
+        ++characters;
+        break;
+      case kSpace:
+        break;
+      default:
+        return false;
+    }
+  }
+  return characters % 4 == 0 && padding <= 2 && (padding == 0 || characters > padding);
 }
 
 const char* const kLocalPort = "morvik-service::localport";

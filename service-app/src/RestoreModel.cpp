@@ -135,9 +135,11 @@ void RestoreModel::_restoreRecordCb(const char* path, void* userData) {
         MVSVC_LOGE("talvoro_cloud_record_get_value - value is nullptr.");
     }
 
-    // A record without a readable value is not restored; the walk goes on.
-    if (value) {
-      MVSVC_LOGI("value : %s", value);
+    // A record without a readable value is not restored, but goes back with its key and date
+    // like the others; the walk goes on.
+    if (record) {
+      if (value)
+        MVSVC_LOGI("value : %s", value);
       std::string key = model->restoreRecord(index, value);
 
       ret = talvoro_cloud_record_set_key(record, key.c_str());

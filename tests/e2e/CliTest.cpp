@@ -1,6 +1,10 @@
+#include <fcntl.h>
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <regex>
 #include <string>
@@ -87,6 +91,16 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
   makeSampleWatch();
   g_file_set_contents((root_ + "/plain-file").c_str(), "x", -1, nullptr);
   g_mkdir((root_ + "/empty").c_str(), 0755);
+  // A directory too long for the watch's 128-byte record path, and profiles that would crash or
+  // hang a reader.
+  ASSERT_LT(root_.size(), 60u);
+  const std::string tooLong = root_ + "/" + std::string(64 - root_.size(), 'd');
+  g_mkdir(tooLong.c_str(), 0755);
+  g_mkdir((root_ + "/deep").c_str(), 0755);
+  const std::string deep = std::string(200000, '[') + std::string(200000, ']');
+  g_file_set_contents((root_ + "/deep/device.json").c_str(), deep.c_str(), -1, nullptr);
+  g_mkdir((root_ + "/fifo").c_str(), 0755);
+  mkfifo((root_ + "/fifo/device.json").c_str(), 0644);
   const struct {
     std::vector<std::string> args;
     const char* reason;
@@ -102,6 +116,15 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
        "cloud directory"},
       {{MORVIK_SERVICE_BIN, "--device", root_ + "/empty", "--cloud", cloud_, "--operation", "none"},
        "device.json"},
+      {{MORVIK_SERVICE_BIN, "--device", tooLong, "--cloud", cloud_, "--operation", "backup"},
+       "is too long"},
+      {{MORVIK_SERVICE_BIN, "--device", root_ + "/deep", "--cloud", cloud_, "--operation",
+        "backup"},
+       "nests deeper than 512 levels"},
+      {{MORVIK_SERVICE_BIN, "--device", root_ + "/fifo", "--cloud", cloud_, "--operation", "backup",
+        "--deadline", "2"},
+       "device.json: not a regular file"},
+      {{MORVIK_EMU_BIN, "show", root_ + "/deep"}, "nests deeper than 512 levels"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.reason);
@@ -112,6 +135,26 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
     EXPECT_NE(lines[0].find(c.reason), std::string::npos) << lines[0];
     EXPECT_EQ(run.out, "");
   }
+  // A refused run creates nothing: no log, no cloud.
+  for (const std::string& dir : {device_, tooLong, root_ + "/deep", root_ + "/empty"})
+    EXPECT_FALSE(g_file_test((dir + "/log").c_str(), G_FILE_TEST_EXISTS)) << dir;
+  EXPECT_FALSE(g_file_test(cloud_.c_str(), G_FILE_TEST_EXISTS));
+
+  // Another process holds the watch: runs and profile writers are refused, and nothing is lost.
+  const int held = open(device_.c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(flock(held, LOCK_EX), 0);
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_, "--operation", "backup"},
+           {MORVIK_EMU_BIN, "fault", device_, "watchface-silent"}}) {
+    ProcessResult busy = morvik_test::runProcess(args);
+    EXPECT_EQ(busy.status, 2);
+    EXPECT_EQ(linesOf(busy.err).size(), 1u) << busy.err;
+    EXPECT_NE(busy.err.find("is in use by another run"), std::string::npos) << busy.err;
+  }
+  close(held);
+  EXPECT_FALSE(g_file_test(cloud_.c_str(), G_FILE_TEST_EXISTS));
+  EXPECT_EQ(morvik_test::runEmu({"fault", device_, "list"}).out.find("[set:"), std::string::npos);
+
   ProcessResult help = morvik_test::runProcess({MORVIK_SERVICE_BIN, "--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_NE(help.out.find("--then=SECONDS"), std::string::npos);

@@ -199,6 +199,45 @@ TEST_F(FlowCliTest, AFailingCloudStillEndsTheService) {
   }
 }
 
+// Settings are XML and may be Latin-1. One such byte used to make json-glib refuse the whole
+// restore; now it travels byte for byte, and a stored document holding raw ones loses only the
+// item that holds them.
+TEST_F(FlowCliTest, SettingsThatAreNotUtf8LoseNothingElse) {
+  const std::string sample = watch("sample", "--sample");
+  g_autofree char* profile = nullptr;
+  ASSERT_TRUE(g_file_get_contents((sample + "/device.json").c_str(), &profile, nullptr, nullptr));
+  std::string text = profile;
+  // json-glib reads the octal escape as the byte 0xE9, Latin-1 for 'e' with an acute.
+  text.replace(text.find("<face "), 6, "<face note=\\\"caf\\351\\\" ");
+  file("sample/device.json", text);
+  ASSERT_EQ(service(sample, "backup").status, 0);
+  const std::string blank = watch("blank", "--blank");
+  ASSERT_EQ(service(blank, "restore").status, 0);
+  ProcessResult diff = runEmu({"diff", sample, blank});
+  EXPECT_EQ(diff.out, "same setup\n");
+  EXPECT_NE(faces(blank)["com.talvoro.face.aurora"].find("caf\xEF\xBF\xBD"), std::string::npos);
+
+  const std::string stored =
+      "{\"watch_main_key\":\"com.talvoro.clock-orbitline\",\"watch_items\":[" +
+      faceItem("com.talvoro.face.aurora", "<latin>caf\xe9</latin>") + "," +
+      faceItem("com.talvoro.face.mono", "<mono/>") + "]}";
+  file("cloud/set-000002.dat", recordFile({stored}));
+  const std::string other = watch("other", "--blank");
+  ProcessResult run = service(other, "restore");
+  EXPECT_EQ(run.status, 4) << run.out;
+  EXPECT_TRUE(hasLine(run.out,
+                      "restore   set 2 did not restore face com.talvoro.face.aurora: the "
+                      "stored document holds its settings in bytes that are not UTF-8"))
+      << run.out;
+  EXPECT_TRUE(hasLine(run.err,
+                      "Backup document is not UTF-8 text: skipped watch item "
+                      "[com.talvoro.face.aurora]"))
+      << run.err;
+  EXPECT_EQ(faces(other),
+            (std::map<std::string, std::string>{{"com.talvoro.face.mono", "<mono/>"}}));
+  EXPECT_EQ(shown(other, "idle clock"), "com.talvoro.clock-orbitline");
+}
+
 TEST_F(FlowCliTest, EachRecordOfASetIsRestoredFromItsOwnDocument) {
   const std::string first =
       "{\"watch_main_key\":\"com.talvoro.clock-orbitline\","

@@ -5,6 +5,7 @@
 #include "EmuVerbs.h"
 #include "emu/DeviceProfile.h"
 #include "emu/FaultSwitches.h"
+#include "host/DeviceAdmission.h"
 
 namespace emucli {
 
@@ -37,10 +38,13 @@ int runFault(const Verb& verb, int argc, char** argv) {
   const std::string& deviceDir = args[0];
   emu::DeviceProfile profile;
   std::string error;
-  if (!profile.load(deviceDir, error))
+  // Changing switches while a run uses the watch would be lost when the run saves it.
+  host::DeviceLock lock;
+  const bool listing = args[1] == "list" && args.size() == 2;
+  if ((!listing && !lock.acquire(deviceDir, error)) || !profile.load(deviceDir, error))
     return fail(error);
 
-  if (args[1] == "list" && args.size() == 2) {
+  if (listing) {
     for (const emu::FaultSwitch& fault : emu::faultSwitches()) {
       std::string syntax = std::string(fault.name) + valueSyntax(fault.value);
       auto set = profile.faults.find(fault.name);

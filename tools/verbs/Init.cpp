@@ -3,6 +3,7 @@
 
 #include "EmuVerbs.h"
 #include "emu/SampleWatch.h"
+#include "host/DeviceAdmission.h"
 
 namespace emucli {
 
@@ -43,6 +44,9 @@ int runInit(const Verb& verb, int argc, char** argv) {
 
   const std::string& dir = options.positional()[0];
   std::string error;
+  host::DeviceLock lock;
+  if (g_file_test(dir.c_str(), G_FILE_TEST_IS_DIR) && !lock.acquire(dir, error))
+    return fail(error);
   std::string made;
   bool done;
   if (heavy && blank) {

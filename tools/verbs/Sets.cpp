@@ -91,8 +91,11 @@ int runSets(const Verb& verb, int argc, char** argv) {
   emu::CloudStore store(cloudDir);
   std::vector<unsigned long long> ids;
   std::string error;
-  if (!listCloudSets(store, ids, error))
+  std::vector<std::string> ignored;
+  if (!listCloudSets(store, ids, error, &ignored))
     return fail(error);
+  for (const std::string& name : ignored)
+    fprintf(stderr, "morvik-emu: ignored %s: not the name of a set ID\n", name.c_str());
 
   std::vector<SetSummary> sets;
   int unreadable = 0;

@@ -20,6 +20,8 @@ struct BackupDocument {
     std::string data;  // base64
   };
 
+  // The stored text was not UTF-8: its bad bytes read as U+FFFD.
+  bool repaired = false;
   std::string mainKey;
   std::string subKey;
   std::vector<Entry> entries;

@@ -42,6 +42,8 @@ struct CatalogueItem {
 struct DeviceProfile {
   static const char* const kFileName;
   static const int kFormatVersion = 1;
+  // A profile is text: its settings documents, not its photos. Bigger is no profile.
+  static const size_t kMaxFileBytes = 64u << 20;
 
   std::string name;
   std::map<std::string, std::string> config;
@@ -52,7 +54,9 @@ struct DeviceProfile {
   std::vector<CatalogueItem> catalogue;
   std::map<std::string, std::string> faults;
 
-  // Reads DIR/device.json. Returns false with a one-line reason.
+  // Reads DIR/device.json, a regular file of at most kMaxFileBytes. Returns false with a
+  // one-line reason. A string that is not UTF-8 is carried as the README describes, so what
+  // loads saves and loads again the same.
   bool load(const std::string& deviceDir, std::string& error);
   // Writes DIR/device.json through a temporary file and a rename, so a reader never sees half
   // a profile.

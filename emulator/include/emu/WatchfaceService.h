@@ -30,7 +30,8 @@ class WatchfaceService : public host::EmulatedApp {
     int settingsReceived = 0;
     int imagesReceived = 0;
     int restoresFinished = 0;
-    std::string idleFace;  // the face an idle-change message chose, if any
+    std::string idleFace;                    // the face an idle-change message chose, if any
+    std::vector<std::string> photoProblems;  // photos not handed out as they are, and why
   };
 
   WatchfaceService(host::Platform& platform,
@@ -61,6 +62,8 @@ class WatchfaceService : public host::EmulatedApp {
   void changeIdleClock(bundle* message);
   void sendToService(const host::KeyValues& message);
   std::string unreadablePath(const BackgroundImage& image);
+  // The photo's file as announced for a backup; empty when it is not one to hand out.
+  std::string photoPath(const BackgroundImage& image);
 
   host::Platform& platform_;
   std::string deviceDir_;

@@ -1,6 +1,8 @@
 #include "host/LogSink.h"
 
+#include <fcntl.h>
 #include <glib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/HostLog.h"
@@ -27,12 +29,32 @@ std::string quoted(const char* argument) {
 
 }  // namespace
 
-LogSink::LogSink(const std::string& filePath) {
-  if (!filePath.empty())
-    file_.reset(fopen(filePath.c_str(), "a"));
-}
+LogSink::LogSink(const std::string& filePath) : filePath_(filePath) {}
 
 LogSink::~LogSink() = default;
+
+void LogSink::openFile() {
+  const std::string path = filePath_;
+  filePath_.clear();
+  if (path.empty())
+    return;
+  // Made with the first line, so a run refused before it leaves nothing behind; a link planted
+  // at the log's name is not followed, nor is a FIFO waited on.
+  g_autofree char* dir = g_path_get_dirname(path.c_str());
+  if (g_mkdir_with_parents(dir, 0755) != 0)
+    return;
+  const int fd =
+      open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
+  struct stat info;
+  if (fd < 0 || fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    if (fd >= 0)
+      close(fd);
+    return;
+  }
+  file_.reset(fdopen(fd, "a"));
+  if (!file_)
+    close(fd);
+}
 
 void LogSink::write(char priority, const std::string& tag, const std::string& text, double at) {
   append({priority, tag, text, at}, echoToStderr_);
@@ -53,6 +75,8 @@ void LogSink::beginRun(int argc, char* argv[]) {
 
 void LogSink::append(const LogLine& line, bool echo) {
   lines_.push_back(line);
+  if (!filePath_.empty())
+    openFile();
   if (!file_ && !echo)
     return;
   const DeviceLogLine formatted{deviceLogTime(),

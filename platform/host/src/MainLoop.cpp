@@ -39,8 +39,8 @@ int selectOnVirtualTime(int nfds,
   }
   // Ecore rounds a timer that is due within a microsecond down to no wait at all: time must
   // still move on, or the timer never comes due.
-  VirtualClock::advance(std::max<int64_t>(1, static_cast<int64_t>(wait->tv_sec) * 1000000 +
-                                                 wait->tv_usec));
+  VirtualClock::advance(
+      std::max<int64_t>(1, static_cast<int64_t>(wait->tv_sec) * 1000000 + wait->tv_usec));
   return 0;
 }
 

@@ -18,10 +18,7 @@ Platform* g_current = nullptr;
 std::string logFilePath(const std::string& deviceDir) {
   if (deviceDir.empty())
     return std::string();
-  g_autofree char* logDir = g_build_filename(deviceDir.c_str(), "log", nullptr);
-  if (g_mkdir_with_parents(logDir, 0755) != 0)
-    return std::string();
-  g_autofree char* path = g_build_filename(logDir, "dlog.log", nullptr);
+  g_autofree char* path = g_build_filename(deviceDir.c_str(), "log", "dlog.log", nullptr);
   return path;
 }
 

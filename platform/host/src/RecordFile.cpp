@@ -5,6 +5,7 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -107,18 +108,6 @@ class Sink {
   Crc32 crc_;
 };
 
-class StringSink : public Sink {
- public:
-  explicit StringSink(std::string& out) : out_(out) {}
-
- private:
-  bool write(const char* data, size_t size) override {
-    out_.append(data, size);
-    return true;
-  }
-  std::string& out_;
-};
-
 // Gathers small writes; a field's bytes go to the file straight from the record.
 class FileSink : public Sink {
  public:
@@ -147,22 +136,6 @@ class Source {
   virtual ~Source() = default;
   // Exactly `size` bytes, or false.
   virtual bool read(char* into, size_t size) = 0;
-};
-
-class MemorySource : public Source {
- public:
-  MemorySource(const std::string& bytes, size_t at) : bytes_(bytes), at_(at) {}
-  bool read(char* into, size_t size) override {
-    if (bytes_.size() - at_ < size)
-      return false;
-    memcpy(into, bytes_.data() + at_, size);
-    at_ += size;
-    return true;
-  }
-
- private:
-  const std::string& bytes_;
-  size_t at_;
 };
 
 class FileSource : public Source {
@@ -196,7 +169,8 @@ bool checkField(const std::optional<std::string>& field, std::string& reason) {
   if (!field)
     return true;
   if (field->size() > kMaxFieldBytes) {
-    reason = "a field is longer than " + std::to_string(kMaxFieldBytes) + " bytes";
+    reason = "a field of " + std::to_string(field->size()) + " bytes is longer than the " +
+             std::to_string(kMaxFieldBytes) + " a record file can carry";
     return false;
   }
   if (memchr(field->data(), '\0', field->size()) != nullptr) {
@@ -208,17 +182,15 @@ bool checkField(const std::optional<std::string>& field, std::string& reason) {
 
 // Refuses, before a byte is written, records the format cannot carry.
 bool checkRecords(const RecordRefs& records, std::string& reason) {
-  size_t total = kHeaderBytes + kChecksumBytes;
+  if (records.size() >= kAbsent) {
+    reason = "too many records for a record file";
+    return false;
+  }
   for (const CloudRecord* record : records) {
     for (const auto* field : {&record->key, &record->date, &record->value}) {
       if (!checkField(*field, reason))
         return false;
-      total += 4 + (*field ? (*field)->size() : 0);
     }
-  }
-  if (total > kMaxRecordFileBytes) {
-    reason = "the records exceed " + std::to_string(kMaxRecordFileBytes) + " bytes";
-    return false;
   }
   return true;
 }
@@ -274,10 +246,6 @@ bool getFieldLength(Source& source,
   length.reset();
   if (value == kAbsent)
     return true;
-  if (value > kMaxFieldBytes) {
-    reason = "a field claims " + std::to_string(value) + " bytes";
-    return false;
-  }
   if (end - at < value) {
     reason = "truncated: a field needs " + std::to_string(value) + " bytes";
     return false;
@@ -429,25 +397,10 @@ bool writeAtomically(const std::string& path, std::string& reason, Fill fill) {
     reason = "no path for the record file";
     return false;
   }
-  std::string temp = path + ".XXXXXX";
-  UniqueFd fd(g_mkstemp_full(&temp[0], O_WRONLY | O_CLOEXEC, 0644));
-  if (fd.get() < 0) {
-    reason = "cannot create a file beside " + path + ": " + g_strerror(errno);
+  LockedTempFile temp;
+  if (!temp.create(path + ".XXXXXX", reason))
     return false;
-  }
-  const bool written = fill(fd.get());
-  const int writeErrno = errno;
-  if (!fd.reset() || !written) {
-    reason = "cannot write " + temp + ": " + g_strerror(written ? errno : writeErrno);
-    g_unlink(temp.c_str());
-    return false;
-  }
-  if (g_rename(temp.c_str(), path.c_str()) != 0) {
-    reason = "cannot rename " + temp + " to " + path + ": " + g_strerror(errno);
-    g_unlink(temp.c_str());
-    return false;
-  }
-  return true;
+  return fill(temp.fd()) && temp.renameTo(path, reason);
 }
 
 template <typename Record>
@@ -475,14 +428,12 @@ bool readFile(const std::string& path,
     reason = path + ": " + why;
     return false;
   };
-  if (size > kMaxRecordFileBytes)
-    return refuse("larger than a record file can be");
   if (size < kHeaderBytes + kChecksumBytes)
     return refuse("truncated: " + std::to_string(size) + " bytes is no record file");
 
   // One pass, with the fields read straight into the records, so that the whole file is
-  // never in memory next to them. The checksum still has the first word, as in
-  // decodeRecordFile: a damaged field is reported only if the sum holds.
+  // never in memory next to them. The checksum has the first word: a damaged field is reported
+  // only if the sum holds.
   const size_t end = size - kChecksumBytes;
   char header[kHeaderBytes];
   SummingFileSource source(fd.get());
@@ -510,39 +461,6 @@ bool readFile(const std::string& path,
 
 }  // namespace
 
-bool encodeRecordFile(const std::vector<CloudRecord>& records,
-                      std::string& bytes,
-                      std::string& reason) {
-  const RecordRefs refs = refsTo(records);
-  if (!checkRecords(refs, reason))
-    return false;
-  std::string out;
-  StringSink sink(out);
-  encode(refs, sink);
-  bytes.swap(out);
-  return true;
-}
-
-bool decodeRecordFile(const std::string& bytes,
-                      std::vector<CloudRecord>& records,
-                      std::string& reason) {
-  if (bytes.size() < kHeaderBytes + kChecksumBytes) {
-    reason = "truncated: " + std::to_string(bytes.size()) + " bytes is no record file";
-    return false;
-  }
-  if (!checkMagicAndVersion(bytes.data(), reason))
-    return false;
-  const size_t end = bytes.size() - kChecksumBytes;
-  Crc32 crc;
-  crc.update(bytes.data(), end);
-  if (crc.value() != getU32(bytes.data() + end)) {
-    reason = "bad checksum";
-    return false;
-  }
-  MemorySource source(bytes, kHeaderBytes);
-  return decodeRecords(source, getU32(bytes.data() + 8), end, records, reason);
-}
-
 bool writeRecordFile(const std::string& path,
                      const std::vector<CloudRecord>& records,
                      std::string& reason) {
@@ -552,43 +470,152 @@ bool writeRecordFile(const std::string& path,
 bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason) {
   if (!checkRecords(records, reason))
     return false;
-  return writeAtomically(path, reason, [&records](int fd) {
-    FileSink sink(fd);
-    return encode(records, sink) && sink.flush();
-  });
+  return writeAtomically(path, reason, [&](int fd) { return writeRecords(fd, records, reason); });
+}
+
+bool writeRecords(int fd, const RecordRefs& records, std::string& reason) {
+  if (!checkRecords(records, reason))
+    return false;
+  FileSink sink(fd);
+  if (encode(records, sink) && sink.flush())
+    return true;
+  reason = std::string("cannot write the record file: ") + g_strerror(errno);
+  return false;
 }
 
 bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason) {
+  return writeAtomically(to, reason, [&](int fd) { return copyFileInto(from, fd, reason); });
+}
+
+bool copyFileInto(const std::string& from, int out, std::string& reason) {
   UniqueFd in(open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat info;
   if (in.get() < 0 || fstat(in.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
     reason = "cannot read " + from + ": not a readable regular file";
     return false;
   }
-  return writeAtomically(to, reason, [&in](int out) {
-    // In the kernel where it can; a plain copy where the file systems do not allow it.
-    for (;;) {
-      const ssize_t copied = copy_file_range(in.get(), nullptr, out, nullptr, kChunkBytes * 64, 0);
-      if (copied == 0)
-        return true;
-      if (copied < 0 && errno == EINTR)
-        continue;
-      if (copied < 0)
-        break;
-    }
-    if (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP)
+  auto failed = [&] {
+    reason = "cannot copy " + from + ": " + g_strerror(errno);
+    return false;
+  };
+  // In the kernel where it can; a plain copy where the file systems do not allow it.
+  for (;;) {
+    const ssize_t copied = copy_file_range(in.get(), nullptr, out, nullptr, kChunkBytes * 64, 0);
+    if (copied == 0)
+      return true;
+    if (copied < 0 && errno == EINTR)
+      continue;
+    if (copied < 0)
+      break;
+  }
+  if (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP)
+    return failed();
+  std::string chunk(kChunkBytes, '\0');
+  for (;;) {
+    const ssize_t got = read(in.get(), &chunk[0], chunk.size());
+    if (got < 0 && errno == EINTR)
+      continue;
+    if (got < 0)
+      return failed();
+    if (got == 0)
+      return true;
+    if (!writeAll(out, chunk.data(), static_cast<size_t>(got)))
+      return failed();
+  }
+}
+
+LockedTempFile::~LockedTempFile() {
+  if (fd_ >= 0) {
+    if (!path_.empty())
+      g_unlink(path_.c_str());
+    close(fd_);
+  }
+}
+
+bool LockedTempFile::create(const std::string& pattern, std::string& reason) {
+  // A cleaner may take a new file's lock before its writer does, and remove it: then the name
+  // no longer leads to our file, and we make another.
+  for (int tries = 0; tries < 8; ++tries) {
+    std::string path = pattern;
+    const int fd = g_mkstemp_full(&path[0], O_RDWR | O_CLOEXEC, 0644);
+    if (fd < 0) {
+      reason = "cannot create a file like " + pattern + ": " + g_strerror(errno);
       return false;
-    std::string chunk(kChunkBytes, '\0');
-    for (;;) {
-      const ssize_t got = read(in.get(), &chunk[0], chunk.size());
-      if (got < 0 && errno == EINTR)
-        continue;
-      if (got <= 0)
-        return got == 0;
-      if (!writeAll(out, chunk.data(), static_cast<size_t>(got)))
-        return false;
     }
-  });
+    struct stat held, named;
+    if (flock(fd, LOCK_EX) == 0 && fstat(fd, &held) == 0 && stat(path.c_str(), &named) == 0 &&
+        held.st_dev == named.st_dev && held.st_ino == named.st_ino) {
+      fd_ = fd;
+      path_ = path;
+      return true;
+    }
+    close(fd);
+  }
+  reason = "cannot keep a file like " + pattern + ": something removes each one made";
+  return false;
+}
+
+bool LockedTempFile::renameTo(const std::string& target, std::string& reason) {
+  // Renamed while still locked: until then a cleaner must leave it alone.
+  if (g_rename(path_.c_str(), target.c_str()) != 0) {
+    reason = "cannot rename " + path_ + " to " + target + ": " + g_strerror(errno);
+    return false;
+  }
+  path_.clear();
+  return closeAfterWriting(target, reason);
+}
+
+bool LockedTempFile::linkTo(const std::string& target, int& error) {
+  if (link(path_.c_str(), target.c_str()) == 0)
+    return true;
+  error = errno;
+  return false;
+}
+
+bool LockedTempFile::closeAfterWriting(const std::string& name, std::string& reason) {
+  const int fd = fd_;
+  fd_ = -1;
+  if (close(fd) != 0) {
+    reason = "cannot write " + name + ": " + g_strerror(errno);
+    return false;
+  }
+  return true;
+}
+
+bool isRecordFileTempName(const char* name) {
+  // "<name>.dat.XXXXXX" as writeRecordFile makes them.
+  const size_t length = strlen(name);
+  if (length < 11 || strncmp(name + length - 11, ".dat.", 5) != 0)
+    return false;
+  for (size_t i = length - 6; i < length; ++i) {
+    if (!g_ascii_isalnum(name[i]))
+      return false;
+  }
+  return true;
+}
+
+std::vector<std::string> removeStaleTempFiles(const std::string& dir,
+                                              bool (*isTempName)(const char* name)) {
+  std::vector<std::string> removed;
+  GDir* listing = g_dir_open(dir.c_str(), 0, nullptr);
+  if (!listing)
+    return removed;
+  while (const char* name = g_dir_read_name(listing)) {
+    if (!isTempName(name))
+      continue;
+    g_autofree char* path = g_build_filename(dir.c_str(), name, nullptr);
+    UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY));
+    struct stat held, named;
+    // A live writer holds the lock: only a file nobody holds, still under its name, goes.
+    if (fd.get() < 0 || flock(fd.get(), LOCK_EX | LOCK_NB) != 0 || fstat(fd.get(), &held) != 0 ||
+        !S_ISREG(held.st_mode) || lstat(path, &named) != 0 || held.st_dev != named.st_dev ||
+        held.st_ino != named.st_ino)
+      continue;
+    if (g_unlink(path) == 0)
+      removed.push_back(name);
+  }
+  g_dir_close(listing);
+  return removed;
 }
 
 bool readRecordFile(const std::string& path,

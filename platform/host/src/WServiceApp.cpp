@@ -14,6 +14,7 @@
 #include "LaunchRun.h"
 #include "RunSummary.h"
 #include "host/DeliverySchedule.h"
+#include "host/DeviceAdmission.h"
 #include "host/DeviceHooks.h"
 #include "host/LaunchOptions.h"
 #include "host/MainLoop.h"
@@ -28,15 +29,14 @@ bool usableDirectory(const std::string& dir) {
          access(dir.c_str(), R_OK | W_OK | X_OK) == 0;
 }
 
-// The device must exist; a missing cloud is a new, empty one.
+// The device must exist; a missing cloud is a new, empty one, made once the run is admitted.
 bool checkDirectories(const host::LaunchOptions& options, std::string& error) {
   if (!usableDirectory(options.deviceDir)) {
     error = "device directory '" + options.deviceDir + "' is not a readable, writable directory";
     return false;
   }
-  if (!g_file_test(options.cloudDir.c_str(), G_FILE_TEST_EXISTS))
-    g_mkdir_with_parents(options.cloudDir.c_str(), 0755);
-  if (!usableDirectory(options.cloudDir)) {
+  if (g_file_test(options.cloudDir.c_str(), G_FILE_TEST_EXISTS) &&
+      !usableDirectory(options.cloudDir)) {
     error = "cloud directory '" + options.cloudDir + "' is not a readable, writable directory";
     return false;
   }
@@ -67,13 +67,17 @@ int readOptions(const std::string& program, int argc, char* argv[], host::Launch
 namespace app_assist {
 
 struct WServiceApp::Runtime {
-  explicit Runtime(const host::LaunchOptions& launch)
-      : options(launch), platform(options.deviceDir, HOST_LAUNCHED_APP_ID) {
+  Runtime(const host::LaunchOptions& launch, std::unique_ptr<host::DeviceLock> lock)
+      : options(launch),
+        deviceLock(std::move(lock)),
+        platform(options.deviceDir, HOST_LAUNCHED_APP_ID) {
     if (options.scheduleSeed)
       platform.setSchedule(std::make_unique<host::DeliverySchedule>(*options.scheduleSeed));
   }
 
   host::LaunchOptions options;
+  // No other run touches the watch while this app object lives.
+  std::unique_ptr<host::DeviceLock> deviceLock;
   host::MainLoop loop;
   host::Platform platform;
 };
@@ -100,7 +104,9 @@ int WServiceApp::start(int argc, char* argv[]) {
   if (optionsStatus >= 0)
     return optionsStatus;
   std::string error;
-  if (!checkDirectories(options, error)) {
+  auto deviceLock = std::make_unique<host::DeviceLock>();
+  if (!checkDirectories(options, error) ||
+      !host::admitDevice(options.deviceDir, HOST_LAUNCHED_APP_ID, *deviceLock, error)) {
     fprintf(stderr, "%s: %s\n", program.c_str(), error.c_str());
     return host::kStatusUsage;
   }
@@ -113,20 +119,22 @@ int WServiceApp::start(int argc, char* argv[]) {
   // The clock must be simulated before the loop reads it for the first time.
   if (options.scheduleSeed)
     host::VirtualClock::enable();
-  // Without a runtime directory EFL makes one in the user's home; the watch has its own.
+  // Without a runtime directory EFL makes one in the user's home. It only notes the one it is
+  // given, so the watch's own directory does, and nothing is written outside the watch.
   if (!g_getenv("XDG_RUNTIME_DIR")) {
     g_autofree char* device = g_canonicalize_filename(options.deviceDir.c_str(), nullptr);
-    g_autofree char* runtimeDir = g_build_filename(device, "run", nullptr);
-    if (g_mkdir_with_parents(runtimeDir, 0700) == 0)
-      g_setenv("XDG_RUNTIME_DIR", runtimeDir, TRUE);
+    g_setenv("XDG_RUNTIME_DIR", device, TRUE);
   }
-  runtime_ = std::make_unique<Runtime>(options);
+  runtime_ = std::make_unique<Runtime>(options, std::move(deviceLock));
   host::Platform& platform = runtime_->platform;
-  platform.log().beginRun(argc, argv);
-  if (!hooks->boot(platform, runtime_->options, error)) {
-    fprintf(stderr, "%s: %s\n", program.c_str(), error.c_str());
+  if (!hooks->boot(platform, runtime_->options, error) ||
+      g_mkdir_with_parents(options.cloudDir.c_str(), 0755) != 0) {
+    fprintf(stderr, "%s: %s\n", program.c_str(),
+            error.empty() ? ("cannot create cloud directory '" + options.cloudDir + "'").c_str()
+                          : error.c_str());
     return host::kStatusUsage;
   }
+  platform.log().beginRun(argc, argv);
 
   onStart(argc, argv);
   if (!onCreate()) {

@@ -96,7 +96,8 @@ int app_control_get_app_id(app_control_h app_control, char** app_id) {
 }
 
 int app_control_add_extra_data(app_control_h app_control, const char* key, const char* value) {
-  if (!app_control || !key || !value || key[0] == '\0')
+  // The device refuses an empty value as it refuses an empty key.
+  if (!app_control || !key || !value || key[0] == '\0' || value[0] == '\0')
     return APP_CONTROL_ERROR_INVALID_PARAMETER;
   for (auto& entry : app_control->extras) {
     if (entry.first == key) {

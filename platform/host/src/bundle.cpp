@@ -9,7 +9,7 @@ namespace host {
 
 BundlePtr makeBundle(const KeyValues& entries) {
   BundlePtr b(bundle_create());
-  b->entries = entries;
+  b->entries.assign(entries.begin(), entries.end());
   return b;
 }
 

@@ -57,7 +57,7 @@ int message_port_send_trusted_message(const char* remote_app_id,
       result = MESSAGE_PORT_ERROR_PORT_NOT_FOUND;
   }
   platform->addEvent(BoundaryEvent::Kind::kMessageSent, remote_app_id, remote_port,
-                     message->entries, result);
+                     message->keyValues(), result);
   if (result != MESSAGE_PORT_ERROR_NONE) {
     host::logWarn(host::kHostLogTag, "message to '%s' on port '%s' refused: nobody listens there",
                   remote_app_id, remote_port);
@@ -66,7 +66,7 @@ int message_port_send_trusted_message(const char* remote_app_id,
 
   std::string port = remote_port;
   std::string from = platform->selfAppId();
-  host::KeyValues entries = message->entries;
+  host::KeyValues entries = message->keyValues();
   platform->postToPeer(
       [app, port, from, entries] {
         host::BundlePtr copy = host::makeBundle(entries);

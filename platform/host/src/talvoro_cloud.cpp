@@ -1,5 +1,6 @@
 // The vendor's cloud library on the emulated watch: its C API. The backup app's half of each
 // exchange is in host/CloudLibrary.h.
+#include <dlog.h>
 #include <talvoro_cloud.h>
 
 #include <memory>
@@ -309,8 +310,11 @@ int talvoro_cloud_file_create_file(talvoro_cloud_list_h list, const char* path) 
   host::RecordRefs records;
   for (const auto& record : list->records)
     records.push_back(&record->data);
-  if (!host::writeRecordFile(path, records, reason))
+  if (!host::writeRecordFile(path, records, reason)) {
+    // The error code alone would leave the reason (a value too long for the format) unknown.
+    dlog_print(DLOG_ERROR, "talvoro-cloud", "%s", reason.c_str());
     return TALVORO_CLOUD_ERROR_IO_ERROR;
+  }
   return TALVORO_CLOUD_ERROR_NONE;
 }
 

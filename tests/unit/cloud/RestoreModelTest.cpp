@@ -25,7 +25,7 @@ class TestRestoreModel : public RestoreModel {
  public:
   explicit TestRestoreModel(app_control_h request) : RestoreModel(request) {}
   std::string restoreRecord(int index, const char* value) override {
-    restored.emplace_back(index, value);
+    restored.emplace_back(index, value ? value : "(no value)");
     return key;
   }
   std::string key = "key";
@@ -142,19 +142,28 @@ TEST_F(RestoreModelTest, ThreeRecordsAreRestoredInOrderAndSentBackStampedInSecon
   EXPECT_EQ(host::cloud::liveLists(), 0);
 }
 
-TEST_F(RestoreModelTest, ARecordWithoutAValueIsNotRestoredAndTheWalkGoesOn) {
+// The model decides what a record without a value restores (nothing); it still goes back with
+// its key and date, or the cloud would refuse the whole list.
+TEST_F(RestoreModelTest, ARecordWithoutAValueStillGetsItsKeyAndDateAndTheWalkGoesOn) {
   TestRestoreModel model(request_.get());
+  model.key = "restored-key";
   ASSERT_TRUE(model.run());
-  download({stored("{\"n\":0}"), stored(nullptr), stored("{\"n\":2}")});
+  download({stored("{\"n\":0}"), CloudRecord{}, stored("{\"n\":2}")});
+  const long before = static_cast<long>(time(nullptr));
   ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
-  EXPECT_EQ(model.restored,
-            (std::vector<std::pair<int, std::string>>{{0, "{\"n\":0}"}, {2, "{\"n\":2}"}}));
+  const long after = static_cast<long>(time(nullptr));
+  EXPECT_EQ(model.restored, (std::vector<std::pair<int, std::string>>{
+                                {0, "{\"n\":0}"}, {1, "(no value)"}, {2, "{\"n\":2}"}}));
   std::vector<Answer> answers = host::cloud::takeAnswers();
   ASSERT_EQ(answers.size(), 1u);
   EXPECT_TRUE(answers[0].success);
   ASSERT_EQ(answers[0].records.size(), 3u);
-  // Left as it was downloaded.
-  EXPECT_EQ(answers[0].records[1], stored(nullptr));
+  const CloudRecord& valueless = answers[0].records[1];
+  EXPECT_EQ(valueless.key, std::optional<std::string>("restored-key"));
+  ASSERT_TRUE(valueless.date);
+  EXPECT_GE(std::stol(*valueless.date), before);
+  EXPECT_LE(std::stol(*valueless.date), after);
+  EXPECT_FALSE(valueless.value);
   EXPECT_EQ(serviceMessages(platform().log()),
             (std::vector<std::string>{"I value : {\"n\":0}",
                                       "E talvoro_cloud_record_get_value - value is nullptr.",
@@ -165,7 +174,12 @@ TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
   std::string damaged;
   {
     std::string reason;
-    ASSERT_TRUE(host::encodeRecordFile({stored("{}")}, damaged, reason)) << reason;
+    const std::string written = deviceDir() + "/written.dat";
+    ASSERT_TRUE(host::writeRecordFile(written, {stored("{}")}, reason)) << reason;
+    g_autofree char* bytes = nullptr;
+    gsize size = 0;
+    ASSERT_TRUE(g_file_get_contents(written.c_str(), &bytes, &size, nullptr));
+    damaged.assign(bytes, size);
     damaged[damaged.size() - 1] ^= 0x20;
   }
   struct Case {

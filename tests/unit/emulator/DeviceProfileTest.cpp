@@ -1,7 +1,10 @@
 #include "emu/DeviceProfile.h"
 
 #include <glib.h>
+#include <glib/gstdio.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -100,6 +103,63 @@ TEST_F(DeviceProfileTest, BrokenProfilesAreRefusedWithAOneLineReason) {
   std::string error;
   EXPECT_FALSE(profile.load(dir_ + "/absent", error));
   EXPECT_EQ(error.find('\n'), std::string::npos);
+}
+
+// Only a regular file of bounded size is read, and nothing json-glib would recurse through too
+// deeply: each of these would hang, exhaust memory or crash the reader.
+TEST_F(DeviceProfileTest, WhatIsNoProfileFileIsRefusedAtOnce) {
+  const std::string path = dir_ + "/device.json";
+  const auto refusal = [&] {
+    emu::DeviceProfile profile;
+    std::string error;
+    EXPECT_FALSE(profile.load(dir_, error));
+    EXPECT_EQ(error.find('\n'), std::string::npos);
+    return error;
+  };
+  ASSERT_EQ(mkfifo(path.c_str(), 0644), 0);
+  EXPECT_EQ(refusal(), path + ": not a regular file");
+  g_unlink(path.c_str());
+  ASSERT_EQ(symlink("/dev/zero", path.c_str()), 0);
+  EXPECT_EQ(refusal(), path + ": not a regular file");
+  g_unlink(path.c_str());
+  const std::string deep = "{\"format\":1,\"name\":\"x\",\"faults\":" + std::string(200000, '[') +
+                           std::string(200000, ']') + "}";
+  ASSERT_TRUE(g_file_set_contents(path.c_str(), deep.c_str(), -1, nullptr));
+  EXPECT_EQ(refusal(), path + ": nests deeper than 512 levels");
+  ASSERT_EQ(truncate(path.c_str(), static_cast<off_t>(emu::DeviceProfile::kMaxFileBytes) + 1), 0);
+  EXPECT_EQ(refusal(), path + ": larger than 64 MiB");
+}
+
+// A profile that loads saves to one that loads the same: json-glib turns "\377" into a byte
+// that is not UTF-8, and settings a restore brought may hold such bytes; both are carried.
+TEST_F(DeviceProfileTest, WhatLoadsSavesAndLoadsAgainTheSame) {
+  const std::string path = dir_ + "/device.json";
+  const char* text =
+      "{\"format\":1,\"name\":\"t\\377\",\"config\":{\"db/k\":\"v\\377\",\"plain\":\"p\"},"
+      "\"faces\":[{\"pkgid\":\"f\",\"settings\":\"<x>\\6\\351</x>\"}]}";
+  ASSERT_TRUE(g_file_set_contents(path.c_str(), text, -1, nullptr));
+  emu::DeviceProfile profile;
+  std::string error;
+  ASSERT_TRUE(profile.load(dir_, error)) << error;
+  ASSERT_EQ(profile.faces.size(), 1u);
+  EXPECT_EQ(profile.faces[0].settings, "<x>\x06\xe9</x>");
+  profile.watchApps.push_back({"a", "p", "caf\xe9"});
+  ASSERT_TRUE(profile.save(dir_, error)) << error;
+
+  g_autofree char* saved = nullptr;
+  gsize length = 0;
+  ASSERT_TRUE(g_file_get_contents(path.c_str(), &saved, &length, nullptr));
+  EXPECT_TRUE(g_utf8_validate(saved, static_cast<gssize>(length), nullptr));
+  emu::DeviceProfile again;
+  ASSERT_TRUE(again.load(dir_, error)) << error;
+  EXPECT_EQ(again.name, "t\xff");
+  EXPECT_EQ(again.config, profile.config);
+  EXPECT_EQ(again.faces[0].settings, profile.faces[0].settings);
+  EXPECT_EQ(again.watchApps[0].resultXml, "caf\xe9");
+
+  // A name cannot carry its bytes: such a profile is refused, not saved broken.
+  EXPECT_EQ(writeProfile("{\"format\":1,\"name\":\"x\",\"config\":{\"\\377\":\"v\"}}"),
+            "device.json \"config\" has a name that is not UTF-8 text");
 }
 
 TEST_F(DeviceProfileTest, EmulatedWatchLoadsThePlatformAndWritesBackWhatChanged) {

@@ -143,7 +143,7 @@ TEST_F(AppCtrlModelTest, PrepareInstallWaitsForTheVerdictBeforeReturning) {
 }
 
 TEST_F(AppCtrlModelTest, WatchInstallVerdicts) {
-  EXPECT_THAT(watchInstall(APP_CONTROL_RESULT_SUCCEEDED, {{"errorMsg", ""}}), ElementsAre(true));
+  EXPECT_THAT(watchInstall(APP_CONTROL_RESULT_SUCCEEDED, {{"errorMsg", "ok"}}), ElementsAre(true));
   EXPECT_THAT(watchInstall(APP_CONTROL_RESULT_FAILED,
                            {{"errorMsg", "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE"}}),
               ElementsAre(true));

@@ -3,7 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <glib/gstdio.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -40,7 +44,9 @@ class WatchPeersTest : public PlatformFixture {
   }
 
   // Makes the watch in the fixture's device directory with `faults` and boots it.
-  void boot(bool sample, const std::map<std::string, std::string>& faults = {}) {
+  void boot(bool sample,
+            const std::map<std::string, std::string>& faults = {},
+            const std::function<void(emu::DeviceProfile&)>& edit = nullptr) {
     std::string error;
     ASSERT_TRUE(sample ? emu::createSampleWatch(deviceDir(), error)
                        : emu::createBlankWatch(deviceDir(), error))
@@ -48,6 +54,8 @@ class WatchPeersTest : public PlatformFixture {
     emu::DeviceProfile profile;
     ASSERT_TRUE(profile.load(deviceDir(), error)) << error;
     profile.faults = faults;
+    if (edit)
+      edit(profile);
     ASSERT_TRUE(profile.save(deviceDir(), error)) << error;
     host::LaunchOptions options;
     options.deviceDir = deviceDir();
@@ -258,6 +266,45 @@ TEST_F(WatchPeersTest, ImageUnreadableGivesEmptyDataWithoutBlocking) {
   ASSERT_EQ(images_.size(), 2u);
   EXPECT_EQ(images_[0].data, "");
   EXPECT_NE(images_[1].data, "");
+}
+
+// The watch face service hands out only regular files inside the device directory; a photo the
+// service cannot count is left out of the backup. Each is named, by the service and the watch.
+TEST_F(WatchPeersTest, PhotosOutsideTheDeviceOrTooLargeAreNamedAndNotBackedUp) {
+  const std::string outside = deviceDir() + "/../outside-secret";
+  ASSERT_TRUE(g_file_set_contents(outside.c_str(), "secret", -1, nullptr));
+  boot(true, {}, [&](emu::DeviceProfile& profile) {
+    const std::string dir = deviceDir() + "/" + profile.images[0].path + "-dir";
+    ASSERT_EQ(g_mkdir(dir.c_str(), 0755), 0);
+    ASSERT_EQ(symlink(outside.c_str(), (deviceDir() + "/link.jpg").c_str()), 0);
+    const std::string huge = deviceDir() + "/huge.jpg";
+    ASSERT_TRUE(g_file_set_contents(huge.c_str(), "", 0, nullptr));
+    ASSERT_EQ(truncate(huge.c_str(), 2147483648LL), 0);
+    profile.images = {{"link.jpg", "link.jpg", "T"},
+                      {"up.jpg", "../outside-secret", "T"},
+                      {"dir.jpg", profile.images[0].path + "-dir", "T"},
+                      {"huge.jpg", "huge.jpg", "T"},
+                      {"fine.jpg", profile.images[0].path, "T"}};
+  });
+  collect();
+  ASSERT_EQ(images_.size(), 4u);
+  for (size_t i = 0; i < 3; ++i)
+    EXPECT_EQ(images_[i].data, "") << images_[i].fileName;
+  EXPECT_EQ(images_[3].fileName, "fine.jpg");
+  EXPECT_NE(images_[3].data, "");
+  EXPECT_THAT(logs(), Contains("E Photo [huge.jpg] is too large to back up (2147483648 bytes)"));
+  const std::string dirPath = watch_->profile().images[2].path;
+  emu::DeviceProfile saved;
+  EXPECT_THAT(
+      finishAndReload(saved),
+      IsSupersetOf(std::vector<std::string>{
+          "watchface photo link.jpg (link.jpg) lies outside the device directory: sent "
+          "as unreadable",
+          "watchface photo up.jpg (../outside-secret) lies outside the device "
+          "directory: sent as unreadable",
+          "watchface photo dir.jpg (" + dirPath + ") is not a regular file: sent as unreadable",
+          "watchface photo huge.jpg is too large to back up (2147483648 bytes)"}));
+  g_unlink(outside.c_str());
 }
 
 }  // namespace

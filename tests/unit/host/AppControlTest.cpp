@@ -70,6 +70,19 @@ class AppControlTest : public morvik_test::PlatformFixture {
   std::shared_ptr<FakeApp> peer_;
 };
 
+// As on the device: an empty value is refused like an empty key, so a request never carries one.
+TEST_F(AppControlTest, ExtraDataRefusesAnEmptyKeyOrValue) {
+  app_control_h handle = nullptr;
+  ASSERT_EQ(app_control_create(&handle), APP_CONTROL_ERROR_NONE);
+  EXPECT_EQ(app_control_add_extra_data(handle, "result_xml", ""),
+            APP_CONTROL_ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(app_control_add_extra_data(handle, "", "x"), APP_CONTROL_ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(extra(handle, "result_xml"), "(none)");
+  EXPECT_EQ(app_control_add_extra_data(handle, "result_xml", "<a/>"), APP_CONTROL_ERROR_NONE);
+  EXPECT_EQ(extra(handle, "result_xml"), "<a/>");
+  app_control_destroy(handle);
+}
+
 TEST_F(AppControlTest, RequestAndReplyArriveLaterOnTheLoop) {
   peer_->replyResult = APP_CONTROL_RESULT_FAILED;
   peer_->replyExtras = {{"errorMsg", "VENDARO_MESSAGE_RES_ERROR_CAN_NOT_FIND_CONTENT"}};

@@ -36,8 +36,31 @@ TEST(BundleTest, KeysAreUniqueAndKeepTheirOrder) {
   host::BundlePtr copy(bundle_dup(b.get()));
   EXPECT_EQ(bundle_del(b.get(), "operation"), BUNDLE_ERROR_NONE);
   EXPECT_EQ(bundle_del(b.get(), "operation"), BUNDLE_ERROR_KEY_NOT_AVAILABLE);
-  EXPECT_EQ(copy->entries,
+  EXPECT_EQ(copy->keyValues(),
             (host::KeyValues{{"operation", "talvoro_cloud_restore"}, {"type", "watch"}}));
+}
+
+// What the device's public headers and libraries do, where the host once differed.
+TEST(BundleTest, ErrorValuesAndValuePointersAreTheDevices) {
+  EXPECT_EQ(TIZEN_ERROR_MESSAGE_PORT, -0x01130000);
+  EXPECT_EQ(MESSAGE_PORT_ERROR_PORT_NOT_FOUND, -0x01130000 | 0x01);
+  EXPECT_EQ(MESSAGE_PORT_ERROR_CERTIFICATE_NOT_MATCH, -0x01130000 | 0x02);
+  EXPECT_EQ(MESSAGE_PORT_ERROR_MAX_EXCEEDED, -0x01130000 | 0x03);
+  EXPECT_EQ(MESSAGE_PORT_ERROR_RESOURCE_UNAVAILABLE, -0x01130000 | 0x04);
+  EXPECT_EQ(BUNDLE_ERROR_KEY_EXISTS, TIZEN_ERROR_BUNDLE | 0x01);
+  EXPECT_EQ(TIZEN_ERROR_BUNDLE, -0x01180000);
+
+  // A value stays where it is while other keys are added.
+  host::BundlePtr b(bundle_create());
+  ASSERT_EQ(bundle_add_str(b.get(), "type", "watch"), BUNDLE_ERROR_NONE);
+  char* value = nullptr;
+  ASSERT_EQ(bundle_get_str(b.get(), "type", &value), BUNDLE_ERROR_NONE);
+  for (int i = 0; i < 64; ++i)
+    ASSERT_EQ(bundle_add_str(b.get(), ("key" + std::to_string(i)).c_str(), "v"), BUNDLE_ERROR_NONE);
+  char* again = nullptr;
+  ASSERT_EQ(bundle_get_str(b.get(), "type", &again), BUNDLE_ERROR_NONE);
+  EXPECT_EQ(again, value);
+  EXPECT_STREQ(value, "watch");
 }
 
 struct Inbox {
@@ -56,7 +79,7 @@ void collect(int portId,
   EXPECT_TRUE(trusted);
   inbox->portId = portId;
   inbox->senders.push_back(remoteAppId);
-  inbox->messages.push_back(message->entries);
+  inbox->messages.push_back(message->keyValues());
 }
 
 class MessagePortTest : public morvik_test::PlatformFixture {

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <string.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -134,9 +136,21 @@ TEST_F(HostileRestoreTest, BrokenDocumentsChangeNothingAndSayWhy) {
   }
 }
 
+// Wrapped base64 (76 columns, as mail and many tools write it) decodes exactly; anything else
+// that is not padded standard base64 is refused, whitespace or not.
 TEST_F(HostileRestoreTest, DamagedBase64IsRefusedRatherThanWrittenAsGarbage) {
-  const std::vector<std::string> damaged = {"!!!!", "AAA", "AA=A", "A===", "AAAA====", "AA\\nAA"};
-  std::string images = image("good.png", "iVBORw==") + "," + image("empty.png", "");
+  const std::vector<std::string> damaged = {
+      "!!!!", "AAA", "AA=A", "A===", "AAAA====", "AA-_", "AAAAAA", "AA=\\nA", "AA\\tA", "A A A"};
+  std::string photo(200, '\0');
+  for (size_t i = 0; i < photo.size(); ++i)
+    photo[i] = static_cast<char>(i * 37);
+  g_autofree gchar* encoded =
+      g_base64_encode(reinterpret_cast<const guchar*>(photo.data()), photo.size());
+  std::string wrapped;
+  for (const char* at = encoded; *at; at += std::min<size_t>(76, strlen(at)))
+    wrapped += std::string(at, std::min<size_t>(76, strlen(at))) + "\\r\\n";
+  std::string images = image("good.png", "iVBORw==") + "," + image("empty.png", "") + "," +
+                       image("wrapped.png", wrapped) + "," + image("spaced.png", " iVBO Rw== ");
   for (size_t i = 0; i < damaged.size(); ++i)
     images += "," + image("bad-" + std::to_string(i) + ".png", damaged[i]);
   restore("{\"watch_custom_bg\":[" + images + "]}");
@@ -146,6 +160,12 @@ TEST_F(HostileRestoreTest, DamagedBase64IsRefusedRatherThanWrittenAsGarbage) {
   EXPECT_TRUE(loggedError("Failed to decode base64 string"));
   EXPECT_TRUE(g_file_test((trusted_ + "good.png").c_str(), G_FILE_TEST_IS_REGULAR));
   EXPECT_TRUE(g_file_test((trusted_ + "empty.png").c_str(), G_FILE_TEST_IS_REGULAR));
+  for (const char* name : {"wrapped.png", "spaced.png"})
+    EXPECT_FALSE(loggedError(std::string("Failed to decode image file [") + name + "]")) << name;
+  g_autofree char* written = nullptr;
+  gsize size = 0;
+  ASSERT_TRUE(g_file_get_contents((trusted_ + "wrapped.png").c_str(), &written, &size, nullptr));
+  EXPECT_EQ(std::string(written, size), photo);
   EXPECT_FALSE(g_file_test((trusted_ + "bad-0.png").c_str(), G_FILE_TEST_EXISTS));
 }
 

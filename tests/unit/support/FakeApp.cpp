@@ -20,7 +20,7 @@ void FakeApp::onLaunchRequest(app_control_h request, std::shared_ptr<host::Pendi
 }
 
 void FakeApp::onMessage(const std::string& port, const std::string& fromAppId, bundle* message) {
-  messages.push_back({port, fromAppId, message->entries});
+  messages.push_back({port, fromAppId, message->keyValues()});
 }
 
 }  // namespace morvik_test

@@ -3,13 +3,19 @@
 
 #include <bundle.h>
 
+#include <list>
 #include <memory>
+#include <string>
+#include <utility>
 
 #include "host/BoundaryRecord.h"
 
-// The host's bundle: string entries in insertion order.
+// The host's bundle: string entries in insertion order. A list, as on the device a value stays
+// where it is until its key is deleted: bundle_get_str hands out pointers into it.
 struct _bundle_t {
-  host::KeyValues entries;
+  std::list<std::pair<std::string, std::string>> entries;
+
+  host::KeyValues keyValues() const { return host::KeyValues(entries.begin(), entries.end()); }
 };
 
 namespace host {

@@ -20,7 +20,7 @@ struct LogLine {
 // tests read. Main loop thread only.
 class LogSink {
  public:
-  // Appends to `filePath` when it is not empty.
+  // Appends to `filePath` when it is not empty, from the first line on.
   explicit LogSink(const std::string& filePath);
   ~LogSink();
 
@@ -43,6 +43,9 @@ class LogSink {
     void operator()(FILE* file) const { fclose(file); }
   };
 
+  void openFile();
+
+  std::string filePath_;  // until the first line opens it
   std::unique_ptr<FILE, FileCloser> file_;
   bool echoToStderr_ = true;
   std::vector<LogLine> lines_;

@@ -22,19 +22,11 @@ struct CloudRecord {
 //   "TVRF"  u32 version (1)  u32 record count
 //   per record, key, date and value: u32 length (0xFFFFFFFF: absent) then that many bytes
 //   u32 CRC-32 (IEEE) of everything before it
-// Decoding refuses anything else: a short or over-long file, another magic or version, a bad
-// checksum, a field longer than kMaxFieldBytes or holding a NUL byte, more records than the
-// bytes can carry. Fields are C strings on the API side, hence no NULs.
-constexpr size_t kMaxFieldBytes = 64u << 20;
-constexpr size_t kMaxRecordFileBytes = 128u << 20;
-
-// False with a one-line reason when a field holds a NUL or exceeds kMaxFieldBytes.
-bool encodeRecordFile(const std::vector<CloudRecord>& records,
-                      std::string& bytes,
-                      std::string& reason);
-bool decodeRecordFile(const std::string& bytes,
-                      std::vector<CloudRecord>& records,
-                      std::string& reason);
+// Reading refuses anything else: a short or over-long file, another magic or version, a bad
+// checksum, a field holding a NUL byte or longer than the bytes left, more records than the
+// bytes can carry. Fields are C strings on the API side, hence no NULs. The length word is the
+// only limit on a field: the disk, not the format, bounds a document.
+constexpr size_t kMaxFieldBytes = 0xFFFFFFFEu;
 
 // Records that the caller keeps owning, for writing without a copy.
 using RecordRefs = std::vector<const CloudRecord*>;
@@ -49,6 +41,10 @@ bool writeRecordFile(const std::string& path,
                      const std::vector<CloudRecord>& records,
                      std::string& reason);
 bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason);
+// Writes the records into `fd`, an empty file open for writing; false with a one-line reason,
+// before anything is written when a record cannot be carried.
+bool writeRecords(int fd, const RecordRefs& records, std::string& reason);
+
 // A record as a reader that passes the file on sees it: the value only by its size (absent:
 // no value) and CRC-32.
 struct RecordOutline {
@@ -70,13 +66,51 @@ uint32_t valueCrc(const std::string& value);
 // Copies the file `from` to `to` byte for byte, replacing `to` as writeRecordFile does. For a
 // file its caller has just read: the bytes are not checked again. False with a one-line reason.
 bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason);
-// Reads a regular file of at most kMaxRecordFileBytes, refusing what decodeRecordFile refuses,
-// with the fields read straight into the records. False with a one-line reason; then
-// `*corrupt` (when given) tells a damaged file from one that could not be read at all.
+// Copies the regular file `from` into `fd` byte for byte.
+bool copyFileInto(const std::string& from, int fd, std::string& reason);
+// Reads a regular record file, refusing what the format above refuses, with the fields read
+// straight into the records. False with a one-line reason; then `*corrupt` (when given) tells a
+// damaged file from one that could not be read at all.
 bool readRecordFile(const std::string& path,
                     std::vector<CloudRecord>& records,
                     std::string& reason,
                     bool* corrupt = nullptr);
+
+// A file being written under a temporary name. Its writer holds an flock on it from creation
+// until it is renamed or linked into place, so that removeStaleTempFiles can tell a file a
+// crashed writer left (nobody holds its lock) from one a live process is writing. Removed when
+// this object goes, unless renamed away.
+class LockedTempFile {
+ public:
+  LockedTempFile() = default;
+  ~LockedTempFile();
+  LockedTempFile(const LockedTempFile&) = delete;
+  LockedTempFile& operator=(const LockedTempFile&) = delete;
+
+  // Creates and locks a new file named after `pattern`, whose last "XXXXXX" is replaced.
+  bool create(const std::string& pattern, std::string& reason);
+  int fd() const { return fd_; }
+  const std::string& path() const { return path_; }
+  // Renames the file over `target` while still holding its lock, then closes it.
+  bool renameTo(const std::string& target, std::string& reason);
+  // Gives the file a second name, `target`, which must not exist (errno in `error`); the
+  // temporary name still goes with this object.
+  bool linkTo(const std::string& target, int& error);
+
+ private:
+  bool closeAfterWriting(const std::string& name, std::string& reason);
+
+  int fd_ = -1;
+  std::string path_;  // empty once renamed
+};
+
+// "<name>.dat.XXXXXX": what writeRecordFile leaves beside its target if its writer dies.
+bool isRecordFileTempName(const char* name);
+
+// Removes the files in `dir` that `isTempName` accepts and that no live process holds locked
+// (see LockedTempFile); a file whose writer still runs is never touched. Returns their names.
+std::vector<std::string> removeStaleTempFiles(const std::string& dir,
+                                              bool (*isTempName)(const char* name));
 
 }  // namespace host
 
