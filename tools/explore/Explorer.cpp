@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <set>
 
@@ -308,8 +309,11 @@ RunVerdict Explorer::run(const Scenario& scenario) const {
   RunVerdict verdict;
   verdict.scenario = scenario;
   std::vector<std::string>& violations = verdict.violations;
-  const std::string tag =
-      scenario.name.empty() ? "seed-" + std::to_string(scenario.seed) : scenario.name;
+  // Short: the watch's paths must fit its buffers.
+  const std::string tag = scenario.name.empty()
+                              ? "seed-" + std::to_string(scenario.seed)
+                              : "case-" + std::to_string(std::hash<std::string>()(scenario.name) %
+                                                         1000000);
   Paths paths;
   paths.root = path(workDir_, tag);
   paths.device = path(paths.root, "watch");
