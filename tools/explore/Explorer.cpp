@@ -310,10 +310,10 @@ RunVerdict Explorer::run(const Scenario& scenario) const {
   verdict.scenario = scenario;
   std::vector<std::string>& violations = verdict.violations;
   // Short: the watch's paths must fit its buffers.
-  const std::string tag = scenario.name.empty()
-                              ? "seed-" + std::to_string(scenario.seed)
-                              : "case-" + std::to_string(std::hash<std::string>()(scenario.name) %
-                                                         1000000);
+  const std::string tag =
+      scenario.name.empty()
+          ? "seed-" + std::to_string(scenario.seed)
+          : "case-" + std::to_string(std::hash<std::string>()(scenario.name) % 1000000);
   Paths paths;
   paths.root = path(workDir_, tag);
   paths.device = path(paths.root, "watch");
