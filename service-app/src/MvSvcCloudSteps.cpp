@@ -35,8 +35,7 @@ std::string mvsvcRecordFilePath(const char* fileName,
   std::string path = std::string(directory.get()) + fileName;
   // The watch formats the path into a fixed buffer: a cut path would name another file.
   if (path.size() >= bufferSize) {
-    MVSVC_LOGE_FOR(caller, "Record file path is longer than %zu bytes: %s", bufferSize - 1,
-                   path.c_str());
+    MVSVC_LOGE_FOR(caller, "Record file path is too long: %s", path.c_str());
     return std::string();
   }
   return path;
