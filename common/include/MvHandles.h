@@ -8,7 +8,9 @@
 #include <app_control.h>
 #include <bundle.h>
 #include <glib.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <memory>
 #include <type_traits>
@@ -35,6 +37,33 @@ struct MvGFreeDeleter {
 };
 using MvGCharPtr = std::unique_ptr<char, MvGFreeDeleter>;
 using MvGBytesPtr = std::unique_ptr<guchar, MvGFreeDeleter>;
+
+struct MvFileCloser {
+  void operator()(FILE* file) const { fclose(file); }
+};
+using MvFilePtr = std::unique_ptr<FILE, MvFileCloser>;
+
+// A file descriptor, closed when it goes; release() hands it on (to fdopen(), say).
+class MvFd {
+ public:
+  explicit MvFd(int fd) : fd_(fd) {}
+  ~MvFd() {
+    if (fd_ >= 0)
+      close(fd_);
+  }
+  MvFd(const MvFd&) = delete;
+  MvFd& operator=(const MvFd&) = delete;
+
+  int get() const { return fd_; }
+  int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+
+ private:
+  int fd_;
+};
 
 struct MvEcoreTimerDeleter {
   void operator()(Ecore_Timer* timer) const { ecore_timer_del(timer); }

@@ -6,6 +6,9 @@
 #include <string.h>
 #include <sys/time.h>
 
+#include <memory>
+#include <type_traits>
+
 #include "MvSvcCloudSteps.h"
 #include "MvSvcLog.h"
 
@@ -15,6 +18,12 @@ const char* const kRecordFileName = "backup.dat";
 const char* const kRecordKey = "key";
 // The watch formats the record file's path into a buffer of this size.
 const size_t kRecordPathBufferSize = 128;
+
+struct CloudRecordDestroyer {
+  void operator()(talvoro_cloud_record_h record) const { talvoro_cloud_record_destroy(record); }
+};
+using CloudRecordPtr =
+    std::unique_ptr<std::remove_pointer_t<talvoro_cloud_record_h>, CloudRecordDestroyer>;
 
 }  // namespace
 
@@ -109,39 +118,34 @@ void BackupModel::_backupSetKeysDatesCb(void* userData) {
   }
 
   bool success = true;
-  for (unsigned int index = 0; index < model->_size; ++index) {
-    talvoro_cloud_record_h record = nullptr;
-    ret = talvoro_cloud_record_create(&record);
+  for (unsigned int index = 0; index < model->_size && success; ++index) {
+    talvoro_cloud_record_h created = nullptr;
+    ret = talvoro_cloud_record_create(&created);
     if (ret != TALVORO_CLOUD_ERROR_NONE) {
       MVSVC_LOGE("talvoro_cloud_record_create failed.(%d)", ret);
       success = false;
       break;
     }
-    ret = talvoro_cloud_record_set_key(record, kRecordKey);
-    if (ret != TALVORO_CLOUD_ERROR_NONE) {
-      MVSVC_LOGE("talvoro_cloud_record_set_key failed.(%d)", ret);
-      talvoro_cloud_record_destroy(record);
-      success = false;
-      break;
-    }
+    // Ours until the list takes it.
+    CloudRecordPtr record(created);
     char date[128] = {0};
     snprintf(date, sizeof(date), "%llu",
              static_cast<unsigned long long>(model->_getCurrentDeviceMilliSecTime()));
-    ret = talvoro_cloud_record_set_date(record, date);
-    if (ret != TALVORO_CLOUD_ERROR_NONE) {
+    if ((ret = talvoro_cloud_record_set_key(record.get(), kRecordKey)) !=
+        TALVORO_CLOUD_ERROR_NONE) {
+      MVSVC_LOGE("talvoro_cloud_record_set_key failed.(%d)", ret);
+      success = false;
+    } else if ((ret = talvoro_cloud_record_set_date(record.get(), date)) !=
+               TALVORO_CLOUD_ERROR_NONE) {
       MVSVC_LOGE("talvoro_cloud_record_set_date failed.(%d)", ret);
-      talvoro_cloud_record_destroy(record);
       success = false;
-      break;
-    }
-    ret = talvoro_cloud_list_add(list, record);
-    if (ret != TALVORO_CLOUD_ERROR_NONE) {
+    } else if ((ret = talvoro_cloud_list_add(list, record.get())) != TALVORO_CLOUD_ERROR_NONE) {
       MVSVC_LOGE("talvoro_cloud_list_add failed.(%d)", ret);
-      talvoro_cloud_record_destroy(record);
       success = false;
-      break;
+    } else {
+      record.release();
+      MVSVC_LOGI("Setting key and date for cloud upload [key=%s, date=%s]", kRecordKey, date);
     }
-    MVSVC_LOGI("Setting key and date for cloud upload [key=%s, date=%s]", kRecordKey, date);
   }
 
   ret = talvoro_cloud_backup_record_send_keys_and_dates(list, success);
@@ -156,89 +160,82 @@ void BackupModel::_backupSetKeysDatesCb(void* userData) {
 void BackupModel::_backupRecordCb(void* list, void* userData) {
   BackupModel* model = MvSvcLiveness<BackupModel>::find(userData);
   talvoro_cloud_list_h records = static_cast<talvoro_cloud_list_h>(list);
-  if (!model) {
-    // The list is ours whatever happens; nobody is left to fill it.
-    if (records)
-      talvoro_cloud_list_destroy(records);
-    return;
-  }
-
   if (!records) {
-    int ret = talvoro_cloud_backup_record_send_backup_path(nullptr, false);
-    if (ret != TALVORO_CLOUD_ERROR_NONE)
-      MVSVC_LOGE("talvoro_cloud_backup_record_send_backup_path failed.(%d)", ret);
+    if (model)
+      _sendBackupPath(nullptr, false);
     return;
   }
+  // The list is ours in every case; when the model is gone nobody is left to fill it.
+  if (model) {
+    if (model->_fillRecords(records)) {
+      int ret = talvoro_cloud_file_create_file(records, model->_filePath.c_str());
+      if (ret != TALVORO_CLOUD_ERROR_NONE)
+        MVSVC_LOGE("talvoro_cloud_file_create_file failed.(%d)", ret);
+      _sendBackupPath(model->_filePath.c_str(), true);
+    } else {
+      _sendBackupPath(nullptr, false);
+    }
+  }
+  const int ret = talvoro_cloud_list_destroy(records);
+  if (ret != TALVORO_CLOUD_ERROR_NONE)
+    MVSVC_LOGE("talvoro_cloud_list_destroy failed.(%d)", ret);
+}
 
+// Fills the values of the first `_size` records; false when the list has no first record.
+bool BackupModel::_fillRecords(talvoro_cloud_list_h records) {
   int count = 0;
   int ret = talvoro_cloud_list_get_record_count(records, &count);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
-    MVSVC_LOGE("talvoro_cloud_list_get_record_count failed.(%d)", ret);
-
-  // Without a first record there is nothing to upload: answer as for an empty list.
-  bool walkable = count != 0;
-  if (walkable) {
-    ret = talvoro_cloud_list_move_to_first(records);
-    if (ret != TALVORO_CLOUD_ERROR_NONE) {
-      MVSVC_LOGE("talvoro_cloud_list_move_to_first failed.(%d)", ret);
-      walkable = false;
-    }
-  }
-  if (!walkable) {
-    ret = talvoro_cloud_backup_record_send_backup_path(nullptr, false);
-    if (ret != TALVORO_CLOUD_ERROR_NONE)
-      MVSVC_LOGE("talvoro_cloud_backup_record_send_backup_path failed.(%d)", ret);
-    ret = talvoro_cloud_list_destroy(records);
-    if (ret != TALVORO_CLOUD_ERROR_NONE)
-      MVSVC_LOGE("talvoro_cloud_list_destroy failed.(%d)", ret);
-    return;
+    MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_list_get_record_count failed.(%d)", ret);
+  if (count == 0)
+    return false;
+  ret = talvoro_cloud_list_move_to_first(records);
+  if (ret != TALVORO_CLOUD_ERROR_NONE) {
+    MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_list_move_to_first failed.(%d)", ret);
+    return false;
   }
 
-  for (unsigned int index = 0; index < model->_size; ++index) {
+  for (unsigned int index = 0; index < _size; ++index) {
     talvoro_cloud_record_h record = nullptr;
     const char* key = nullptr;
     const char* date = nullptr;
     ret = talvoro_cloud_list_get_current_record(records, &record);
     if (ret != TALVORO_CLOUD_ERROR_NONE)
-      MVSVC_LOGE("talvoro_cloud_list_get_current_record failed.(%d)", ret);
+      MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_list_get_current_record failed.(%d)", ret);
 
     if (record) {
       ret = talvoro_cloud_record_get_key(record, &key);
       if (ret != TALVORO_CLOUD_ERROR_NONE)
-        MVSVC_LOGE("talvoro_cloud_record_get_key failed.(%d)", ret);
+        MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_get_key failed.(%d)", ret);
       if (!key)
-        MVSVC_LOGE("talvoro_cloud_record_get_key - key is nullptr.");
+        MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_get_key - key is nullptr.");
 
       ret = talvoro_cloud_record_get_date(record, &date);
       if (ret != TALVORO_CLOUD_ERROR_NONE)
-        MVSVC_LOGE("talvoro_cloud_record_get_date failed.(%d)", ret);
+        MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_get_date failed.(%d)", ret);
       if (!date)
-        MVSVC_LOGE("talvoro_cloud_record_get_date - date is nullptr.");
+        MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_get_date - date is nullptr.");
 
-      std::string jsonStr = model->getJsonStr(index);
-      MVSVC_LOGI("backup jsonStr : %s", jsonStr.c_str());
+      std::string jsonStr = getJsonStr(index);
+      MVSVC_LOGI_FOR("_backupRecordCb", "backup jsonStr : %s", jsonStr.c_str());
 
       ret = talvoro_cloud_record_set_value(record, jsonStr.c_str());
       if (ret != TALVORO_CLOUD_ERROR_NONE)
-        MVSVC_LOGE("talvoro_cloud_record_set_value failed.(%d)", ret);
+        MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_set_value failed.(%d)", ret);
     }
 
     ret = talvoro_cloud_list_move_to_next(records);
     if (ret != TALVORO_CLOUD_ERROR_NONE)
-      MVSVC_LOGE("talvoro_cloud_list_move_to_next failed.(%d)", ret);
+      MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_list_move_to_next failed.(%d)", ret);
   }
+  return true;
+}
 
-  ret = talvoro_cloud_file_create_file(records, model->_filePath.c_str());
+void BackupModel::_sendBackupPath(const char* path, bool success) {
+  const int ret = talvoro_cloud_backup_record_send_backup_path(path, success);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
-    MVSVC_LOGE("talvoro_cloud_file_create_file failed.(%d)", ret);
-
-  ret = talvoro_cloud_backup_record_send_backup_path(model->_filePath.c_str(), true);
-  if (ret != TALVORO_CLOUD_ERROR_NONE)
-    MVSVC_LOGE("talvoro_cloud_backup_record_send_backup_path failed.(%d)", ret);
-
-  ret = talvoro_cloud_list_destroy(records);
-  if (ret != TALVORO_CLOUD_ERROR_NONE)
-    MVSVC_LOGE("talvoro_cloud_list_destroy failed.(%d)", ret);
+    MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_backup_record_send_backup_path failed.(%d)",
+                   ret);
 }
 
 void BackupModel::_backupCompleteCb(bool success, void* userData) {

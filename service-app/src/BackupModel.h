@@ -2,6 +2,7 @@
 #define BACKUP_MODEL_H
 
 #include <app_control.h>
+#include <talvoro_cloud.h>
 
 #include <stdint.h>
 
@@ -36,6 +37,8 @@ class BackupModel {
   static void _backupSetKeysDatesCb(void* userData);
   static void _backupRecordCb(void* list, void* userData);
   static void _backupCompleteCb(bool success, void* userData);
+  bool _fillRecords(talvoro_cloud_list_h records);
+  static void _sendBackupPath(const char* path, bool success);
 
   uint32_t _size;
   bool _isInitialized;

@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "MvHandles.h"
 #include "MvSvcJsonBuilder.h"
 #include "MvSvcLog.h"
 
@@ -15,10 +16,8 @@ const char* const kWatchSubKey = "file/private/com.talvoro.watchface/watchface_n
 
 // The key's value, or "" when it cannot be read.
 std::string readConfig(const char* key) {
-  char* value = vconf_get_str(key);
-  std::string text = value ? value : "";
-  free(value);
-  return text;
+  MvCharPtr value(vconf_get_str(key));
+  return value ? value.get() : "";
 }
 
 }  // namespace

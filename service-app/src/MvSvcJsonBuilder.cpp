@@ -30,10 +30,8 @@ bool allUtf8(std::initializer_list<const std::string*> texts) {
 
 // A name as a log line can show it.
 std::string shown(const std::string& name) {
-  gchar* valid = g_utf8_make_valid(name.data(), static_cast<gssize>(name.size()));
-  std::string text = valid;
-  g_free(valid);
-  return text;
+  g_autofree gchar* valid = g_utf8_make_valid(name.data(), static_cast<gssize>(name.size()));
+  return valid;
 }
 
 }  // namespace

@@ -20,19 +20,13 @@ MvSvcJsonObject::MvSvcJsonObject(const MvSvcJsonObject& other) : _jsonObject(nul
 }
 
 MvSvcJsonObject& MvSvcJsonObject::operator=(const MvSvcJsonObject& other) {
-  if (this == &other)
-    return *this;
-  if (_jsonObject) {
-    json_object_unref(_jsonObject);
-    _jsonObject = nullptr;
-  }
-  copy(other);
+  if (this != &other)
+    setJsonObject(other._jsonObject);
   return *this;
 }
 
 MvSvcJsonObject::~MvSvcJsonObject() {
-  if (_jsonObject)
-    json_object_unref(_jsonObject);
+  setJsonObject(nullptr);
 }
 
 void MvSvcJsonObject::copy(const MvSvcJsonObject& other) {
@@ -69,9 +63,8 @@ void MvSvcJsonObject::getStringValue(const std::string& key, std::string& value)
     return;
   }
   gsize length = 0;
-  guchar* bytes = g_base64_decode(json_node_get_string(exact), &length);
+  g_autofree guchar* bytes = g_base64_decode(json_node_get_string(exact), &length);
   value.assign(reinterpret_cast<const char*>(bytes), length);
-  g_free(bytes);
 }
 
 void MvSvcJsonObject::getIntegerValue(const std::string& key, int& value) const {
@@ -123,12 +116,11 @@ void MvSvcJsonObject::addStringMember(const std::string& key, const std::string&
       json_object_remove_member(_jsonObject, exactKey.c_str());
     return;
   }
-  gchar* repaired = g_utf8_make_valid(value.data(), static_cast<gssize>(value.size()));
-  gchar* exact = g_base64_encode(reinterpret_cast<const guchar*>(value.data()), value.size());
+  g_autofree gchar* repaired = g_utf8_make_valid(value.data(), static_cast<gssize>(value.size()));
+  g_autofree gchar* exact =
+      g_base64_encode(reinterpret_cast<const guchar*>(value.data()), value.size());
   json_object_set_string_member(_jsonObject, key.c_str(), repaired);
   json_object_set_string_member(_jsonObject, exactKey.c_str(), exact);
-  g_free(exact);
-  g_free(repaired);
 }
 
 void MvSvcJsonObject::addBooleanMember(const std::string& key, bool value) {
@@ -174,16 +166,12 @@ void MvSvcJsonObject::removeMember(const std::string& key) {
 void MvSvcJsonObject::getJsonMessage(std::string& text) {
   if (!_jsonObject)
     return;
-  JsonGenerator* generator = json_generator_new();
-  JsonNode* node = json_node_new(JSON_NODE_OBJECT);
+  g_autoptr(JsonGenerator) generator = json_generator_new();
+  g_autoptr(JsonNode) node = json_node_new(JSON_NODE_OBJECT);
   json_node_set_object(node, _jsonObject);
   json_generator_set_root(generator, node);
   gsize length = 0;
-  gchar* data = json_generator_to_data(generator, &length);
-  if (data) {
+  g_autofree gchar* data = json_generator_to_data(generator, &length);
+  if (data)
     text.assign(data, length);
-    g_free(data);
-  }
-  json_node_free(node);
-  g_object_unref(generator);
 }

@@ -91,9 +91,8 @@ void MvSvcJsonParser::_prepare(const std::string& text) {
   std::string repairedText;
   _repaired = !g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
   if (_repaired) {
-    gchar* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+    g_autofree gchar* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
     repairedText = valid;
-    g_free(valid);
   }
   const std::string& document = _repaired ? repairedText : text;
   // json-glib recurses per nesting level; a crafted document would overflow the stack.
@@ -101,11 +100,10 @@ void MvSvcJsonParser::_prepare(const std::string& text) {
     MVSVC_LOGE("Backup document nests deeper than %d levels", kMaxNesting);
     return;
   }
-  GError* error = nullptr;
+  g_autoptr(GError) error = nullptr;
   if (!json_parser_load_from_data(_parser, document.data(), static_cast<gssize>(document.size()),
                                   &error)) {
     MVSVC_LOGE("%s", error->message);
-    g_error_free(error);
     return;
   }
   _root = json_parser_get_root(_parser);

@@ -39,10 +39,10 @@ std::string MvSvcRestoreModel::restoreRecord(int, const char* value) {
 }
 
 void MvSvcRestoreModel::doRestore() {
-  MvSvcWatchDataTransferer* transferer =
-      new MvSvcWatchDataTransferer(_resultRestoreList, _imageRestoreList, _downloadList);
-  transferer->setOnTransferCompleted([this](bool success, void* userData) {
-    MvSvcWatchDataTransferer* done = static_cast<MvSvcWatchDataTransferer*>(userData);
+  _transferer = std::make_unique<MvSvcWatchDataTransferer>(_resultRestoreList, _imageRestoreList,
+                                                           _downloadList);
+  _transferer->setOnTransferCompleted([this](bool success, void* userData) {
+    auto* done = static_cast<MvSvcWatchDataTransferer*>(userData);
     if (!success) {
       MVSVC_LOGE("Restore failed. Do not write watch main and sub key");
     } else if (_mainKey.empty()) {
@@ -55,7 +55,8 @@ void MvSvcRestoreModel::doRestore() {
     } else if (vconf_set_str(kWatchMainKey, _mainKey.c_str()) != 0) {
       MVSVC_LOGE("Failed to write main vconf key");
     }
-    delete done;
+    // Its last act was to call this: it goes now.
+    _transferer.reset();
   });
-  transferer->run();
+  _transferer->run();
 }

@@ -3,10 +3,12 @@
 
 #include <app_control.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "MvSvcTypes.h"
+#include "MvSvcWatchDataTransferer.h"
 #include "RestoreModel.h"
 
 // The service's restore exchange: each restored record's document is parsed and transferred
@@ -27,6 +29,8 @@ class MvSvcRestoreModel : public RestoreModel {
   std::vector<WatchResultData> _resultRestoreList;
   std::vector<WatchImageData> _imageRestoreList;
   std::vector<WatchResultData> _downloadList;
+  // The transfer of the record being restored, from doRestore() to its completion.
+  std::unique_ptr<MvSvcWatchDataTransferer> _transferer;
 };
 
 #endif

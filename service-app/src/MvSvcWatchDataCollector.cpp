@@ -136,9 +136,8 @@ void MvSvcWatchDataCollector::_addImageEntry(bundle* message) {
                static_cast<long long>(info.st_size));
     return;
   }
-  char* data = _encodeImageToBase64(filePath);
-  _imageDataList.push_back({fileName, bgType, data});
-  g_free(data);
+  MvGCharPtr data(_encodeImageToBase64(filePath));
+  _imageDataList.push_back({fileName, bgType, data.get()});
 }
 
 void MvSvcWatchDataCollector::_sendBackupRequestAppCtrl(const char* pkgId, const char* svcId) {
@@ -185,47 +184,34 @@ int MvSvcWatchDataCollector::_foreach_pkginfo_app_list_cb(const pkgmgrinfo_appin
 
 char* MvSvcWatchDataCollector::_readXmlFile(const char* path, int* size) {
   // Only a regular file is read: opening a FIFO or a device could block or never end.
-  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0)
-    return nullptr;
+  MvFd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat info;
-  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-    close(fd);
+  if (fd.get() < 0 || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))
     return nullptr;
-  }
-  FILE* file = fdopen(fd, "r");
-  if (!file) {
-    close(fd);
+  MvFilePtr file(fdopen(fd.get(), "r"));
+  if (!file)
     return nullptr;
-  }
+  fd.release();
   long length = -1;
-  if (fseek(file, 0, SEEK_END) == 0)
-    length = ftell(file);
-  if (length < 0 || length >= INT32_MAX || fseek(file, 0, SEEK_SET) != 0) {
-    fclose(file);
+  if (fseek(file.get(), 0, SEEK_END) == 0)
+    length = ftell(file.get());
+  if (length < 0 || length >= INT32_MAX || fseek(file.get(), 0, SEEK_SET) != 0)
     return nullptr;
-  }
-  char* buffer = static_cast<char*>(calloc(static_cast<size_t>(length) + 1, 1));
-  if (!buffer || fread(buffer, static_cast<size_t>(length), 1, file) == 0) {
+  MvCharPtr buffer(static_cast<char*>(calloc(static_cast<size_t>(length) + 1, 1)));
+  if (!buffer || fread(buffer.get(), static_cast<size_t>(length), 1, file.get()) == 0) {
     *size = 0;
-    free(buffer);
-    fclose(file);
     return nullptr;
   }
   *size = static_cast<int>(length);
-  fclose(file);
-  return buffer;
+  return buffer.release();
 }
 
 char* MvSvcWatchDataCollector::_encodeImageToBase64(const char* path) {
   int size = 0;
-  char* buffer = _readXmlFile(path, &size);
+  MvCharPtr buffer(_readXmlFile(path, &size));
   if (!buffer)
     return g_strdup("");
-  gchar* encoded =
-      g_base64_encode(reinterpret_cast<const guchar*>(buffer), static_cast<gsize>(size));
-  free(buffer);
-  return encoded;
+  return g_base64_encode(reinterpret_cast<const guchar*>(buffer.get()), static_cast<gsize>(size));
 }
 
 void MvSvcWatchDataCollector::_directGetResultXml(const char* pkgId) {
@@ -234,13 +220,12 @@ void MvSvcWatchDataCollector::_directGetResultXml(const char* pkgId) {
   if (!ecore_file_exists(path.c_str()))
     path = kWatchListRoDir + relative;
   int size = 0;
-  char* buffer = _readXmlFile(path.c_str(), &size);
+  MvCharPtr buffer(_readXmlFile(path.c_str(), &size));
   if (!buffer) {
     MVSVC_LOGE("Failed to read %s", path.c_str());
     return;
   }
-  _resultDataList.push_back({pkgId, MVSVC_WATCHFACE_SERVICE_APP_ID, buffer});
-  free(buffer);
+  _resultDataList.push_back({pkgId, MVSVC_WATCHFACE_SERVICE_APP_ID, buffer.get()});
 }
 
 gboolean MvSvcWatchDataCollector::_backupFinishedTimeoutCb(gpointer data) {

@@ -234,16 +234,14 @@ void MvSvcWatchDataTransferer::_releaseModel(void* model) {
 }
 
 bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::string& filePath) {
-  char* trusted = nullptr;
-  if (app_manager_get_shared_trusted_path(MVSVC_SERVICE_APP_ID, &trusted) !=
-          APP_MANAGER_ERROR_NONE ||
-      !trusted) {
+  char* path = nullptr;
+  const int found = app_manager_get_shared_trusted_path(MVSVC_SERVICE_APP_ID, &path);
+  MvCharPtr trusted(path);
+  if (found != APP_MANAGER_ERROR_NONE || !trusted) {
     MVSVC_LOGE("app_manager_get_shared_trusted_path() failed!");
-    free(trusted);
     return false;
   }
-  const std::string directory = trusted;
-  free(trusted);
+  const std::string directory = trusted.get();
   if (!isPlainFileName(image.fileName)) {
     MVSVC_LOGE("Image file name is not a plain name");
     return false;
@@ -252,29 +250,28 @@ bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::
 
   gsize length = 0;
   // g_base64_decode skips what it cannot read; a damaged photo must not be written as garbage.
-  guchar* decoded =
-      isPaddedBase64(image.data) ? g_base64_decode(image.data.c_str(), &length) : nullptr;
+  MvGBytesPtr decoded(isPaddedBase64(image.data) ? g_base64_decode(image.data.c_str(), &length)
+                                                 : nullptr);
   if (!decoded) {
     MVSVC_LOGE("Failed to decode base64 string");
     return false;
   }
   // A link planted at the target must not redirect the write, and a FIFO there must not block.
-  const int fd = open(filePath.c_str(),
-                      O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
+  MvFd fd(open(filePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+               0644));
   struct stat info;
-  FILE* file = nullptr;
-  if (fd >= 0 && fstat(fd, &info) == 0 && S_ISREG(info.st_mode))
-    file = fdopen(fd, "wb");
+  MvFilePtr file;
+  if (fd.get() >= 0 && fstat(fd.get(), &info) == 0 && S_ISREG(info.st_mode))
+    file.reset(fdopen(fd.get(), "wb"));
   if (!file) {
     MVSVC_LOGE("Failed to open file");
-    if (fd >= 0)
-      close(fd);
-    g_free(decoded);
     return false;
   }
-  const bool written = fwrite(decoded, 1, length, file) == length;
-  g_free(decoded);
-  if (fclose(file) != 0 || !written) {
+  fd.release();
+  const bool written = fwrite(decoded.get(), 1, length, file.get()) == length;
+  decoded.reset();
+  // Closing flushes: its result tells whether the bytes are on the disk.
+  if (fclose(file.release()) != 0 || !written) {
     MVSVC_LOGE("Failed to write file from base64 string");
     return false;
   }
