@@ -413,4 +413,15 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   return true;
 }
 
+std::optional<std::string> readDeviceFile(const std::string& deviceDir,
+                                          const std::string& relativePath) {
+  g_autofree char* path = g_build_filename(deviceDir.c_str(), relativePath.c_str(), nullptr);
+  g_autofree char* bytes = nullptr;
+  gsize length = 0;
+  if (!g_file_test(path, G_FILE_TEST_IS_REGULAR) ||
+      !g_file_get_contents(path, &bytes, &length, nullptr))
+    return std::nullopt;
+  return std::string(bytes, length);
+}
+
 }  // namespace emu

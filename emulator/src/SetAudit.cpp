@@ -17,13 +17,7 @@ using Kind = host::BoundaryEvent::Kind;
 const char* const kDownloaded = "downloaded";
 
 std::optional<std::string> photoBytes(const std::string& deviceDir, const BackgroundImage& image) {
-  g_autofree char* path = g_build_filename(deviceDir.c_str(), image.path.c_str(), nullptr);
-  g_autofree char* bytes = nullptr;
-  gsize length = 0;
-  if (!g_file_test(path, G_FILE_TEST_IS_REGULAR) ||
-      !g_file_get_contents(path, &bytes, &length, nullptr))
-    return std::nullopt;
-  return std::string(bytes, length);
+  return readDeviceFile(deviceDir, image.path);
 }
 
 std::string base64(const std::string& bytes) {

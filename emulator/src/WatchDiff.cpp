@@ -50,15 +50,8 @@ struct Watch {
     return it->second.empty() ? "(empty)" : it->second;
   }
 
-  // Regular files only: a FIFO left at a photo's path must not block the comparison.
   std::optional<std::string> photoBytes(const Photo& photo) const {
-    g_autofree char* path = g_build_filename(dir.c_str(), photo.path.c_str(), nullptr);
-    g_autofree char* bytes = nullptr;
-    gsize length = 0;
-    if (!g_file_test(path, G_FILE_TEST_IS_REGULAR) ||
-        !g_file_get_contents(path, &bytes, &length, nullptr))
-      return std::nullopt;
-    return std::string(bytes, length);
+    return readDeviceFile(dir, photo.path);
   }
 };
 

@@ -163,6 +163,14 @@ void MvSvcAppCtrlModel::_reply(bool success) {
   callback(success, this);
 }
 
+// The live model a store reply is for, its verdict reset to false; null once it is gone.
+MvSvcAppCtrlModel* MvSvcAppCtrlModel::_waitingModel(void* userData) {
+  MvSvcAppCtrlModel* model = MvSvcLiveness<MvSvcAppCtrlModel>::find(userData);
+  if (model)
+    model->_isReplySucceeded = false;
+  return model;
+}
+
 void MvSvcAppCtrlModel::_quitReplyLoop() {
   if (_replyLoop)
     g_main_loop_quit(_replyLoop);
@@ -196,10 +204,9 @@ void MvSvcAppCtrlModel::_prepareInstallReplyCb(app_control_h,
                                                app_control_h reply,
                                                app_control_result_e result,
                                                void* userData) {
-  MvSvcAppCtrlModel* model = MvSvcLiveness<MvSvcAppCtrlModel>::find(userData);
+  MvSvcAppCtrlModel* model = _waitingModel(userData);
   if (!model)
     return;
-  model->_isReplySucceeded = false;
   MvCharPtr errorMsg = readExtra(reply, kKeyErrorMsg, __func__);
   if (result == APP_CONTROL_RESULT_SUCCEEDED)
     model->_isReplySucceeded = true;
@@ -212,10 +219,9 @@ void MvSvcAppCtrlModel::_watchInstallReplyCb(app_control_h request,
                                              app_control_h reply,
                                              app_control_result_e result,
                                              void* userData) {
-  MvSvcAppCtrlModel* model = MvSvcLiveness<MvSvcAppCtrlModel>::find(userData);
+  MvSvcAppCtrlModel* model = _waitingModel(userData);
   if (!model)
     return;
-  model->_isReplySucceeded = false;
   MvCharPtr guid = readExtra(request, kKeyGuid, __func__);
   MvCharPtr errorMsg = readExtra(reply, kKeyErrorMsg, __func__);
   if (result == APP_CONTROL_RESULT_SUCCEEDED) {

@@ -60,6 +60,7 @@ class MvSvcAppCtrlModel {
   void _requestStore(const char* caller, app_control_reply_cb callback);
   void _waitForStoreReply(bool install);
   void _reply(bool success);
+  static MvSvcAppCtrlModel* _waitingModel(void* userData);
   void _quitReplyLoop();
 
   MvAppControlPtr _appControl;  // until the request is sent

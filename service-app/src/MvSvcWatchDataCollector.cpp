@@ -141,8 +141,8 @@ void MvSvcWatchDataCollector::_addImageEntry(bundle* message) {
 }
 
 void MvSvcWatchDataCollector::_sendBackupRequestAppCtrl(const char* pkgId, const char* svcId) {
-  auto model = std::make_unique<MvSvcAppCtrlModel>(pkgId, svcId);
-  MvSvcAppCtrlModel* request = model.get();
+  MvSvcAppCtrlModel* request =
+      _pendingModels.add(std::make_unique<MvSvcAppCtrlModel>(pkgId, svcId));
   request->setOnAppCtrlRequestReplyCb([this](bool success, void* data) {
     auto* replied = static_cast<MvSvcAppCtrlModel*>(data);
     if (success)
@@ -150,17 +150,9 @@ void MvSvcWatchDataCollector::_sendBackupRequestAppCtrl(const char* pkgId, const
           {replied->getPackageId(), replied->getServiceId(), replied->getResultXml()});
     else
       MVSVC_LOGE("Failed to request backup app control");
-    _releaseModel(replied);
+    _pendingModels.release(replied);
   });
-  _pendingModels.push_back(std::move(model));
   request->requestBackup();
-}
-
-void MvSvcWatchDataCollector::_releaseModel(void* model) {
-  auto found = std::find_if(_pendingModels.begin(), _pendingModels.end(),
-                            [model](const auto& pending) { return pending.get() == model; });
-  if (found != _pendingModels.end())
-    _pendingModels.erase(found);
 }
 
 void MvSvcWatchDataCollector::_get3rdWatchAppPackageInfo() {

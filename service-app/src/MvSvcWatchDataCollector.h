@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "MvSvcAppCtrlModel.h"
+#include "MvSvcAppCtrlRequests.h"
 #include "MvSvcTypes.h"
 
 // Gathers the watch data of one backup: the watch face service's entries and images, the two
@@ -49,7 +50,6 @@ class MvSvcWatchDataCollector {
 
   void _addWatchEntry(bundle* message);
   void _addImageEntry(bundle* message);
-  void _releaseModel(void* model);
   static gboolean _backupFinishedTimeoutCb(gpointer data);
   void _complete(bool success);
 
@@ -58,7 +58,7 @@ class MvSvcWatchDataCollector {
   std::vector<WatchResultData> _resultDataList;
   std::vector<WatchImageData> _imageDataList;
   // Backup requests still waiting for their reply; going with the collector silences them.
-  std::vector<std::unique_ptr<MvSvcAppCtrlModel>> _pendingModels;
+  MvSvcAppCtrlRequests _pendingModels;
   unsigned _backupFinishedTimeoutMs;
   guint _backupFinishedTimer;  // 0 when not armed
   bool _completed;

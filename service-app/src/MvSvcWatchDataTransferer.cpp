@@ -192,11 +192,9 @@ int MvSvcWatchDataTransferer::_foreach_pkginfo_app_list_cb(const pkgmgrinfo_appi
 }
 
 void MvSvcWatchDataTransferer::_sendPrepareInstallRequest() {
-  auto model = std::make_unique<MvSvcAppCtrlModel>(MVSVC_STORE_APP_ID, MVSVC_STORE_APP_ID,
-                                                   _storeReplyTimeoutMs);
-  MvSvcAppCtrlModel* request = model.get();
-  request->setOnAppCtrlRequestReplyCb([this](bool, void* data) { _releaseModel(data); });
-  _pendingModels.push_back(std::move(model));
+  MvSvcAppCtrlModel* request = _pendingModels.add(std::make_unique<MvSvcAppCtrlModel>(
+      MVSVC_STORE_APP_ID, MVSVC_STORE_APP_ID, _storeReplyTimeoutMs));
+  request->setOnAppCtrlRequestReplyCb([this](bool, void* data) { _pendingModels.release(data); });
   request->requestPrepareInstall();
 }
 
@@ -206,31 +204,21 @@ void MvSvcWatchDataTransferer::_sendWatchInstallRequest(WatchResultData& entry) 
     MVSVC_LOGE("%s package is already installed. Skip install", entry.pkgId.c_str());
     return;
   }
-  auto model = std::make_unique<MvSvcAppCtrlModel>(entry.pkgId.c_str(), MVSVC_STORE_APP_ID,
-                                                   _storeReplyTimeoutMs);
-  MvSvcAppCtrlModel* request = model.get();
-  request->setOnAppCtrlRequestReplyCb([this](bool, void* data) { _releaseModel(data); });
-  _pendingModels.push_back(std::move(model));
+  MvSvcAppCtrlModel* request = _pendingModels.add(std::make_unique<MvSvcAppCtrlModel>(
+      entry.pkgId.c_str(), MVSVC_STORE_APP_ID, _storeReplyTimeoutMs));
+  request->setOnAppCtrlRequestReplyCb([this](bool, void* data) { _pendingModels.release(data); });
   request->requestWatchInstall();
 }
 
 void MvSvcWatchDataTransferer::_sendRestoreRequestAppCtrl(WatchResultData& entry) {
-  auto model = std::make_unique<MvSvcAppCtrlModel>(entry.pkgId.c_str(), entry.svcId.c_str());
-  MvSvcAppCtrlModel* request = model.get();
+  MvSvcAppCtrlModel* request = _pendingModels.add(
+      std::make_unique<MvSvcAppCtrlModel>(entry.pkgId.c_str(), entry.svcId.c_str()));
   request->setOnAppCtrlRequestReplyCb([this](bool success, void* data) {
     if (!success)
       MVSVC_LOGE("Failed to request restore app control");
-    _releaseModel(data);
+    _pendingModels.release(data);
   });
-  _pendingModels.push_back(std::move(model));
   request->requestRestore(entry.result.c_str());
-}
-
-void MvSvcWatchDataTransferer::_releaseModel(void* model) {
-  auto found = std::find_if(_pendingModels.begin(), _pendingModels.end(),
-                            [model](const auto& pending) { return pending.get() == model; });
-  if (found != _pendingModels.end())
-    _pendingModels.erase(found);
 }
 
 bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::string& filePath) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "MvSvcAppCtrlModel.h"
+#include "MvSvcAppCtrlRequests.h"
 #include "MvSvcTypes.h"
 
 // Puts the watch data of a restored backup back onto the watch in one call of run(): store
@@ -53,7 +54,6 @@ class MvSvcWatchDataTransferer {
   // logged as the calling member's.
   void _sendMessage(const char* caller,
                     std::initializer_list<std::pair<const char*, const char*>> entries);
-  void _releaseModel(void* model);
   void _complete();
 
   MvSvcCompletionCb _onTransferCompleted;
@@ -63,7 +63,7 @@ class MvSvcWatchDataTransferer {
   std::vector<WatchResultData> _downloadList;
   std::vector<std::string> _installedWatchList;
   // Restore requests still waiting for their reply; going with the transferer silences them.
-  std::vector<std::unique_ptr<MvSvcAppCtrlModel>> _pendingModels;
+  MvSvcAppCtrlRequests _pendingModels;
   unsigned _storeReplyTimeoutMs;
   bool _running;
   bool _completed;

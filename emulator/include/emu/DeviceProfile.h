@@ -2,6 +2,7 @@
 #define EMU_DEVICE_PROFILE_H
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,11 @@ struct DeviceProfile {
   // a profile.
   bool save(const std::string& deviceDir, std::string& error) const;
 };
+
+// The bytes of the file at `relativePath` in `deviceDir` (a photo), or none when it is not a
+// regular file: a FIFO left at a photo's path must not block whoever reads it.
+std::optional<std::string> readDeviceFile(const std::string& deviceDir,
+                                          const std::string& relativePath);
 
 }  // namespace emu
 
