@@ -2,23 +2,19 @@
 
 #include <stdlib.h>
 
+#include "MvHandles.h"
 #include "host/Platform.h"
 
 namespace emu {
 
 namespace {
 
-struct AppControlDeleter {
-  void operator()(app_control_s* handle) const { app_control_destroy(handle); }
-};
-
 void sendNow(host::PendingReply& reply,
              app_control_result_e result,
              const host::KeyValues& extras) {
-  app_control_h raw = nullptr;
-  if (app_control_create(&raw) != APP_CONTROL_ERROR_NONE)
+  MvAppControlPtr answer = mvCreateAppControl();
+  if (!answer)
     return;
-  std::unique_ptr<app_control_s, AppControlDeleter> answer(raw);
   for (const auto& extra : extras)
     app_control_add_extra_data(answer.get(), extra.first.c_str(), extra.second.c_str());
   reply.send(answer.get(), result);

@@ -7,16 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
 #include "PlatformFixture.h"
 #include "host/AppControl.h"
 #include "host/CloudLibrary.h"
 
 namespace morvik_test {
 
-struct AppControlDeleter {
-  void operator()(app_control_h handle) const { app_control_destroy(handle); }
-};
-using AppControlPtr = std::unique_ptr<app_control_s, AppControlDeleter>;
+using AppControlPtr = MvAppControlPtr;
 
 // The platform fixture with a fresh cloud library, and launch requests as the launcher makes
 // them (so that replies to them reach the launcher).

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "LogLineMatcher.h"
+#include "MvHandles.h"
 #include "MvSvcTypes.h"
 #include "PlatformFixture.h"
 #include "host/AppControl.h"
@@ -16,10 +17,7 @@ namespace {
 
 using morvik_test::serviceMessages;
 
-struct AppControlDeleter {
-  void operator()(app_control_h handle) const { app_control_destroy(handle); }
-};
-using AppControlPtr = std::unique_ptr<app_control_s, AppControlDeleter>;
+using AppControlPtr = MvAppControlPtr;
 
 AppControlPtr makeRequest(const char* operation,
                           const std::vector<std::pair<const char*, const char*>>& extras = {}) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "MvHandles.h"
 #include "host/BoundaryRecord.h"
 
 // The host's bundle: string entries in insertion order. A list, as on the device a value stays
@@ -20,10 +21,7 @@ struct _bundle_t {
 
 namespace host {
 
-struct BundleDeleter {
-  void operator()(bundle* b) const { bundle_free(b); }
-};
-using BundlePtr = std::unique_ptr<bundle, BundleDeleter>;
+using BundlePtr = MvBundlePtr;
 
 // A new bundle holding `entries`, owned by the caller.
 BundlePtr makeBundle(const KeyValues& entries);
