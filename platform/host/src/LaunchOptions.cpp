@@ -34,7 +34,7 @@ const char* const kDescription =
 
 // What the callbacks fill while GLib walks the command line, in its order.
 struct Parse {
-  LaunchOptions* options;
+  LaunchOptions* options = nullptr;
   bool hasOperation = false;
   bool help = false;
   bool version = false;
@@ -209,7 +209,8 @@ bool parseLaunchOptions(const std::vector<std::string>& args,
   options = LaunchOptions();
   options.arguments = args;
   options.requests.emplace_back();
-  Parse parse{&options};
+  Parse parse;
+  parse.options = &options;
   auto context = makeContext(&parse);
 
   // GLib takes argv with a program name and may shorten it.
@@ -252,7 +253,7 @@ bool parseLaunchOptions(const std::vector<std::string>& args,
 }
 
 std::string launchUsage(const std::string& program) {
-  Parse parse{nullptr};
+  Parse parse;
   auto context = makeContext(&parse);
   g_autofree char* help = g_option_context_get_help(context.get(), TRUE, nullptr);
   std::string text = help;

@@ -8,7 +8,6 @@
 #include <string>
 #include <utility>
 
-#include "MvHandles.h"
 #include "host/BoundaryRecord.h"
 
 // The host's bundle: string entries in insertion order. A list, as on the device a value stays
@@ -21,7 +20,10 @@ struct _bundle_t {
 
 namespace host {
 
-using BundlePtr = MvBundlePtr;
+struct BundleDeleter {
+  void operator()(bundle* b) const { bundle_free(b); }
+};
+using BundlePtr = std::unique_ptr<bundle, BundleDeleter>;
 
 // A new bundle holding `entries`, owned by the caller.
 BundlePtr makeBundle(const KeyValues& entries);
