@@ -8,18 +8,14 @@
 
 #include <string>
 
+#include "ScratchDir.h"
 #include "emu/DeviceProfile.h"
 
 namespace {
 
 const std::string& deviceDir() {
-  static const std::string dir = [] {
-    g_autofree char* made = g_dir_make_tmp("morvik-fuzz-XXXXXX", nullptr);
-    if (!made)
-      abort();
-    return std::string(made);
-  }();
-  return dir;
+  static const ScratchDir dir;
+  return dir.path();
 }
 
 }  // namespace
