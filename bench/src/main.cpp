@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -34,11 +35,11 @@ const int kMaxRuns = 100;
 
 const char* const kSummary =
     "Builds the heavy reference watch (40 faces with 16 KiB settings, 10 downloaded apps,\n"
-    "20 photos of 512 KiB) at 1x, 2x and 4x its photos. For each size it measures, N times in\n"
-    "turn, the floor (what a backup and a restore cannot avoid, done directly with GLib and\n"
-    "json-glib) and then a backup and its restore onto a blank watch, each in a child process\n"
-    "through the service as it runs on the emulated watch. It prints the minimum and the\n"
-    "median of each figure.";
+    "20 photos of 512 KiB) at 1x, 2x and 4x its photos and measures each size N times, the\n"
+    "sizes taking turns. Each run measures the floor (what a backup and a restore cannot\n"
+    "avoid, done directly with GLib and json-glib), then a backup and its restore onto a blank\n"
+    "watch, each in a child process through the service as it runs on the emulated watch.\n"
+    "It prints the minimum and the median of each figure.";
 
 const char* const kDescription =
     "The last line is the 1x watch's, from the minima:\n"
@@ -248,29 +249,49 @@ bool runOnce(const std::string& sample,
   return true;
 }
 
-bool measureSize(const Options& options, int photoFactor, SizeResult& result) {
-  const std::string sizeDir = options.workDir + "/x" + std::to_string(photoFactor);
-  const std::string sample = sizeDir + "/sample";
+std::string sizeDir(const Options& options, int photoFactor) {
+  return options.workDir + "/x" + std::to_string(photoFactor);
+}
+
+// Measures every size `options.runs` times. The sizes take turns (run 1 of each size, then run
+// 2 of each, ...), so that each size's runs are spread over the whole invocation and a slow
+// spell of the machine does not fall on all the runs of one size.
+bool measureSizes(const Options& options, std::vector<SizeResult>& sizes) {
+  struct Runs {
+    std::vector<bench::Measurement> backups, restores, floors;
+  };
+  std::vector<Runs> runs(std::size(kPhotoFactors));
+  sizes.assign(std::size(kPhotoFactors), SizeResult());
   std::string error;
-  if (!emu::createHeavyWatch(sample, photoFactor, error))
-    return fail(error);
-  std::vector<bench::Measurement> backups, restores, floors;
-  for (int run = 1; run <= options.runs; ++run) {
-    fprintf(stderr, "morvik-bench: %dx photos, run %d of %d\n", photoFactor, run, options.runs);
-    const std::string runDir = sizeDir + "/run" + std::to_string(run);
-    bench::Measurement backup, restore, floor;
-    if (!runOnce(sample, runDir, backup, restore, floor, result.documentBytes, error))
-      return fail(std::to_string(photoFactor) + "x, run " + std::to_string(run) + ": " + error);
-    backups.push_back(backup);
-    restores.push_back(restore);
-    floors.push_back(floor);
-    ecore_file_recursive_rm(runDir.c_str());
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    sizes[i].photoFactor = kPhotoFactors[i];
+    if (!emu::createHeavyWatch(sizeDir(options, kPhotoFactors[i]) + "/sample", kPhotoFactors[i],
+                               error))
+      return fail(error);
   }
-  result.photoFactor = photoFactor;
-  result.minima = {bench::Measurement::minimum(backups), bench::Measurement::minimum(restores),
-                   bench::Measurement::minimum(floors)};
-  result.medians = {bench::Measurement::median(backups), bench::Measurement::median(restores),
-                    bench::Measurement::median(floors)};
+  for (int run = 1; run <= options.runs; ++run) {
+    for (size_t i = 0; i < sizes.size(); ++i) {
+      const int factor = sizes[i].photoFactor;
+      fprintf(stderr, "morvik-bench: run %d of %d, %dx photos\n", run, options.runs, factor);
+      const std::string runDir = sizeDir(options, factor) + "/run" + std::to_string(run);
+      bench::Measurement backup, restore, floor;
+      if (!runOnce(sizeDir(options, factor) + "/sample", runDir, backup, restore, floor,
+                   sizes[i].documentBytes, error))
+        return fail(std::to_string(factor) + "x, run " + std::to_string(run) + ": " + error);
+      runs[i].backups.push_back(backup);
+      runs[i].restores.push_back(restore);
+      runs[i].floors.push_back(floor);
+      ecore_file_recursive_rm(runDir.c_str());
+    }
+  }
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    sizes[i].minima = {bench::Measurement::minimum(runs[i].backups),
+                       bench::Measurement::minimum(runs[i].restores),
+                       bench::Measurement::minimum(runs[i].floors)};
+    sizes[i].medians = {bench::Measurement::median(runs[i].backups),
+                        bench::Measurement::median(runs[i].restores),
+                        bench::Measurement::median(runs[i].floors)};
+  }
   return true;
 }
 
@@ -298,7 +319,7 @@ void printTable(const char* title, const std::vector<SizeResult>& sizes, Figures
 }
 
 void printReport(const Options& options, const std::vector<SizeResult>& sizes) {
-  printf("\nmorvik-bench: heavy reference watch, %d run%s per size, the floor first in each\n",
+  printf("\nmorvik-bench: heavy reference watch, %d run%s per size in turn, the floor first\n",
          options.runs, options.runs == 1 ? "" : "s");
   printTable("minimum of each figure", sizes, &SizeResult::minima);
   printTable("median of each figure", sizes, &SizeResult::medians);
@@ -371,13 +392,7 @@ int main(int argc, char* argv[]) {
   ecore_app_no_system_modules();
   ecore_file_init();
   std::vector<SizeResult> sizes;
-  bool measured = true;
-  for (int factor : kPhotoFactors) {
-    SizeResult size;
-    if (!(measured = measureSize(options, factor, size)))
-      break;
-    sizes.push_back(size);
-  }
+  const bool measured = measureSizes(options, sizes);
   if (temporary)
     ecore_file_recursive_rm(options.workDir.c_str());
   ecore_file_shutdown();
