@@ -81,7 +81,8 @@ bool Measurement::parse(const std::string& output, Measurement& measurement, std
   return true;
 }
 
-Measurement Measurement::median(const std::vector<Measurement>& runs) {
+Measurement Measurement::reduce(const std::vector<Measurement>& runs,
+                                const std::function<double(const std::vector<double>&)>& pick) {
   Measurement result;
   if (runs.empty())
     return result;
@@ -90,11 +91,20 @@ Measurement Measurement::median(const std::vector<Measurement>& runs) {
     for (const Measurement& run : runs)
       samples.push_back(run.get(entry.first));
     std::sort(samples.begin(), samples.end());
-    const size_t middle = samples.size() / 2;
-    result.set(entry.first,
-               samples.size() % 2 ? samples[middle] : (samples[middle - 1] + samples[middle]) / 2);
+    result.set(entry.first, pick(samples));
   }
   return result;
+}
+
+Measurement Measurement::median(const std::vector<Measurement>& runs) {
+  return reduce(runs, [](const std::vector<double>& sorted) {
+    const size_t middle = sorted.size() / 2;
+    return sorted.size() % 2 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
+  });
+}
+
+Measurement Measurement::minimum(const std::vector<Measurement>& runs) {
+  return reduce(runs, [](const std::vector<double>& sorted) { return sorted.front(); });
 }
 
 }  // namespace bench

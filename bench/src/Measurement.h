@@ -1,6 +1,7 @@
 #ifndef BENCH_MEASUREMENT_H
 #define BENCH_MEASUREMENT_H
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,10 +26,16 @@ class Measurement {
   // Reads the result line out of a child's whole output. False with a one-line reason.
   static bool parse(const std::string& output, Measurement& measurement, std::string& error);
 
-  // The median of each figure over `runs` (all of them measured the same way).
+  // The median, and the minimum, of each figure over `runs` (all of them measured the same
+  // way): each figure on its own, so a minimum's figures may come from different runs.
   static Measurement median(const std::vector<Measurement>& runs);
+  static Measurement minimum(const std::vector<Measurement>& runs);
 
  private:
+  // Each figure of the first run, set to `pick` of that figure's samples, sorted, over all runs.
+  static Measurement reduce(const std::vector<Measurement>& runs,
+                            const std::function<double(const std::vector<double>&)>& pick);
+
   std::vector<std::pair<std::string, double>> values_;
 };
 

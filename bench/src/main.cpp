@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -29,39 +30,57 @@ const int kPhotoFactors[] = {1, 2, 4};
 const double kLinearTolerance = 1.5;
 const double kBytesPerMb = 1e6;
 
-const char* const kUsage =
-    "usage: morvik-bench [--runs N] [--work DIR]\n"
-    "\n"
+const int kDefaultRuns = 5;
+const int kMaxRuns = 100;
+
+const char* const kSummary =
     "Builds the heavy reference watch (40 faces with 16 KiB settings, 10 downloaded apps,\n"
-    "20 photos of 512 KiB) at 1x, 2x and 4x its photos; backs each up and restores it onto a\n"
-    "blank watch N times (default 5), each run in a child process through the service as it\n"
-    "runs on the emulated watch; measures the floor on the same data; prints the medians.\n"
-    "The last line is the 1x watch's:\n"
+    "20 photos of 512 KiB) at 1x, 2x and 4x its photos and measures each size N times, the\n"
+    "sizes taking turns. Each run measures the floor (what a backup and a restore cannot\n"
+    "avoid, done directly with GLib and json-glib), then a backup and its restore onto a blank\n"
+    "watch, each in a child process through the service as it runs on the emulated watch.\n"
+    "It prints the minimum and the median of each figure.";
+
+const char* const kDescription =
+    "The last line is the 1x watch's, from the minima:\n"
     "  ratio=R rss_per_doc=M doc_mb=D backup_ms=B restore_ms=S floor_ms=F\n"
     "with R = (B + S) / F and M = peak memory above the baseline / document bytes.\n"
-    "--work DIR keeps the watches in DIR (which must not exist); by default they go to a\n"
-    "temporary directory that is removed at the end.\n";
+    "\n"
+    "Exit status: 0 when measured, 1 when a run failed, 2 for bad options.";
 
 struct Options {
-  int runs = 5;
+  int runs = kDefaultRuns;
   std::string workDir;
+  gboolean help = FALSE;
+  gboolean version = FALSE;
+  // Each value option may be given once.
+  bool runsGiven = false;
+  bool workGiven = false;
 };
 
-// The medians at one size of the watch.
-struct SizeResult {
-  int photoFactor = 0;
-  double documentBytes = 0;
+// The three measurements of one size of the watch, reduced over its runs one way.
+struct Figures {
   bench::Measurement backup;
   bench::Measurement restore;
   bench::Measurement floor;
 
-  double documentMb() const { return documentBytes / kBytesPerMb; }
   double flowMs() const { return backup.get("total_ms") + restore.get("total_ms"); }
   double ratio() const { return flowMs() / floor.get("total_ms"); }
+};
+
+struct SizeResult {
+  int photoFactor = 0;
+  double documentBytes = 0;
+  Figures minima;
+  Figures medians;
+
+  double documentMb() const { return documentBytes / kBytesPerMb; }
   double perDocument(const bench::Measurement& run) const {
     return run.peakAboveBaselineBytes() / documentBytes;
   }
-  double memoryPerDocument() const { return std::max(perDocument(backup), perDocument(restore)); }
+  double memoryPerDocument(const Figures& figures) const {
+    return std::max(perDocument(figures.backup), perDocument(figures.restore));
+  }
 };
 
 bool fail(const std::string& message) {
@@ -69,28 +88,72 @@ bool fail(const std::string& message) {
   return false;
 }
 
+gboolean refuse(GError** error, const std::string& message) {
+  g_set_error_literal(error, G_OPTION_ERROR, G_OPTION_ERROR_BAD_VALUE, message.c_str());
+  return FALSE;
+}
+
+gboolean onRuns(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Options& options = *static_cast<Options*>(data);
+  if (options.runsGiven)
+    return refuse(error, std::string(name) + " may be given once");
+  char* end = nullptr;
+  const long runs = strtol(value, &end, 10);
+  if (end == value || *end != '\0' || runs < 1 || runs > kMaxRuns)
+    return refuse(error, std::string(name) + " needs a number from 1 to " +
+                             std::to_string(kMaxRuns) + ", not '" + value + "'");
+  options.runs = static_cast<int>(runs);
+  options.runsGiven = true;
+  return TRUE;
+}
+
+gboolean onWork(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Options& options = *static_cast<Options*>(data);
+  if (options.workGiven)
+    return refuse(error, std::string(name) + " may be given once");
+  if (!*value)
+    return refuse(error, std::string(name) + " needs a directory");
+  options.workDir = value;
+  options.workGiven = true;
+  return TRUE;
+}
+
+// False with the reason printed as one line; --help and --version print and exit here.
 bool parseOptions(int argc, char* argv[], Options& options) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string arg = argv[i];
-    if (arg == "--help" || arg == "-h") {
-      fputs(kUsage, stdout);
-      exit(0);
-    }
-    if (arg != "--runs" && arg != "--work")
-      return fail("unexpected argument '" + arg + "' (see --help)");
-    if (i + 1 >= argc)
-      return fail(arg + " needs a value (see --help)");
-    const std::string value = argv[++i];
-    if (arg == "--runs") {
-      char* end = nullptr;
-      const long runs = strtol(value.c_str(), &end, 10);
-      if (*end != '\0' || runs < 1 || runs > 100)
-        return fail("--runs needs a number from 1 to 100, not '" + value + "'");
-      options.runs = static_cast<int>(runs);
-    } else {
-      options.workDir = value;
-    }
+  const GOptionEntry entries[] = {
+      {"runs", 0, 0, G_OPTION_ARG_CALLBACK, reinterpret_cast<gpointer>(&onRuns),
+       "Measure each size N times (1 to 100, default 5)", "N"},
+      {"work", 0, 0, G_OPTION_ARG_CALLBACK, reinterpret_cast<gpointer>(&onWork),
+       "Keep the watches in DIR, which must not exist (default: removed at the end)", "DIR"},
+      {"version", 0, 0, G_OPTION_ARG_NONE, &options.version, "Print the version and exit", nullptr},
+      {"help", 'h', 0, G_OPTION_ARG_NONE, &options.help, "Print this help and exit", nullptr},
+      {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
+  g_autoptr(GOptionContext) context = g_option_context_new(nullptr);
+  g_option_context_set_summary(context, kSummary);
+  g_option_context_set_description(context, kDescription);
+  // Our own --help, printed as it is: GLib's converts it to the locale's character set.
+  g_option_context_set_help_enabled(context, FALSE);
+  GOptionGroup* group = g_option_group_new("morvik-bench", "", "", &options, nullptr);
+  g_option_group_add_entries(group, entries);
+  g_option_context_set_main_group(context, group);
+  g_autoptr(GError) error = nullptr;
+  if (!g_option_context_parse(context, &argc, &argv, &error))
+    return fail(std::string(error->message) + " (see --help)");
+  if (options.help) {
+    g_autofree gchar* help = g_option_context_get_help(context, TRUE, nullptr);
+    std::string text = help;
+    const std::string ellipsis = "\u2026";
+    for (size_t at; (at = text.find(ellipsis)) != std::string::npos;)
+      text.replace(at, ellipsis.size(), "...");
+    fputs(text.c_str(), stdout);
+    exit(0);
   }
+  if (options.version) {
+    printf("morvik-bench %s\n", MORVIK_VERSION);
+    exit(0);
+  }
+  if (argc > 1)
+    return fail(std::string("unexpected argument '") + argv[1] + "' (see --help)");
   return true;
 }
 
@@ -141,8 +204,9 @@ bool storedDocumentBytes(const std::string& cloudDir, double& bytes, std::string
   return true;
 }
 
-// One backup of `sample` and its restore onto a new blank watch, which must then have the
-// same setup; then the floor on the same data.
+// The floor on `sample`, then one backup of it and its restore onto a new blank watch, which
+// must then have the same setup: the floor and the service take turns, so that both meet the
+// same state of the machine.
 bool runOnce(const std::string& sample,
              const std::string& runDir,
              bench::Measurement& backup,
@@ -160,6 +224,8 @@ bool runOnce(const std::string& sample,
   }
   if (!emu::createHeavyBlankWatch(blank, error))
     return false;
+  if (!runChild({"--child", "floor", sample, floorDir}, floor, error))
+    return false;
   if (!runChild(
           {"--child", "backup", "--device", sample, "--cloud", cloud, "--operation", "backup"},
           backup, error) ||
@@ -175,8 +241,6 @@ bool runOnce(const std::string& sample,
     error = "the restored watch differs: " + differences.front();
     return false;
   }
-  if (!runChild({"--child", "floor", sample, floorDir}, floor, error))
-    return false;
   if (floor.get("doc_bytes") != documentBytes) {
     error = "the floor's document has " + std::to_string(floor.get("doc_bytes")) +
             " bytes, the service's " + std::to_string(documentBytes) + ": not the same data";
@@ -185,28 +249,49 @@ bool runOnce(const std::string& sample,
   return true;
 }
 
-bool measureSize(const Options& options, int photoFactor, SizeResult& result) {
-  const std::string sizeDir = options.workDir + "/x" + std::to_string(photoFactor);
-  const std::string sample = sizeDir + "/sample";
+std::string sizeDir(const Options& options, int photoFactor) {
+  return options.workDir + "/x" + std::to_string(photoFactor);
+}
+
+// Measures every size `options.runs` times. The sizes take turns (run 1 of each size, then run
+// 2 of each, ...), so that each size's runs are spread over the whole invocation and a slow
+// spell of the machine does not fall on all the runs of one size.
+bool measureSizes(const Options& options, std::vector<SizeResult>& sizes) {
+  struct Runs {
+    std::vector<bench::Measurement> backups, restores, floors;
+  };
+  std::vector<Runs> runs(std::size(kPhotoFactors));
+  sizes.assign(std::size(kPhotoFactors), SizeResult());
   std::string error;
-  if (!emu::createHeavyWatch(sample, photoFactor, error))
-    return fail(error);
-  std::vector<bench::Measurement> backups, restores, floors;
-  for (int run = 1; run <= options.runs; ++run) {
-    fprintf(stderr, "morvik-bench: %dx photos, run %d of %d\n", photoFactor, run, options.runs);
-    const std::string runDir = sizeDir + "/run" + std::to_string(run);
-    bench::Measurement backup, restore, floor;
-    if (!runOnce(sample, runDir, backup, restore, floor, result.documentBytes, error))
-      return fail(std::to_string(photoFactor) + "x, run " + std::to_string(run) + ": " + error);
-    backups.push_back(backup);
-    restores.push_back(restore);
-    floors.push_back(floor);
-    ecore_file_recursive_rm(runDir.c_str());
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    sizes[i].photoFactor = kPhotoFactors[i];
+    if (!emu::createHeavyWatch(sizeDir(options, kPhotoFactors[i]) + "/sample", kPhotoFactors[i],
+                               error))
+      return fail(error);
   }
-  result.photoFactor = photoFactor;
-  result.backup = bench::Measurement::median(backups);
-  result.restore = bench::Measurement::median(restores);
-  result.floor = bench::Measurement::median(floors);
+  for (int run = 1; run <= options.runs; ++run) {
+    for (size_t i = 0; i < sizes.size(); ++i) {
+      const int factor = sizes[i].photoFactor;
+      fprintf(stderr, "morvik-bench: run %d of %d, %dx photos\n", run, options.runs, factor);
+      const std::string runDir = sizeDir(options, factor) + "/run" + std::to_string(run);
+      bench::Measurement backup, restore, floor;
+      if (!runOnce(sizeDir(options, factor) + "/sample", runDir, backup, restore, floor,
+                   sizes[i].documentBytes, error))
+        return fail(std::to_string(factor) + "x, run " + std::to_string(run) + ": " + error);
+      runs[i].backups.push_back(backup);
+      runs[i].restores.push_back(restore);
+      runs[i].floors.push_back(floor);
+      ecore_file_recursive_rm(runDir.c_str());
+    }
+  }
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    sizes[i].minima = {bench::Measurement::minimum(runs[i].backups),
+                       bench::Measurement::minimum(runs[i].restores),
+                       bench::Measurement::minimum(runs[i].floors)};
+    sizes[i].medians = {bench::Measurement::median(runs[i].backups),
+                        bench::Measurement::median(runs[i].restores),
+                        bench::Measurement::median(runs[i].floors)};
+  }
   return true;
 }
 
@@ -215,26 +300,32 @@ std::string fixed(const char* format, int factor, double value) {
   return text;
 }
 
-void printReport(const Options& options, const std::vector<SizeResult>& sizes) {
-  printf("\nmorvik-bench: heavy reference watch, medians of %d run%s per size\n\n", options.runs,
-         options.runs == 1 ? "" : "s");
+void printTable(const char* title, const std::vector<SizeResult>& sizes, Figures SizeResult::*of) {
+  printf("\n%s\n", title);
   printf(
       "photos  doc MB | backup ms  collect  build  upload | restore ms  download  parse  "
       "transfer | floor ms | ratio | peak/doc backup restore floor\n");
   for (const SizeResult& size : sizes) {
+    const Figures& f = size.*of;
     printf(
         "%5dx  %6.1f | %9.0f  %7.0f  %5.0f  %6.0f | %10.0f  %8.0f  %5.0f  %8.0f | %8.0f | "
         "%5.2f |          %6.2f  %6.2f %5.2f\n",
-        size.photoFactor, size.documentMb(), size.backup.get("total_ms"),
-        size.backup.get("collect_ms"), size.backup.get("build_ms"), size.backup.get("upload_ms"),
-        size.restore.get("total_ms"), size.restore.get("download_ms"), size.restore.get("parse_ms"),
-        size.restore.get("transfer_ms"), size.floor.get("total_ms"), size.ratio(),
-        size.perDocument(size.backup), size.perDocument(size.restore),
-        size.perDocument(size.floor));
+        size.photoFactor, size.documentMb(), f.backup.get("total_ms"), f.backup.get("collect_ms"),
+        f.backup.get("build_ms"), f.backup.get("upload_ms"), f.restore.get("total_ms"),
+        f.restore.get("download_ms"), f.restore.get("parse_ms"), f.restore.get("transfer_ms"),
+        f.floor.get("total_ms"), f.ratio(), size.perDocument(f.backup), size.perDocument(f.restore),
+        size.perDocument(f.floor));
   }
-  const bench::Measurement& floor = sizes.front().floor;
+}
+
+void printReport(const Options& options, const std::vector<SizeResult>& sizes) {
+  printf("\nmorvik-bench: heavy reference watch, %d run%s per size in turn, the floor first\n",
+         options.runs, options.runs == 1 ? "" : "s");
+  printTable("minimum of each figure", sizes, &SizeResult::minima);
+  printTable("median of each figure", sizes, &SizeResult::medians);
+  const bench::Measurement& floor = sizes.front().minima.floor;
   printf(
-      "\nfloor at 1x: encode %.0f ms, generate %.0f, write %.0f, read %.0f, parse %.0f, "
+      "\nfloor at 1x (minima): encode %.0f ms, generate %.0f, write %.0f, read %.0f, parse %.0f, "
       "decode %.0f\n",
       floor.get("encode_ms"), floor.get("generate_ms"), floor.get("write_ms"), floor.get("read_ms"),
       floor.get("parse_ms"), floor.get("decode_ms"));
@@ -243,17 +334,19 @@ void printReport(const Options& options, const std::vector<SizeResult>& sizes) {
   bool linear = true;
   std::string timeLine, memoryLine;
   for (const SizeResult& size : sizes) {
-    const double msPerMb = size.flowMs() / size.documentMb();
+    const double msPerMb = size.minima.flowMs() / size.documentMb();
+    const double memory = size.memoryPerDocument(size.minima);
     timeLine += fixed(" %dx %.1f", size.photoFactor, msPerMb);
-    memoryLine += fixed(" %dx %.2f", size.photoFactor, size.memoryPerDocument());
-    linear = linear && msPerMb <= kLinearTolerance * base.flowMs() / base.documentMb() &&
-             size.memoryPerDocument() <= kLinearTolerance * base.memoryPerDocument();
+    memoryLine += fixed(" %dx %.2f", size.photoFactor, memory);
+    linear = linear && msPerMb <= kLinearTolerance * base.minima.flowMs() / base.documentMb() &&
+             memory <= kLinearTolerance * base.memoryPerDocument(base.minima);
   }
-  printf("scaling: backup+restore ms per doc MB%s; peak per doc byte%s: %s\n", timeLine.c_str(),
-         memoryLine.c_str(), linear ? "linear" : "NOT linear");
+  printf("scaling (minima): backup+restore ms per doc MB%s; peak per doc byte%s: %s\n",
+         timeLine.c_str(), memoryLine.c_str(), linear ? "linear" : "NOT linear");
+  const Figures& best = base.minima;
   printf("ratio=%.2f rss_per_doc=%.2f doc_mb=%.1f backup_ms=%.0f restore_ms=%.0f floor_ms=%.0f\n",
-         base.ratio(), base.memoryPerDocument(), base.documentMb(), base.backup.get("total_ms"),
-         base.restore.get("total_ms"), base.floor.get("total_ms"));
+         best.ratio(), base.memoryPerDocument(best), base.documentMb(), best.backup.get("total_ms"),
+         best.restore.get("total_ms"), best.floor.get("total_ms"));
 }
 
 int childMain(int argc, char* argv[]) {
@@ -299,13 +392,7 @@ int main(int argc, char* argv[]) {
   ecore_app_no_system_modules();
   ecore_file_init();
   std::vector<SizeResult> sizes;
-  bool measured = true;
-  for (int factor : kPhotoFactors) {
-    SizeResult size;
-    if (!(measured = measureSize(options, factor, size)))
-      break;
-    sizes.push_back(size);
-  }
+  const bool measured = measureSizes(options, sizes);
   if (temporary)
     ecore_file_recursive_rm(options.workDir.c_str());
   ecore_file_shutdown();

@@ -12,27 +12,49 @@ using morvik_test::linesOf;
 using morvik_test::runProcess;
 
 // The measured runs themselves are covered in-process (tests/unit/bench); here only what a
-// user types: bad input ends at once with one line, before any watch is built.
+// user types: bad input ends at once with one line that says what is wrong, before any watch
+// is built.
 TEST(BenchCliTest, BadOptionsEndWithOneLineAndStatusTwo) {
   morvik_test::TempDir temp;
-  const std::vector<std::vector<std::string>> cases = {
-      {"--runs"}, {"--runs", "0"}, {"--runs", "7x"}, {"--bogus"}, {"--work", temp.path()}};
-  for (const std::vector<std::string>& arguments : cases) {
+  const struct {
+    std::vector<std::string> arguments;
+    std::string says;
+  } cases[] = {
+      {{"--runs"}, "Missing argument for --runs"},
+      {{"--runs", "0"}, "--runs needs a number from 1 to 100, not '0'"},
+      {{"--runs=101"}, "--runs needs a number from 1 to 100, not '101'"},
+      {{"--runs=7x"}, "not '7x'"},
+      {{"--runs=99999999999999999999"}, "not '99999999999999999999'"},
+      {{"--runs=2", "--runs", "3"}, "--runs may be given once"},
+      {{"--work=a", "--work=b"}, "--work may be given once"},
+      {{"--work="}, "--work needs a directory"},
+      {{"--bogus"}, "Unknown option --bogus"},
+      {{"extra"}, "unexpected argument 'extra'"},
+      {{"--work", temp.path()}, "already exists"},
+  };
+  for (const auto& c : cases) {
     std::vector<std::string> args = {MORVIK_BENCH_BIN};
-    args.insert(args.end(), arguments.begin(), arguments.end());
+    args.insert(args.end(), c.arguments.begin(), c.arguments.end());
     const morvik_test::ProcessResult result = runProcess(args);
-    EXPECT_EQ(result.status, 2) << arguments[0];
+    EXPECT_EQ(result.status, 2) << c.arguments[0];
     ASSERT_EQ(linesOf(result.err).size(), 1u) << result.err;
     EXPECT_EQ(linesOf(result.err)[0].rfind("morvik-bench: ", 0), 0u) << result.err;
+    EXPECT_NE(result.err.find(c.says), std::string::npos) << result.err;
     EXPECT_TRUE(result.out.empty());
   }
 }
 
-TEST(BenchCliTest, HelpNamesTheLastLine) {
-  const morvik_test::ProcessResult result = runProcess({MORVIK_BENCH_BIN, "--help"});
-  EXPECT_EQ(result.status, 0);
-  EXPECT_NE(result.out.find("ratio=R rss_per_doc=M doc_mb=D backup_ms=B restore_ms=S floor_ms=F"),
-            std::string::npos);
+TEST(BenchCliTest, HelpNamesTheLastLineAndVersionTheProject) {
+  for (const char* help : {"--help", "-h"}) {
+    const morvik_test::ProcessResult result = runProcess({MORVIK_BENCH_BIN, help});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(result.out.find("--runs=N"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("ratio=R rss_per_doc=M doc_mb=D backup_ms=B restore_ms=S floor_ms=F"),
+              std::string::npos);
+  }
+  const morvik_test::ProcessResult version = runProcess({MORVIK_BENCH_BIN, "--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out, std::string("morvik-bench ") + MORVIK_VERSION + "\n");
 }
 
 }  // namespace

@@ -8,56 +8,59 @@
 
 #include <string>
 
+#include "ScratchDir.h"
 #include "emu/DeviceProfile.h"
 
 namespace {
 
 const std::string& deviceDir() {
-  static const std::string dir = [] {
-    g_autofree char* made = g_dir_make_tmp("morvik-fuzz-XXXXXX", nullptr);
-    if (!made)
-      abort();
-    return std::string(made);
-  }();
-  return dir;
+  static const ScratchDir dir;
+  return dir.path();
 }
 
-// Field by field: a string json-glib decoded into bytes that are not UTF-8 must survive too.
-bool sameProfile(const emu::DeviceProfile& a, const emu::DeviceProfile& b) {
-  if (a.name != b.name || a.config != b.config || a.faults != b.faults ||
-      a.packages.size() != b.packages.size() || a.faces.size() != b.faces.size() ||
-      a.images.size() != b.images.size() || a.watchApps.size() != b.watchApps.size() ||
-      a.catalogue.size() != b.catalogue.size())
-    return false;
-  for (size_t i = 0; i < a.packages.size(); ++i) {
-    if (a.packages[i].pkgId != b.packages[i].pkgId || a.packages[i].appId != b.packages[i].appId ||
-        a.packages[i].component != b.packages[i].component ||
-        a.packages[i].preload != b.packages[i].preload)
-      return false;
+// Every member of a profile in one string (each field with its length), so that any field
+// lost or changed on the way round shows.
+std::string everything(const emu::DeviceProfile& p) {
+  std::string all;
+  auto add = [&all](const std::string& field) {
+    all += std::to_string(field.size()) + ":" + field;
+  };
+  add(p.name);
+  for (const auto& entry : p.config) {
+    add(entry.first);
+    add(entry.second);
   }
-  for (size_t i = 0; i < a.faces.size(); ++i) {
-    if (a.faces[i].pkgId != b.faces[i].pkgId || a.faces[i].settings != b.faces[i].settings)
-      return false;
+  for (const host::PackageInfo& info : p.packages) {
+    add(info.pkgId);
+    add(info.appId);
+    add(info.component);
+    add(info.preload ? "preload" : "downloaded");
   }
-  for (size_t i = 0; i < a.images.size(); ++i) {
-    if (a.images[i].fileName != b.images[i].fileName || a.images[i].path != b.images[i].path ||
-        a.images[i].bgType != b.images[i].bgType)
-      return false;
+  for (const emu::FaceEntry& face : p.faces) {
+    add(face.pkgId);
+    add(face.settings);
   }
-  for (size_t i = 0; i < a.watchApps.size(); ++i) {
-    if (a.watchApps[i].appId != b.watchApps[i].appId ||
-        a.watchApps[i].pkgId != b.watchApps[i].pkgId ||
-        a.watchApps[i].resultXml != b.watchApps[i].resultXml)
-      return false;
+  for (const emu::BackgroundImage& image : p.images) {
+    add(image.fileName);
+    add(image.path);
+    add(image.bgType);
   }
-  for (size_t i = 0; i < a.catalogue.size(); ++i) {
-    if (a.catalogue[i].guid != b.catalogue[i].guid ||
-        a.catalogue[i].pkgId != b.catalogue[i].pkgId ||
-        a.catalogue[i].appId != b.catalogue[i].appId ||
-        a.catalogue[i].component != b.catalogue[i].component)
-      return false;
+  for (const emu::WatchAppState& app : p.watchApps) {
+    add(app.appId);
+    add(app.pkgId);
+    add(app.resultXml);
   }
-  return true;
+  for (const emu::CatalogueItem& item : p.catalogue) {
+    add(item.guid);
+    add(item.pkgId);
+    add(item.appId);
+    add(item.component);
+  }
+  for (const auto& entry : p.faults) {
+    add(entry.first);
+    add(entry.second);
+  }
+  return all;
 }
 
 }  // namespace
@@ -87,10 +90,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       __builtin_trap();
     return 0;
   }
-  if (!profile.save(dir, error))
-    __builtin_trap();
   emu::DeviceProfile again;
-  if (!again.load(dir, error) || !sameProfile(again, profile))
+  if (!profile.save(dir, error) || !again.load(dir, error) ||
+      everything(again) != everything(profile))
     __builtin_trap();
   return 0;
 }

@@ -11,6 +11,7 @@
 #include "MvSvcTypes.h"
 #include "MvSvcWatchDataCollector.h"
 #include "MvSvcWatchDataTransferer.h"
+#include "ScratchDir.h"
 #include "host/Platform.h"
 
 namespace {
@@ -20,11 +21,11 @@ const char* const kLocalPort = "morvik-service::localport";
 struct World {
   World() : platform("", MVSVC_SERVICE_APP_ID) {
     platform.log().setEchoToStderr(false);
-    g_autofree char* dir = g_dir_make_tmp("morvik-fuzz-XXXXXX", nullptr);
-    imagePath = std::string(dir) + "/image.bin";
+    imagePath = scratch.path() + "/image.bin";
     g_file_set_contents(imagePath.c_str(), "\x89PNG\r\n", 6, nullptr);
   }
 
+  ScratchDir scratch;
   host::Platform platform;
   std::string imagePath;  // every "file_path" points here: the input must not pick files
 };

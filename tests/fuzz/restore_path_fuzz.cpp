@@ -1,6 +1,7 @@
 // A restored backup document, run through the restore model onto an emulated blank watch: the
 // parser, the transfer with its store requests and nested loops, image files, the idle clock.
 #include <glib.h>
+#include <glib/gstdio.h>
 
 #include <stddef.h>
 #include <stdint.h>
@@ -10,23 +11,25 @@
 
 #include "MvSvcRestoreModel.h"
 #include "MvSvcTypes.h"
+#include "ScratchDir.h"
 #include "emu/EmulatedWatch.h"
 #include "emu/SampleWatch.h"
 #include "host/Platform.h"
 
 namespace {
 
+// One booted watch per process: each input's restore starts from what the previous ones left,
+// as successive restores on one watch do.
 struct World {
-  static std::string makeDevice() {
-    g_autofree char* dir = g_dir_make_tmp("morvik-fuzz-XXXXXX", nullptr);
-    std::string device = std::string(dir) + "/blank";
+  static std::string makeDevice(const ScratchDir& scratch) {
+    std::string device = scratch.path() + "/blank";
     std::string error;
     if (!emu::createBlankWatch(device, error))
       abort();
     return device;
   }
 
-  World() : device(makeDevice()), platform(device, MVSVC_SERVICE_APP_ID) {
+  World() : device(makeDevice(scratch)), platform(device, MVSVC_SERVICE_APP_ID) {
     platform.log().setEchoToStderr(false);
     host::LaunchOptions options;
     options.deviceDir = device;
@@ -37,6 +40,7 @@ struct World {
     trusted = platform.sharedTrustedPath(MVSVC_SERVICE_APP_ID);
   }
 
+  ScratchDir scratch;
   std::string device;
   host::Platform platform;
   emu::EmulatedWatch watch;
@@ -48,14 +52,18 @@ World& world() {
   return instance;
 }
 
-// Restored images must stay inside the service's directory, whatever their names say.
-void checkNothingEscaped(World& w) {
+// Restored images must stay inside the service's directory, whatever their names say. They are
+// removed after each input, so that the directory stays small over millions of inputs.
+void checkNothingEscapedAndClear(World& w) {
   g_autofree char* parent = g_path_get_dirname(w.trusted.substr(0, w.trusted.size() - 1).c_str());
   g_autoptr(GDir) dir = g_dir_open(parent, 0, nullptr);
   while (const char* name = dir ? g_dir_read_name(dir) : nullptr) {
     if (std::string(name) != "trusted")
       __builtin_trap();
   }
+  g_autoptr(GDir) trusted = g_dir_open(w.trusted.c_str(), 0, nullptr);
+  while (const char* name = trusted ? g_dir_read_name(trusted) : nullptr)
+    g_remove((w.trusted + name).c_str());
 }
 
 }  // namespace
@@ -82,6 +90,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   while (g_main_context_iteration(nullptr, FALSE)) {
   }
-  checkNothingEscaped(w);
+  checkNothingEscapedAndClear(w);
   return 0;
 }

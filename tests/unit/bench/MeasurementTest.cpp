@@ -39,11 +39,13 @@ TEST(MeasurementTest, TheResultLineComesBackFromAmongAChildsOutput) {
   }
 }
 
-TEST(MeasurementTest, MedianIsTakenFigureByFigureAndPeakNeverGoesNegative) {
-  const Measurement odd =
-      Measurement::median({made({{"a_ms", 9}, {"b_ms", 1}}), made({{"a_ms", 1}, {"b_ms", 7}}),
-                           made({{"a_ms", 5}, {"b_ms", 3}})});
-  EXPECT_EQ(odd.values(), (made({{"a_ms", 5}, {"b_ms", 3}}).values()));
+TEST(MeasurementTest, MedianAndMinimumAreTakenFigureByFigureAndPeakNeverGoesNegative) {
+  const std::vector<Measurement> runs = {made({{"a_ms", 9}, {"b_ms", 1}}),
+                                         made({{"a_ms", 1}, {"b_ms", 7}}),
+                                         made({{"a_ms", 5}, {"b_ms", 3}})};
+  EXPECT_EQ(Measurement::median(runs).values(), (made({{"a_ms", 5}, {"b_ms", 3}}).values()));
+  EXPECT_EQ(Measurement::minimum(runs).values(), (made({{"a_ms", 1}, {"b_ms", 1}}).values()));
+  EXPECT_TRUE(Measurement::minimum({}).values().empty());
   const Measurement even = Measurement::median(
       {made({{"a_ms", 4}}), made({{"a_ms", 1}}), made({{"a_ms", 100}}), made({{"a_ms", 2}})});
   EXPECT_DOUBLE_EQ(even.get("a_ms"), 3);
