@@ -1,6 +1,7 @@
 #include "emu/SetAudit.h"
 
 #include <glib.h>
+#include <glib/gstdio.h>
 
 #include <algorithm>
 #include <optional>
@@ -61,6 +62,16 @@ std::string whyNoAnswer(const host::BoundaryRecord& record, const std::string& a
   return "it did not answer before the watch face service had finished";
 }
 
+// Why a photo has no entry: the service leaves out one too large for its reader to count.
+std::string whyNoPhoto(const std::string& deviceDir, const BackgroundImage& image) {
+  g_autofree char* path = g_build_filename(deviceDir.c_str(), image.path.c_str(), nullptr);
+  GStatBuf info;
+  if (g_stat(path, &info) == 0 && info.st_size >= G_MAXINT32)
+    return "its file is too large to back up (" +
+           std::to_string(static_cast<long long>(info.st_size)) + " bytes)";
+  return "the watch face service's entry is missing";
+}
+
 std::string appIdOf(const DeviceProfile& watch, const std::string& pkgId) {
   for (const host::PackageInfo& info : watch.packages) {
     if (info.pkgId == pkgId)
@@ -107,7 +118,7 @@ std::vector<AuditFinding> auditBackup(const DeviceProfile& watch,
                               });
     const std::optional<std::string> bytes = photoBytes(deviceDir, image);
     if (photo == document.photos.end())
-      left.push_back({"photo " + image.fileName, "the watch face service's entry is missing"});
+      left.push_back({"photo " + image.fileName, whyNoPhoto(deviceDir, image)});
     else if (photo->bgType != image.bgType)
       left.push_back({"photo " + image.fileName, "its bg_type differs"});
     else if (bytes && photo->data.empty() && !bytes->empty())
