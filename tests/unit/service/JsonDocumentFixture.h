@@ -31,6 +31,7 @@ class JsonDocumentFixture : public ::testing::Test {
     EXPECT_EQ(glibLines_, std::vector<std::string>{});
   }
 
+  host::Platform& platform() { return platform_; }
   std::vector<std::string> messages() { return serviceMessages(platform_.log()); }
   void clearLog() { platform_.log().clear(); }
 
