@@ -4,7 +4,6 @@
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -24,51 +23,61 @@ using Kind = host::BoundaryEvent::Kind;
 
 const char* const kBackup = MVSVC_OPERATION_BACKUP;
 const host::KeyValues kRetail = {{"retail-mode", "0"}};
+const char* const kNoRetailMode = "onAppControl: msg is nullptr!";
 
-struct Request {
-  const char* operation;  // null: none
-  host::KeyValues extras;
-  double at;  // seconds after start
-};
-
-// Launch requests delivered to the service on the emulated sample watch, with its peers and the
-// cloud agent, and what the run leaves behind (see describe()).
+// Launch requests (each after the previous one's delay) delivered to the service on the
+// emulated sample watch with its peers and the cloud agent, and what the run leaves behind
+// (see describe()).
 struct Case {
   const char* name;
-  std::vector<Request> requests;
-  const char* left;
+  std::vector<host::LaunchRequest> requests;
+  const char* fault;  // set on the watch before it boots, or null
+  std::string left;
 };
 
 const Case kCases[] = {
-    {"Backup", {{kBackup, {}, 0}}, "exit 0.0; replies 1 succeeded; sets 1; collections 1; msg 0"},
+    {"Backup", {{kBackup, {}, 0}}, nullptr, "exit 0.0; replies 1 succeeded; sets 1; collections 1"},
     // Only one collector can hold the watch face service's port: the later request joins the
     // running collection and takes over its answer.
     {"TwoBackupsShareOneCollection",
      {{kBackup, {}, 0}, {kBackup, {}, 0}},
-     "exit 0.0; replies 1 canceled 2 succeeded; sets 1; collections 1; msg 0"},
+     nullptr,
+     "exit 0.0; replies 1 canceled 2 succeeded; sets 1; collections 1"},
+    // The watch face service never finishes: after its 30 s bound the collection fails, and the
+    // service stays up with the request unanswered.
+    {"FailedCollection",
+     {{kBackup, {}, 0}},
+     "watchface-silent",
+     "exit never; replies; sets 0; collections 1; "
+     "_backupFinishedTimeoutCb: No backup_finished from watchface in 30000 ms; "
+     "_onCollectCompleted: Failed to collect watch backup data"},
     {"BackupInformation",
      {{MVSVC_OPERATION_GET_BACKUP_INFO, {}, 0}},
-     "exit 0.0; replies 1 succeeded; sets 0; collections 0; msg 1"},
+     nullptr,
+     std::string("exit 0.0; replies 1 succeeded; sets 0; collections 0; ") + kNoRetailMode},
     {"RestoreFromAnEmptyCloud",
      {{MVSVC_OPERATION_RESTORE, {}, 0}},
-     "exit 0.0; replies 1 succeeded; sets 0; collections 0; msg 0"},
+     nullptr,
+     "exit 0.0; replies 1 succeeded; sets 0; collections 0"},
     {"RetailModeEndsTheServiceTwoSecondsLater",
-     {{nullptr, kRetail, 0}},
-     "exit 2.0; replies; sets 0; collections 0; msg 0"},
+     {{"", kRetail, 0}},
+     nullptr,
+     "exit 2.0; replies; sets 0; collections 0"},
     {"SecondRetailRequestRestartsTheDelay",
-     {{nullptr, kRetail, 0}, {"http://example.com/unknown", kRetail, 1}},
-     "exit 3.0; replies; sets 0; collections 0; msg 0"},
+     {{"", kRetail, 0}, {"http://example.com/unknown", kRetail, 1}},
+     nullptr,
+     "exit 3.0; replies; sets 0; collections 0"},
     // Near misses of the cloud operations are no operation at all.
     {"NoCloudOperation",
      {{"HTTP://talvoro.com/appcontrol/operation/talvoro_cloud/backup", {}, 0},
       {MVSVC_OPERATION_BACKUP "/", {}, 0},
-      {"http://talvoro.com/appcontrol/operation/talvoro_cloud/restor", {}, 0},
-      {"", {}, 0},
-      {nullptr, {}, 0}},
-     "exit never; replies; sets 0; collections 0; msg 5"},
+      {"http://talvoro.com/appcontrol/operation/talvoro_cloud/restor", {}, 0}},
+     nullptr,
+     std::string("exit never; replies; sets 0; collections 0; ") + kNoRetailMode + "; " +
+         kNoRetailMode + "; " + kNoRetailMode},
 };
 
-class MvSvcAppRunTest : public ::testing::Test {
+class MvSvcAppTest : public ::testing::TestWithParam<Case> {
  protected:
   void SetUp() override {
     std::string error;
@@ -84,31 +93,28 @@ class MvSvcAppRunTest : public ::testing::Test {
 
   // Delivers the requests as the launcher does and runs until the service exits, or for 40 s
   // (simulated) when it does not: past the 30 s bound on the collection.
-  void run(MvSvcApp& app, const std::vector<Request>& requests, const char* fault = nullptr) {
-    if (fault) {
+  void run(MvSvcApp& app, const Case& c) {
+    if (c.fault) {
       emu::DeviceProfile profile;
       std::string error;
       ASSERT_TRUE(profile.load(device_, error)) << error;
-      profile.faults[fault] = "on";
+      profile.faults[c.fault] = "on";
       ASSERT_TRUE(profile.save(device_, error)) << error;
     }
     host::LaunchOptions options;
     options.deviceDir = device_;
     options.cloudDir = cloud_;
-    double previous = 0;
-    for (const Request& request : requests) {
-      options.requests.push_back(
-          {request.operation ? request.operation : "", request.extras, request.at - previous});
-      previous = request.at;
-    }
+    options.requests = c.requests;
     std::string error;
     ASSERT_TRUE(watch_.boot(platform_, options, error)) << error;
-    for (size_t i = 0; i < requests.size(); ++i) {
+    double at = 0;
+    for (size_t i = 0; i < c.requests.size(); ++i) {
       app_control_s launched;
-      launched.hasOperation = requests[i].operation != nullptr;
-      launched.operation = options.requests[i].operation;
-      launched.extras = requests[i].extras;
+      launched.hasOperation = !c.requests[i].operation.empty();
+      launched.operation = c.requests[i].operation;
+      launched.extras = c.requests[i].extras;
       launched.launchId = static_cast<unsigned>(i + 1);
+      at += c.requests[i].delaySeconds;
       platform_.post(
           [this, &app, launched] {
             app_control_h handle = host::cloneAppControl(launched);
@@ -117,21 +123,19 @@ class MvSvcAppRunTest : public ::testing::Test {
             app.onAppControl(handle, launched.launchId == 1);
             app_control_destroy(handle);
           },
-          static_cast<unsigned>(requests[i].at * 1000));
+          static_cast<unsigned>(at * 1000));
     }
     platform_.post([] { host::MainLoop::quit(); }, 40000);
     loop_.run();
   }
 
   // When the service asked to exit, the replies to the launcher, the sets stored, the
-  // collections started and the requests logged as carrying no "retail-mode".
+  // collections started, and each error line with the function that logged it.
   std::string describe() {
     const auto exits = platform_.record().ofKind(Kind::kExitRequested);
     char exit[32] = "never";
-    if (exits.size() == 1)
-      snprintf(exit, sizeof(exit), "%.1f", exits[0].at);
-    else if (!exits.empty())
-      snprintf(exit, sizeof(exit), "%zu times", exits.size());
+    if (!exits.empty())
+      snprintf(exit, sizeof(exit), exits.size() == 1 ? "%.1f" : "%.1f and more", exits[0].at);
     std::string text = std::string("exit ") + exit + "; replies";
     for (const host::BoundaryEvent& reply : platform_.record().ofKind(Kind::kReplyToLauncher)) {
       text += " " + std::to_string(reply.launchId) +
@@ -143,11 +147,18 @@ class MvSvcAppRunTest : public ::testing::Test {
     g_autoptr(GDir) dir = g_dir_open(cloud_.c_str(), 0, nullptr);
     while (const char* name = dir ? g_dir_read_name(dir) : nullptr)
       sets += g_str_has_prefix(name, "set-") ? 1 : 0;
-    const std::vector<std::string> lines = morvik_test::serviceMessages(platform_.log());
+    int collections = 0;
+    std::string errors;
+    for (const host::LogLine& line : platform_.log().lines()) {
+      morvik_test::ServiceLogLine parsed;
+      if (!morvik_test::parseServiceLogLine(line, parsed))
+        continue;
+      collections += parsed.message == "Start watchface backup procedure";
+      if (parsed.error)
+        errors += "; " + parsed.function + ": " + parsed.message;
+    }
     return text + "; sets " + std::to_string(sets) + "; collections " +
-           std::to_string(
-               std::count(lines.begin(), lines.end(), "I Start watchface backup procedure")) +
-           "; msg " + std::to_string(std::count(lines.begin(), lines.end(), "E msg is nullptr!"));
+           std::to_string(collections) + errors;
   }
 
   morvik_test::TempDir temp_;
@@ -158,12 +169,10 @@ class MvSvcAppRunTest : public ::testing::Test {
   emu::EmulatedWatch watch_;
 };
 
-class MvSvcAppTest : public MvSvcAppRunTest, public ::testing::WithParamInterface<Case> {};
-
 TEST_P(MvSvcAppTest, LeavesBehind) {
   const int handles = host::liveAppControlCount();
   MvSvcApp app;
-  run(app, GetParam().requests);
+  run(app, GetParam());
   EXPECT_EQ(describe(), GetParam().left);
 
   // A backup is answered once its collection has finished.
@@ -188,26 +197,6 @@ INSTANTIATE_TEST_SUITE_P(Requests,
                          [](const ::testing::TestParamInfo<Case>& info) {
                            return std::string(info.param.name);
                          });
-
-// The watch face service never finishes: after its 30 s bound the collection fails, and the
-// service stays up with the request unanswered. Its line is pinned whole, as tests compare them.
-TEST_F(MvSvcAppRunTest, FailedCollection) {
-  MvSvcApp app;
-  run(app, {{kBackup, {}, 0}}, "watchface-silent");
-  EXPECT_EQ(describe(), "exit never; replies; sets 0; collections 1; msg 0");
-  std::vector<std::string> errors;
-  morvik_test::ServiceLogLine last;
-  for (const host::LogLine& line : platform_.log().lines()) {
-    morvik_test::ServiceLogLine parsed;
-    if (morvik_test::parseServiceLogLine(line, parsed) && parsed.error) {
-      errors.push_back(parsed.message);
-      last = parsed;
-    }
-  }
-  EXPECT_EQ(errors, (std::vector<std::string>{"No backup_finished from watchface in 30000 ms",
-                                              "Failed to collect watch backup data"}));
-  EXPECT_EQ(last.file + ": " + last.function, "MvSvcApp.cpp: _onCollectCompleted");
-}
 
 TEST(MvSvcAppLifeTest, DestroyingTheAppCancelsAPendingExit) {
   host::MainLoop loop;
