@@ -77,11 +77,12 @@ TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
   std::string photo(200, '\0');
   for (size_t i = 0; i < photo.size(); ++i)
     photo[i] = static_cast<char>(i * 37);
-  g_autofree gchar* encoded =
+  g_autofree gchar* base64 =
       g_base64_encode(reinterpret_cast<const guchar*>(photo.data()), photo.size());
+  const std::string encoded = base64;
   std::string wrapped;
-  for (size_t at = 0; encoded[at]; at += 76)
-    wrapped += std::string(encoded + at).substr(0, 76) + "\\r\\n";
+  for (size_t at = 0; at < encoded.size(); at += 76)
+    wrapped += encoded.substr(at, 76) + "\\r\\n";
   const std::string outside = temp_.path() + "/outside.txt";
   ASSERT_TRUE(g_file_set_contents(outside.c_str(), "keep", -1, nullptr));
   ASSERT_EQ(symlink(outside.c_str(), (trusted_ + "planted.jpg").c_str()), 0);
