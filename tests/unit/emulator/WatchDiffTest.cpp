@@ -148,21 +148,4 @@ TEST(WatchDiffTest, NamesEveryDifferenceOfTheSetupAndNothingElse) {
   }
 }
 
-TEST(WatchDiffTest, AnUnreadableProfileIsAnErrorWithAOneLineReason) {
-  morvik_test::TempDir temp;
-  const std::string one = temp.path() + "/one";
-  const std::string two = temp.path() + "/two";
-  std::string error;
-  ASSERT_TRUE(emu::createSampleWatch(one, error)) << error;
-  ASSERT_EQ(g_mkdir(two.c_str(), 0755), 0);
-  ASSERT_TRUE(g_file_set_contents((two + "/device.json").c_str(), "{\"format\": 2}", -1, nullptr));
-  Lines differences;
-  for (const auto& [first, second] : {std::make_pair(one, two), std::make_pair(two, one),
-                                      std::make_pair(temp.path() + "/none", one)}) {
-    EXPECT_FALSE(emu::diffWatches(first, second, differences, error));
-    EXPECT_NE(error.find(first == one ? two : first + "/device.json"), std::string::npos) << error;
-    EXPECT_EQ(error.find('\n'), std::string::npos) << error;
-  }
-}
-
 }  // namespace

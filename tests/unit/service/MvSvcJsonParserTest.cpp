@@ -75,12 +75,6 @@ TEST_F(MvSvcJsonParserTest, SortsEntriesAndReadsWhatIsMissingOrForeignAsEmpty) {
   parser.getIntegerValue("watch_sub_key", number);
   EXPECT_EQ(number, 5);
   EXPECT_EQ(messages(), Messages{});
-
-  // The lists are the parser's own: the restore takes them.
-  Results taken;
-  taken.swap(parser.getDownloadList());
-  EXPECT_EQ(taken.size(), 1u);
-  EXPECT_TRUE(parser.getDownloadList().empty());
 }
 
 TEST_F(MvSvcJsonParserTest, BrokenDocumentsAreLoggedAndGiveNoRecords) {
@@ -149,22 +143,6 @@ TEST_F(MvSvcJsonParserTest, NestingBeyond512LevelsIsRefusedBeforeParsing) {
   }
 }
 
-// json-glib 1.6 leaks the nodes of a second top-level value that it refuses; random texts hold
-// some. What json-glib allocates meanwhile is no leak of ours.
-class JsonGlibLeaksIgnored {
- public:
-  JsonGlibLeaksIgnored() {
-#if defined(__SANITIZE_ADDRESS__)
-    __lsan_disable();
-#endif
-  }
-  ~JsonGlibLeaksIgnored() {
-#if defined(__SANITIZE_ADDRESS__)
-    __lsan_enable();
-#endif
-  }
-};
-
 int parsedDepth(JsonNode* node) {
   int deepest = 0;
   if (JSON_NODE_HOLDS_ARRAY(node)) {
@@ -195,17 +173,25 @@ TEST(MvSvcJsonNestingTest, AgreesWithJsonGlibOnEveryTextItAccepts) {
     const int count = g_rand_int_range(random, 1, 15);
     for (int i = 0; i < count; ++i)
       text += pieces[g_rand_int_range(random, 0, G_N_ELEMENTS(pieces))];
+      // json-glib 1.6 leaks the nodes of a second top-level value that it refuses; random texts
+      // hold some. What json-glib allocates here is no leak of ours.
+#if defined(__SANITIZE_ADDRESS__)
+    __lsan_disable();
+#endif
+    // One value only: json-glib also parses values after the first, without showing them.
+    const bool loads = jsonGlibError(text).empty() && jsonGlibError("[" + text + "]").empty();
     int depth = 0;
-    {
-      JsonGlibLeaksIgnored ignored;
-      // One value only: json-glib also parses values after the first, without showing them.
-      if (!jsonGlibError(text).empty() || !jsonGlibError("[" + text + "]").empty())
-        continue;
+    if (loads) {
       g_autoptr(JsonParser) parser = json_parser_new();
       json_parser_load_from_data(parser, text.data(), static_cast<gssize>(text.size()), nullptr);
       JsonNode* root = json_parser_get_root(parser);
       depth = root ? parsedDepth(root) : 0;
     }
+#if defined(__SANITIZE_ADDRESS__)
+    __lsan_enable();
+#endif
+    if (!loads)
+      continue;
     ++accepted;
     EXPECT_FALSE(mvsvcJsonNestsDeeperThan(text.data(), text.size(), depth)) << text;
     if (depth > 0) {
