@@ -51,6 +51,14 @@ TEST_F(MvSvcJsonObjectTest, CopiesShareOneObjectAndEachHoldsExactlyOneReference)
   EXPECT_EQ(json_object_get_size(shared), 2u);
   json_object_unref(shared);
   json_object_unref(replaced);
+
+  // Held by the wrapper alone, an object set again survives.
+  MvSvcJsonObject only;
+  only.setJsonObject(json_object_new());
+  json_object_unref(only.getJsonObject());
+  only.setJsonObject(only.getJsonObject());
+  only.addStringMember("a", "x");
+  EXPECT_TRUE(only.hasMember("a"));
 }
 
 }  // namespace
