@@ -128,6 +128,7 @@ TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
       EXPECT_TRUE(loggedError("Failed to decode image file [" + image.name + "]")) << image.name;
     }
   }
+  EXPECT_TRUE(loggedError("Failed to decode base64 string"));
   std::map<std::string, std::string> written;
   g_autoptr(GDir) dir = g_dir_open(trusted_.c_str(), 0, nullptr);
   while (const char* name = g_dir_read_name(dir)) {
