@@ -22,15 +22,13 @@ class JsonDocumentFixture : public ::testing::Test {
     platform_.log().setEchoToStderr(false);
   }
 
-  void SetUp() override {
-    previousHandler_ = g_log_set_default_handler(&recordGlibLine, &glibLines_);
-  }
-
+  void SetUp() override { previous_ = g_log_set_default_handler(&recordGlibLine, &glibLines_); }
   void TearDown() override {
-    g_log_set_default_handler(previousHandler_, nullptr);
+    g_log_set_default_handler(previous_, nullptr);
     EXPECT_EQ(glibLines_, std::vector<std::string>{});
   }
 
+  host::Platform& platform() { return platform_; }
   std::vector<std::string> messages() { return serviceMessages(platform_.log()); }
   void clearLog() { platform_.log().clear(); }
 
@@ -46,7 +44,7 @@ class JsonDocumentFixture : public ::testing::Test {
   }
 
   host::Platform platform_;
-  GLogFunc previousHandler_ = nullptr;
+  GLogFunc previous_ = nullptr;
   std::vector<std::string> glibLines_;
 };
 
@@ -64,7 +62,6 @@ inline bool operator==(const WatchImageData& a, const WatchImageData& b) {
 inline void PrintTo(const WatchResultData& r, std::ostream* os) {
   *os << "{" << r.pkgId << ", " << r.svcId << ", " << r.result << "}";
 }
-
 inline void PrintTo(const WatchImageData& r, std::ostream* os) {
   *os << "{" << r.fileName << ", " << r.bgType << ", " << r.data << "}";
 }
