@@ -510,7 +510,7 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
   }
   exchange.setId = ids.back();
   if (!store_.outline(exchange.setId, exchange.downloaded, error) ||
-      !host::copyRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error)) {
+      !host::shareRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error)) {
     fail(exchange, error);
     return;
   }

@@ -54,6 +54,6 @@ std::string MvSvcBackupModel::getJsonStr(unsigned int) {
   builder->addMyPhotos(_imageDataList);
 
   std::string text;
-  builder->getJsonMessage(text);
+  builder->takeJsonMessage(text);
   return text;
 }

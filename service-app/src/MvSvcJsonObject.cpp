@@ -164,14 +164,21 @@ void MvSvcJsonObject::removeMember(const std::string& key) {
 }
 
 void MvSvcJsonObject::getJsonMessage(std::string& text) {
+  size_t length = 0;
+  MvGCharPtr data = generateJsonMessage(length);
+  if (data)
+    text.assign(data.get(), length);
+}
+
+MvGCharPtr MvSvcJsonObject::generateJsonMessage(size_t& length) {
   if (!_jsonObject)
-    return;
+    return nullptr;
   g_autoptr(JsonGenerator) generator = json_generator_new();
   g_autoptr(JsonNode) node = json_node_new(JSON_NODE_OBJECT);
   json_node_set_object(node, _jsonObject);
   json_generator_set_root(generator, node);
-  gsize length = 0;
-  g_autofree gchar* data = json_generator_to_data(generator, &length);
-  if (data)
-    text.assign(data, length);
+  gsize generated = 0;
+  MvGCharPtr data(json_generator_to_data(generator, &generated));
+  length = generated;
+  return data;
 }

@@ -1,6 +1,7 @@
 #include "MvSvcJsonParser.h"
 
 #include <glib.h>
+#include <string.h>
 
 #include <initializer_list>
 
@@ -34,7 +35,11 @@ MvSvcJsonParser::MvSvcJsonParser()
       _downloadList() {}
 
 MvSvcJsonParser::MvSvcJsonParser(const std::string& text) : MvSvcJsonParser() {
-  _prepare(text);
+  _prepare(text.data(), text.size());
+}
+
+MvSvcJsonParser::MvSvcJsonParser(const char* text, size_t length) : MvSvcJsonParser() {
+  _prepare(text, length);
 }
 
 MvSvcJsonParser::~MvSvcJsonParser() {
@@ -42,7 +47,7 @@ MvSvcJsonParser::~MvSvcJsonParser() {
 }
 
 void MvSvcJsonParser::setJsonMessage(const std::string& text) {
-  _prepare(text);
+  _prepare(text.data(), text.size());
 }
 
 std::vector<WatchResultData>& MvSvcJsonParser::getResultRestoreList() {
@@ -83,26 +88,23 @@ MvSvcJsonObject MvSvcJsonParser::_getRootObject() const {
   return root;
 }
 
-void MvSvcJsonParser::_prepare(const std::string& text) {
+void MvSvcJsonParser::_prepare(const char* text, size_t length) {
   _root = nullptr;
   // json-glib refuses a whole text for one byte that is not UTF-8 (documents stored before
   // strings were carried as base64 may hold some): repair it, and skip only the items that held
   // such a byte.
-  std::string repairedText;
-  _repaired = !g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
-  if (_repaired) {
-    g_autofree gchar* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
-    repairedText = valid;
-  }
-  const std::string& document = _repaired ? repairedText : text;
+  _repaired = !g_utf8_validate(text, static_cast<gssize>(length), nullptr);
+  g_autofree gchar* repaired =
+      _repaired ? g_utf8_make_valid(text, static_cast<gssize>(length)) : nullptr;
+  const char* document = _repaired ? repaired : text;
+  const size_t documentLength = _repaired ? strlen(repaired) : length;
   // json-glib recurses per nesting level; a crafted document would overflow the stack.
-  if (mvsvcJsonNestsDeeperThan(document.data(), document.size(), kMaxNesting)) {
+  if (mvsvcJsonNestsDeeperThan(document, documentLength, kMaxNesting)) {
     MVSVC_LOGE("Backup document nests deeper than %d levels", kMaxNesting);
     return;
   }
   g_autoptr(GError) error = nullptr;
-  if (!json_parser_load_from_data(_parser, document.data(), static_cast<gssize>(document.size()),
-                                  &error)) {
+  if (!json_parser_load_from_data(_parser, document, static_cast<gssize>(documentLength), &error)) {
     MVSVC_LOGE("%s", error->message);
     return;
   }

@@ -21,6 +21,9 @@ class MvSvcJsonParser {
 
   MvSvcJsonParser();
   explicit MvSvcJsonParser(const std::string& text);
+  // Reads `length` bytes at `text` where they lie, without a copy of its own: a restore parses
+  // the cloud record's value in place.
+  MvSvcJsonParser(const char* text, size_t length);
   virtual ~MvSvcJsonParser();
 
   MvSvcJsonParser(const MvSvcJsonParser&) = delete;
@@ -40,7 +43,7 @@ class MvSvcJsonParser {
   void getBooleanValue(const std::string& key, bool& value) const;
 
  private:
-  void _prepare(const std::string& text);
+  void _prepare(const char* text, size_t length);
   void _getResultRestoreList(std::list<MvSvcJsonObject>& objects);
   void _getImageRestoreList(std::list<MvSvcJsonObject>& objects);
   MvSvcJsonObject _getRootObject() const;

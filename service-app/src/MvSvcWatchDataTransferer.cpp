@@ -244,12 +244,9 @@ bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::
     MVSVC_LOGE("Failed to decode base64 string");
     return false;
   }
-  // A link planted at the target must not redirect the write, and a FIFO there must not block.
-  MvFd fd(open(filePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-               0644));
-  struct stat info;
+  MvFd fd(_openImageFile(filePath));
   MvFilePtr file;
-  if (fd.get() >= 0 && fstat(fd.get(), &info) == 0 && S_ISREG(info.st_mode))
+  if (fd.get() >= 0)
     file.reset(fdopen(fd.get(), "wb"));
   if (!file) {
     MVSVC_LOGE("Failed to open file");
@@ -264,6 +261,25 @@ bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::
     return false;
   }
   return true;
+}
+
+int MvSvcWatchDataTransferer::_openImageFile(const std::string& filePath) {
+  // A symlink planted at the target must not redirect the write, and a FIFO there must not block.
+  const int flags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  MvFd fd(open(filePath.c_str(), flags, 0644));
+  struct stat info;
+  if (fd.get() < 0 || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))
+    return -1;
+  // Nor may a hard link: a file that another name shares (the watch face service may link the
+  // photos it takes) is replaced by a file of this name's own, not rewritten under both.
+  if (info.st_nlink > 1) {
+    fd.reset(unlink(filePath.c_str()) == 0 ? open(filePath.c_str(), flags | O_EXCL, 0644) : -1);
+    if (fd.get() < 0 || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))
+      return -1;
+  }
+  if (ftruncate(fd.get(), 0) != 0)
+    return -1;
+  return fd.release();
 }
 
 void MvSvcWatchDataTransferer::_sendMessagePortMessage(const char* key, const char* value) {

@@ -43,6 +43,11 @@ class UniqueFd {
     fd_ = -1;
     return close(fd) == 0;
   }
+  int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
 
  private:
   int fd_;
@@ -483,7 +488,10 @@ bool writeRecords(int fd, const RecordRefs& records, std::string& reason) {
   return false;
 }
 
-bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason) {
+bool shareRecordFile(const std::string& from, const std::string& to, std::string& reason) {
+  LockedTempFile linked;
+  if (!to.empty() && linked.createLinkTo(from, to + ".XXXXXX"))
+    return linked.renameTo(to, reason);
   return writeAtomically(to, reason, [&](int fd) { return copyFileInto(from, fd, reason); });
 }
 
@@ -552,6 +560,42 @@ bool LockedTempFile::create(const std::string& pattern, std::string& reason) {
     close(fd);
   }
   reason = "cannot keep a file like " + pattern + ": something removes each one made";
+  return false;
+}
+
+bool LockedTempFile::createLinkTo(const std::string& source, const std::string& pattern) {
+  const size_t stem = pattern.rfind("XXXXXX");
+  if (stem == std::string::npos)
+    return false;
+  static const char kNameChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  for (int tries = 0; tries < 8; ++tries) {
+    std::string path = pattern;
+    for (size_t i = stem; i < stem + 6; ++i)
+      path[i] = kNameChars[g_random_int_range(0, sizeof kNameChars - 1)];
+    if (linkat(AT_FDCWD, source.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+      if (errno == EEXIST)
+        continue;
+      return false;
+    }
+    UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY));
+    // Never waits: the source's writer may still hold its lock, and that may be this process.
+    if (fd.get() < 0 || flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+      g_unlink(path.c_str());
+      return false;
+    }
+    // As in create(): a cleaner may have removed the name before we held the lock.
+    struct stat held, named;
+    if (fstat(fd.get(), &held) != 0 || lstat(path.c_str(), &named) != 0 ||
+        held.st_dev != named.st_dev || held.st_ino != named.st_ino)
+      continue;
+    if (!S_ISREG(held.st_mode)) {
+      g_unlink(path.c_str());
+      return false;
+    }
+    fd_ = fd.release();
+    path_ = path;
+    return true;
+  }
   return false;
 }
 

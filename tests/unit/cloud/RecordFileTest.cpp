@@ -209,14 +209,14 @@ TEST_F(RecordFileOnDiskTest, CopyReplacesTheTargetWithTheSameBytesOrLeavesItAlon
   std::string reason;
   ASSERT_TRUE(host::writeRecordFile(source, kRecords, reason)) << reason;
   ASSERT_TRUE(host::writeRecordFile(path_, {kRecords[2]}, reason)) << reason;
-  ASSERT_TRUE(host::copyRecordFile(source, path_, reason)) << reason;
+  ASSERT_TRUE(host::shareRecordFile(source, path_, reason)) << reason;
   EXPECT_TRUE(bytesOf(path_) == bytesOf(source));
 
   // A source that is no regular file is refused at once and the target stays as it was.
   const std::string fifo = temp_.path() + "/fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  EXPECT_FALSE(host::copyRecordFile(fifo, path_, reason));
-  EXPECT_FALSE(host::copyRecordFile(temp_.path() + "/absent", path_, reason));
+  EXPECT_FALSE(host::shareRecordFile(fifo, path_, reason));
+  EXPECT_FALSE(host::shareRecordFile(temp_.path() + "/absent", path_, reason));
   EXPECT_FALSE(reason.empty());
   std::vector<CloudRecord> back;
   ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
