@@ -1,5 +1,7 @@
 #include "MvSvcJsonBuilder.h"
 
+#include <malloc.h>
+
 #include <initializer_list>
 #include <list>
 
@@ -103,6 +105,11 @@ void MvSvcJsonBuilder::takeJsonMessage(std::string& text) {
   if (_rootNode)
     json_node_free(_rootNode);
   _rootNode = nullptr;
+#ifdef __GLIBC__
+  // The tree's smaller strings were freed into holes of the heap, which glibc keeps resident
+  // until asked: hand their pages back before the text is copied out.
+  malloc_trim(0);
+#endif
   if (data)
     text.assign(data.get(), length);
 }

@@ -1,5 +1,7 @@
 #include "MvSvcJsonObject.h"
 
+#include <string.h>
+
 #include "MvSvcLog.h"
 
 namespace {
@@ -7,6 +9,27 @@ namespace {
 // json-glib's typed accessors emit criticals on a node of another type, so check first.
 bool holdsValueOfType(JsonNode* node, GType type) {
   return node && JSON_NODE_HOLDS_VALUE(node) && json_node_get_value_type(node) == type;
+}
+
+// Bytes of the names and strings under `node`: what its JSON text holds at least.
+size_t textBytesUnder(JsonNode* node) {
+  size_t bytes = 8;  // punctuation, or a number or literal
+  if (JSON_NODE_HOLDS_OBJECT(node)) {
+    JsonObjectIter members;
+    const gchar* name = nullptr;
+    JsonNode* member = nullptr;
+    json_object_iter_init(&members, json_node_get_object(node));
+    while (json_object_iter_next(&members, &name, &member))
+      bytes += strlen(name) + textBytesUnder(member);
+  } else if (JSON_NODE_HOLDS_ARRAY(node)) {
+    JsonArray* array = json_node_get_array(node);
+    const guint length = json_array_get_length(array);
+    for (guint i = 0; i < length; ++i)
+      bytes += textBytesUnder(json_array_get_element(array, i));
+  } else if (holdsValueOfType(node, G_TYPE_STRING)) {
+    bytes += strlen(json_node_get_string(node));
+  }
+  return bytes;
 }
 
 }  // namespace
@@ -177,8 +200,10 @@ MvGCharPtr MvSvcJsonObject::generateJsonMessage(size_t& length) {
   g_autoptr(JsonNode) node = json_node_new(JSON_NODE_OBJECT);
   json_node_set_object(node, _jsonObject);
   json_generator_set_root(generator, node);
-  gsize generated = 0;
-  MvGCharPtr data(json_generator_to_data(generator, &generated));
-  length = generated;
-  return data;
+  // Room for the whole text from the start: a buffer that grows from small leaves the pages it
+  // outgrew behind in the heap, and for a document of megabytes they count.
+  GString* text = g_string_sized_new(textBytesUnder(node));
+  json_generator_to_gstring(generator, text);
+  length = text->len;
+  return MvGCharPtr(g_string_free(text, FALSE));
 }
