@@ -44,6 +44,9 @@ class MvSvcJsonParser {
 
  private:
   void _prepare(const char* text, size_t length);
+  // Refuses a text nested too deep (logged) before json-glib loads it; false with `error` set
+  // when json-glib refuses it.
+  bool _load(const char* text, size_t length, GError** error);
   void _getResultRestoreList(std::list<MvSvcJsonObject>& objects);
   void _getImageRestoreList(std::list<MvSvcJsonObject>& objects);
   MvSvcJsonObject _getRootObject() const;

@@ -34,15 +34,23 @@ bool isPaddedBase64(const std::string& text) {
                                                                    : kOther;
     return table;
   }();
+  const unsigned char* const bytes = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t length = text.size();
   size_t characters = 0;
   size_t padding = 0;
-  for (const char c : text) {
-    switch (kinds[static_cast<unsigned char>(c)]) {
-      case kAlphabet:
-        if (padding > 0)
-          return false;
-        ++characters;
-        break;
+  size_t at = 0;
+  while (at < length) {
+    // Runs of the alphabet are nearly the whole text: each byte costs one look-up.
+    const size_t run = at;
+    while (at < length && kinds[bytes[at]] == kAlphabet)
+      ++at;
+    if (at > run) {
+      if (padding > 0)
+        return false;
+      characters += at - run;
+      continue;
+    }
+    switch (kinds[bytes[at++]]) {
       case kPadding:
         ++padding;
         ++characters;
