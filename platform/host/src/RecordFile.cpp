@@ -64,6 +64,10 @@ class Crc32 {
       size -= step;
     }
   }
+  // As if the `size` bytes whose own CRC is `sum` were passed to update().
+  void append(uint32_t sum, size_t size) {
+    crc_ = crc32_combine(crc_, sum, static_cast<z_off_t>(size));
+  }
   uint32_t value() const { return static_cast<uint32_t>(crc_); }
 
  private:
@@ -141,6 +145,13 @@ class Source {
   virtual ~Source() = default;
   // Exactly `size` bytes, or false.
   virtual bool read(char* into, size_t size) = 0;
+  // The same, with the bytes added to `sum` too.
+  virtual bool readSummed(char* into, size_t size, Crc32& sum) {
+    if (!read(into, size))
+      return false;
+    sum.update(into, size);
+    return true;
+  }
 };
 
 class FileSource : public Source {
@@ -303,7 +314,7 @@ bool outlineField(Source& source,
   std::string chunk(std::min<size_t>(*length, kChunkBytes), '\0');
   for (size_t left = *length; left > 0;) {
     const size_t step = std::min(left, chunk.size());
-    if (!source.read(&chunk[0], step)) {
+    if (!source.readSummed(&chunk[0], step, sum)) {
       reason = "cannot read a field";
       return false;
     }
@@ -311,7 +322,6 @@ bool outlineField(Source& source,
       reason = "a field holds a NUL byte";
       return false;
     }
-    sum.update(chunk.data(), step);
     left -= step;
   }
   crc = sum.value();
@@ -368,6 +378,17 @@ class SummingFileSource : public Source {
     if (!file_.read(into, size))
       return false;
     crc_.update(into, size);
+    consumed_ += size;
+    return true;
+  }
+  // One pass of the CRC for both sums: the file's takes the chunk's by combination.
+  bool readSummed(char* into, size_t size, Crc32& sum) override {
+    if (!file_.read(into, size))
+      return false;
+    Crc32 chunk;
+    chunk.update(into, size);
+    sum.append(chunk.value(), size);
+    crc_.append(chunk.value(), size);
     consumed_ += size;
     return true;
   }
