@@ -98,18 +98,17 @@ void MvSvcJsonBuilder::getJsonMessage(std::string& text) {
   _rootObject.getJsonMessage(text);
 }
 
-void MvSvcJsonBuilder::takeJsonMessage(std::string& text) {
+MvGCharPtr MvSvcJsonBuilder::takeJsonMessage() {
   size_t length = 0;
-  MvGCharPtr data = _rootObject.generateJsonMessage(length);
+  MvGCharPtr text = _rootObject.generateJsonMessage(length);
   _rootObject.setJsonObject(nullptr);
   if (_rootNode)
     json_node_free(_rootNode);
   _rootNode = nullptr;
 #ifdef __GLIBC__
   // The tree's smaller strings were freed into holes of the heap, which glibc keeps resident
-  // until asked: hand their pages back before the text is copied out.
+  // until asked: hand their pages back before the text is copied.
   malloc_trim(0);
 #endif
-  if (data)
-    text.assign(data.get(), length);
+  return text;
 }

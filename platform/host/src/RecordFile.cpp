@@ -415,6 +415,15 @@ class SummingFileSource : public Source {
   size_t consumed_ = 0;
 };
 
+// writeRecords for records checkRecords has accepted.
+bool writeCheckedRecords(int fd, const RecordRefs& records, std::string& reason) {
+  FileSink sink(fd);
+  if (encode(records, sink) && sink.flush())
+    return true;
+  reason = std::string("cannot write the record file: ") + g_strerror(errno);
+  return false;
+}
+
 // Makes `path` the whole of what `fill` writes to a new file, or leaves it as it was: a
 // temporary file beside it, renamed over it.
 template <typename Fill>
@@ -494,19 +503,15 @@ bool writeRecordFile(const std::string& path,
 }
 
 bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason) {
+  // Checked once, before the temporary file is made.
   if (!checkRecords(records, reason))
     return false;
-  return writeAtomically(path, reason, [&](int fd) { return writeRecords(fd, records, reason); });
+  return writeAtomically(path, reason,
+                         [&](int fd) { return writeCheckedRecords(fd, records, reason); });
 }
 
 bool writeRecords(int fd, const RecordRefs& records, std::string& reason) {
-  if (!checkRecords(records, reason))
-    return false;
-  FileSink sink(fd);
-  if (encode(records, sink) && sink.flush())
-    return true;
-  reason = std::string("cannot write the record file: ") + g_strerror(errno);
-  return false;
+  return checkRecords(records, reason) && writeCheckedRecords(fd, records, reason);
 }
 
 bool shareRecordFile(const std::string& from, const std::string& to, std::string& reason) {
