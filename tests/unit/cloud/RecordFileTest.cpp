@@ -204,13 +204,21 @@ TEST_F(RecordFileOnDiskTest, LargeValuesRoundTripThroughTheFile) {
   EXPECT_TRUE(back == records);
 }
 
-TEST_F(RecordFileOnDiskTest, CopyReplacesTheTargetWithTheSameBytesOrLeavesItAlone) {
+TEST_F(RecordFileOnDiskTest, ShareReplacesTheTargetWithTheSameBytesOrLeavesItAlone) {
   const std::string source = temp_.path() + "/set.dat";
   std::string reason;
   ASSERT_TRUE(host::writeRecordFile(source, kRecords, reason)) << reason;
   ASSERT_TRUE(host::writeRecordFile(path_, {kRecords[2]}, reason)) << reason;
   ASSERT_TRUE(host::shareRecordFile(source, path_, reason)) << reason;
   EXPECT_TRUE(bytesOf(path_) == bytesOf(source));
+  // On one file system, by a link: then a source replaced later leaves the target as it was.
+  struct stat sourceInfo, targetInfo;
+  ASSERT_EQ(stat(source.c_str(), &sourceInfo), 0);
+  ASSERT_EQ(stat(path_.c_str(), &targetInfo), 0);
+  EXPECT_EQ(sourceInfo.st_ino, targetInfo.st_ino);
+  const std::string shared = bytesOf(source);
+  ASSERT_TRUE(host::writeRecordFile(source, {kRecords[2]}, reason)) << reason;
+  EXPECT_TRUE(bytesOf(path_) == shared);
 
   // A source that is no regular file is refused at once and the target stays as it was.
   const std::string fifo = temp_.path() + "/fifo";

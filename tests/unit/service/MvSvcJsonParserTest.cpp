@@ -212,6 +212,15 @@ TEST_F(MvSvcJsonParserTest, LoadsAppendRecordsAndAFailedLoadLeavesNoDocument) {
   EXPECT_EQ(messages(), Messages{"E " + jsonGlibError(R"({"watch_main_key":"third")")});
 }
 
+TEST_F(MvSvcJsonParserTest, APointerAndALengthAreReadWhereTheyLieAndNoFurther) {
+  const std::string text = build({{"p", "s", "r"}}, {{"f", "t", "d"}});
+  const std::string buffer = text + "} and bytes that are no JSON";
+  MvSvcJsonParser parser(buffer.data(), text.size());
+  EXPECT_EQ(parser.getResultRestoreList(), (Results{{"p", "s", "r"}}));
+  EXPECT_EQ(parser.getImageRestoreList(), (Images{{"f", "t", "d"}}));
+  EXPECT_EQ(messages(), Messages{});
+}
+
 TEST_F(MvSvcJsonParserTest, ListsAreTheParsersOwnAndCanBeTaken) {
   MvSvcJsonParser parser(build({{"p", "s", "r"}, {"d", "d", "downloaded"}}, {{"f", "t", "d"}}));
   EXPECT_EQ(&parser.getResultRestoreList(), &parser.getResultRestoreList());
