@@ -26,6 +26,9 @@ const size_t kChecksumBytes = 4;
 // Three length words: the least a record can take.
 const size_t kMinRecordBytes = 12;
 const size_t kChunkBytes = 64 * 1024;
+// A field is summed and copied this much at a time, so that the sum reads bytes the copy has
+// just brought into the cache, not megabytes that have left it.
+const size_t kSumStepBytes = 4 * kChunkBytes;
 
 // Closes the descriptor it holds.
 class UniqueFd {
@@ -106,8 +109,15 @@ class Sink {
  public:
   virtual ~Sink() = default;
   bool put(const char* data, size_t size) {
-    crc_.update(data, size);
-    return write(data, size);
+    while (size > 0) {
+      const size_t step = std::min(size, kSumStepBytes);
+      crc_.update(data, step);
+      if (!write(data, step))
+        return false;
+      data += step;
+      size -= step;
+    }
+    return true;
   }
   bool putU32(uint32_t value) { return put(u32Bytes(value).data(), 4); }
   bool seal() { return write(u32Bytes(crc_.value()).data(), 4); }
@@ -375,10 +385,15 @@ class SummingFileSource : public Source {
  public:
   explicit SummingFileSource(int fd) : file_(fd) {}
   bool read(char* into, size_t size) override {
-    if (!file_.read(into, size))
-      return false;
-    crc_.update(into, size);
-    consumed_ += size;
+    while (size > 0) {
+      const size_t step = std::min(size, kSumStepBytes);
+      if (!file_.read(into, step))
+        return false;
+      crc_.update(into, step);
+      consumed_ += step;
+      into += step;
+      size -= step;
+    }
     return true;
   }
   // One pass of the CRC for both sums: the file's takes the chunk's by combination.
