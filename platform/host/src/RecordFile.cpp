@@ -285,7 +285,8 @@ bool getField(Source& source,
               size_t end,
               size_t& at,
               std::optional<std::string>& field,
-              std::string& reason) {
+              std::string& reason,
+              Crc32* sum = nullptr) {
   std::optional<uint32_t> length;
   if (!getFieldLength(source, end, at, length, reason))
     return false;
@@ -294,7 +295,7 @@ bool getField(Source& source,
     return true;
   }
   std::string bytes(*length, '\0');
-  if (!source.read(&bytes[0], *length)) {
+  if (!(sum ? source.readSummed(&bytes[0], *length, *sum) : source.read(&bytes[0], *length))) {
     reason = "cannot read a field";
     return false;
   }
@@ -339,10 +340,20 @@ bool outlineField(Source& source,
   return true;
 }
 
-bool readRecord(Source& source, size_t end, size_t& at, CloudRecord& record, std::string& reason) {
-  return getField(source, end, at, record.key, reason) &&
-         getField(source, end, at, record.date, reason) &&
-         getField(source, end, at, record.value, reason);
+// A record with the CRC-32 of its value, which the reading pass gives at no extra cost.
+struct SummedRecord {
+  CloudRecord record;
+  uint32_t valueCrc = 0;
+};
+
+bool readRecord(Source& source, size_t end, size_t& at, SummedRecord& read, std::string& reason) {
+  Crc32 sum;
+  if (!getField(source, end, at, read.record.key, reason) ||
+      !getField(source, end, at, read.record.date, reason) ||
+      !getField(source, end, at, read.record.value, reason, &sum))
+    return false;
+  read.valueCrc = sum.value();
+  return true;
 }
 
 bool readRecord(Source& source,
@@ -384,28 +395,9 @@ bool decodeRecords(Source& source,
 class SummingFileSource : public Source {
  public:
   explicit SummingFileSource(int fd) : file_(fd) {}
-  bool read(char* into, size_t size) override {
-    while (size > 0) {
-      const size_t step = std::min(size, kSumStepBytes);
-      if (!file_.read(into, step))
-        return false;
-      crc_.update(into, step);
-      consumed_ += step;
-      into += step;
-      size -= step;
-    }
-    return true;
-  }
-  // One pass of the CRC for both sums: the file's takes the chunk's by combination.
+  bool read(char* into, size_t size) override { return readSteps(into, size, nullptr); }
   bool readSummed(char* into, size_t size, Crc32& sum) override {
-    if (!file_.read(into, size))
-      return false;
-    Crc32 chunk;
-    chunk.update(into, size);
-    sum.append(chunk.value(), size);
-    crc_.append(chunk.value(), size);
-    consumed_ += size;
-    return true;
+    return readSteps(into, size, &sum);
   }
   bool skipTo(size_t offset) {
     std::string chunk(kChunkBytes, '\0');
@@ -425,6 +417,28 @@ class SummingFileSource : public Source {
   }
 
  private:
+  // A step at a time, each summed while the copy has it in the cache; `sum`, when given, takes
+  // the steps' sums too, by combination rather than a second pass.
+  bool readSteps(char* into, size_t size, Crc32* sum) {
+    while (size > 0) {
+      const size_t step = std::min(size, kSumStepBytes);
+      if (!file_.read(into, step))
+        return false;
+      if (sum) {
+        Crc32 part;
+        part.update(into, step);
+        sum->append(part.value(), step);
+        crc_.append(part.value(), step);
+      } else {
+        crc_.update(into, step);
+      }
+      consumed_ += step;
+      into += step;
+      size -= step;
+    }
+    return true;
+  }
+
   FileSource file_;
   Crc32 crc_;
   size_t consumed_ = 0;
@@ -706,8 +720,20 @@ std::vector<std::string> removeStaleTempFiles(const std::string& dir,
 bool readRecordFile(const std::string& path,
                     std::vector<CloudRecord>& records,
                     std::string& reason,
-                    bool* corrupt) {
-  return readFile(path, records, reason, corrupt);
+                    bool* corrupt,
+                    std::vector<uint32_t>* valueCrcs) {
+  std::vector<SummedRecord> read;
+  if (!readFile(path, read, reason, corrupt))
+    return false;
+  records.clear();
+  if (valueCrcs)
+    valueCrcs->clear();
+  for (SummedRecord& one : read) {
+    records.push_back(std::move(one.record));
+    if (valueCrcs)
+      valueCrcs->push_back(one.valueCrc);
+  }
+  return true;
 }
 
 bool outlineRecordFile(const std::string& path,

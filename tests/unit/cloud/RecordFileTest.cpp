@@ -323,6 +323,28 @@ TEST_F(CloudLibraryTest, FilesRoundTripAndDamageIsReportedAsCorrupt) {
   EXPECT_EQ(talvoro_cloud_list_destroy(list), TALVORO_CLOUD_ERROR_NONE);
 }
 
+TEST_F(CloudLibraryTest, ASentBackListKnowsTheSumsOfValuesAsReadOnly) {
+  std::string reason;
+  ASSERT_TRUE(host::writeRecordFile(path_, kRecords, reason)) << reason;
+  ASSERT_EQ(talvoro_cloud_initialize(), TALVORO_CLOUD_ERROR_NONE);
+  talvoro_cloud_list_h list = nullptr;
+  ASSERT_EQ(talvoro_cloud_file_create_record_list(path_.c_str(), &list), TALVORO_CLOUD_ERROR_NONE);
+  talvoro_cloud_record_h changed = nullptr;
+  ASSERT_EQ(talvoro_cloud_list_move_to_first(list), TALVORO_CLOUD_ERROR_NONE);
+  ASSERT_EQ(talvoro_cloud_list_get_current_record(list, &changed), TALVORO_CLOUD_ERROR_NONE);
+  ASSERT_EQ(talvoro_cloud_record_set_value(changed, "changed"), TALVORO_CLOUD_ERROR_NONE);
+  EXPECT_EQ(talvoro_cloud_restore_record_send_record_list(list, true), TALVORO_CLOUD_ERROR_NONE);
+  const host::cloud::Answer& answer = host::cloud::answers().back();
+  ASSERT_EQ(answer.valueCrcs.size(), kRecords.size());
+  EXPECT_EQ(answer.valueCrcs[0], std::nullopt);
+  for (size_t i = 1; i < kRecords.size(); ++i) {
+    if (kRecords[i].value) {
+      EXPECT_EQ(answer.valueCrcs[i], host::valueCrc(*kRecords[i].value)) << i;
+    }
+  }
+  EXPECT_EQ(talvoro_cloud_deinitialize(), TALVORO_CLOUD_ERROR_NONE);
+}
+
 TEST_F(CloudLibraryTest, ListsReadFromFilesAreFreedAtTheLastDeinitialize) {
   std::string reason;
   ASSERT_TRUE(host::writeRecordFile(path_, kRecords, reason)) << reason;

@@ -1,6 +1,7 @@
 #ifndef HOST_RECORD_FILE_H
 #define HOST_RECORD_FILE_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -73,11 +74,13 @@ bool shareRecordFile(const std::string& from, const std::string& to, std::string
 bool copyFileInto(const std::string& from, int fd, std::string& reason);
 // Reads a regular record file, refusing what the format above refuses, with the fields read
 // straight into the records. False with a one-line reason; then `*corrupt` (when given) tells a
-// damaged file from one that could not be read at all.
+// damaged file from one that could not be read at all. `valueCrcs` (when given) receives each
+// value's CRC-32 as valueCrc gives it, from the same pass.
 bool readRecordFile(const std::string& path,
                     std::vector<CloudRecord>& records,
                     std::string& reason,
-                    bool* corrupt = nullptr);
+                    bool* corrupt = nullptr,
+                    std::vector<uint32_t>* valueCrcs = nullptr);
 
 // A file being written under a temporary name. Its writer holds an flock on it from creation
 // until it is renamed or linked into place, so that removeStaleTempFiles can tell a file a
