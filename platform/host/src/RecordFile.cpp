@@ -295,13 +295,19 @@ bool getField(Source& source,
     return true;
   }
   std::string bytes(*length, '\0');
-  if (!(sum ? source.readSummed(&bytes[0], *length, *sum) : source.read(&bytes[0], *length))) {
-    reason = "cannot read a field";
-    return false;
-  }
-  if (memchr(bytes.data(), '\0', *length) != nullptr) {
-    reason = "a field holds a NUL byte";
-    return false;
+  // A step at a time, each searched for a NUL while it is still in the cache.
+  for (size_t done = 0; done < *length;) {
+    char* const into = &bytes[done];
+    const size_t step = std::min<size_t>(*length - done, kSumStepBytes);
+    if (!(sum ? source.readSummed(into, step, *sum) : source.read(into, step))) {
+      reason = "cannot read a field";
+      return false;
+    }
+    if (memchr(into, '\0', step) != nullptr) {
+      reason = "a field holds a NUL byte";
+      return false;
+    }
+    done += step;
   }
   field = std::move(bytes);
   at += *length;
