@@ -14,6 +14,8 @@
 #include <array>
 #include <cstdint>
 
+#include "Crc32.h"
+
 namespace host {
 
 namespace {
@@ -60,12 +62,7 @@ class UniqueFd {
 class Crc32 {
  public:
   void update(const char* data, size_t size) {
-    while (size > 0) {
-      const uInt step = static_cast<uInt>(std::min<size_t>(size, 1u << 30));
-      crc_ = crc32(crc_, reinterpret_cast<const Bytef*>(data), step);
-      data += step;
-      size -= step;
-    }
+    crc_ = crc32Update(static_cast<uint32_t>(crc_), data, size);
   }
   // As if the `size` bytes whose own CRC is `sum` were passed to update().
   void append(uint32_t sum, size_t size) {
