@@ -663,6 +663,12 @@ bool LockedTempFile::renameTo(const std::string& target, std::string& reason) {
     reason = "cannot rename " + path_ + " to " + target + ": " + g_strerror(errno);
     return false;
   }
+  // rename() does nothing when both names already lead to this file (a link made from the
+  // target's own file): then the temporary name goes by itself.
+  struct stat held, named;
+  if (fstat(fd_, &held) == 0 && lstat(path_.c_str(), &named) == 0 && held.st_dev == named.st_dev &&
+      held.st_ino == named.st_ino)
+    g_unlink(path_.c_str());
   path_.clear();
   return closeAfterWriting(target, reason);
 }

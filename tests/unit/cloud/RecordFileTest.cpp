@@ -232,6 +232,9 @@ TEST_F(RecordFileOnDiskTest, ShareReplacesTheTargetWithTheSameBytesOrLeavesItAlo
   ASSERT_EQ(stat(source.c_str(), &sourceInfo), 0);
   ASSERT_EQ(stat(path_.c_str(), &targetInfo), 0);
   EXPECT_EQ(sourceInfo.st_ino, targetInfo.st_ino);
+  // Shared again while the target is already that file: no temporary name is left behind.
+  ASSERT_TRUE(host::shareRecordFile(source, path_, reason)) << reason;
+  EXPECT_EQ(names().size(), 2u);
   const std::string shared = bytesOf(source);
   ASSERT_TRUE(host::writeRecordFile(source, {kRecords[2]}, reason)) << reason;
   EXPECT_TRUE(bytesOf(path_) == shared);
