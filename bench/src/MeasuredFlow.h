@@ -11,7 +11,7 @@ namespace bench {
 
 // Phases of a finished backup read off the platform's record: "collect" (launch request to the
 // answer the service gives once it has the watch data), "build" (to the document's log line,
-// which follows getJsonStr), "upload" (the record file, the cloud storing it, the exit).
+// logged once the text is generated), "upload" (the record file, the cloud storing it, the exit).
 bool backupPhases(host::Platform& platform, Measurement& phases, std::string& error);
 // Phases of a finished restore: "download" (launch request to the restoration callback: the
 // cloud fetched the set and wrote the record file), "parse" (reading the record file and the

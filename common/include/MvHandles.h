@@ -60,6 +60,12 @@ class MvFd {
     fd_ = -1;
     return fd;
   }
+  // Closes the descriptor held and holds `fd` instead.
+  void reset(int fd) {
+    if (fd_ >= 0)
+      close(fd_);
+    fd_ = fd;
+  }
 
  private:
   int fd_;

@@ -52,11 +52,14 @@ std::string shown(const std::optional<std::string>& text) {
   return text ? "\"" + *text + "\"" : std::string("(none)");
 }
 
-bool sameValue(const CloudRecord& record, const host::RecordOutline& outline) {
+// `knownCrc`: the value's CRC-32 when the library knows it without reading the value again.
+bool sameValue(const CloudRecord& record,
+               std::optional<uint32_t> knownCrc,
+               const host::RecordOutline& outline) {
   if (!record.value || !outline.valueBytes)
     return !record.value && !outline.valueBytes;
   return record.value->size() == *outline.valueBytes &&
-         host::valueCrc(*record.value) == outline.valueCrc;
+         (knownCrc ? *knownCrc : host::valueCrc(*record.value)) == outline.valueCrc;
 }
 
 std::string records(size_t count) {
@@ -510,7 +513,7 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
   }
   exchange.setId = ids.back();
   if (!store_.outline(exchange.setId, exchange.downloaded, error) ||
-      !host::copyRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error)) {
+      !host::shareRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error)) {
     fail(exchange, error);
     return;
   }
@@ -550,7 +553,8 @@ void CloudAgent::restoreListGiven(Exchange& exchange, const Answer& answer) {
   for (size_t i = 0; i < answer.records.size(); ++i) {
     const CloudRecord& record = answer.records[i];
     if (record.key != std::optional<std::string>(kRestoredKey) || !isRecentSeconds(record.date) ||
-        !sameValue(record, exchange.downloaded[i])) {
+        !sameValue(record, i < answer.valueCrcs.size() ? answer.valueCrcs[i] : std::nullopt,
+                   exchange.downloaded[i])) {
       fail(exchange, "record " + std::to_string(i) + " came back with key " + shown(record.key) +
                          " and date " + shown(record.date) +
                          ", not key \"key\" and the time in seconds with its value");

@@ -119,29 +119,36 @@ bool CloudStore::add(const std::vector<host::CloudRecord>& records,
   host::RecordRefs refs;
   for (const host::CloudRecord& record : records)
     refs.push_back(&record);
-  return store([&](int fd, std::string& reason) { return host::writeRecords(fd, refs, reason); },
-               id, error);
+  return store(
+      [&](host::LockedTempFile& incoming, const std::string& pattern, std::string& reason) {
+        return incoming.create(pattern, reason) && host::writeRecords(incoming.fd(), refs, reason);
+      },
+      id, error);
 }
 
 bool CloudStore::addCopyOf(const std::string& path, unsigned long long& id, std::string& error) {
-  return store([&](int fd, std::string& reason) { return host::copyFileInto(path, fd, reason); },
-               id, error);
+  // Linked where the file systems allow: see host::shareRecordFile for why that is safe.
+  return store(
+      [&](host::LockedTempFile& incoming, const std::string& pattern, std::string& reason) {
+        return incoming.createLinkTo(path, pattern) ||
+               (incoming.create(pattern, reason) &&
+                host::copyFileInto(path, incoming.fd(), reason));
+      },
+      id, error);
 }
 
 std::vector<std::string> CloudStore::removeStaleIncoming() {
   return host::removeStaleTempFiles(dir_, isIncomingName);
 }
 
-bool CloudStore::store(const std::function<bool(int, std::string&)>& fill,
-                       unsigned long long& id,
-                       std::string& error) {
+bool CloudStore::store(const MakeIncoming& make, unsigned long long& id, std::string& error) {
   // What a writer that died left here goes first; a live writer's file stays.
   removeStaleIncoming();
   host::LockedTempFile incoming;
   g_autofree char* pattern = g_build_filename(
       dir_.c_str(), (std::string(kIncomingPrefix) + "XXXXXX.dat").c_str(), nullptr);
   std::string reason;
-  if (!incoming.create(pattern, reason) || !fill(incoming.fd(), reason)) {
+  if (!make(incoming, pattern, reason)) {
     error = "cannot store the set: " + reason;
     return false;
   }

@@ -15,6 +15,7 @@
 #include "emu/FaultSwitches.h"
 #include "emu/SampleWatch.h"
 #include "host/Platform.h"
+#include "host/RecordFile.h"
 
 namespace emu {
 
@@ -159,6 +160,35 @@ void WatchfaceService::restoreSettings(bundle* message) {
   ++activity_.settingsReceived;
 }
 
+bool WatchfaceService::linkPhoto(const std::string& from, const std::string& to, size_t& length) {
+  // The service writes a photo it restores as a file of its own name and never rewrites one that
+  // another name shares, so the two names may share the bytes.
+  host::LockedTempFile linked;
+  struct stat info;
+  std::string reason;
+  if (!linked.createLinkTo(from, to + ".XXXXXX") || fstat(linked.fd(), &info) != 0 ||
+      !linked.renameTo(to, reason))
+    return false;
+  length = static_cast<size_t>(info.st_size);
+  return true;
+}
+
+bool WatchfaceService::copyPhoto(const std::string& from,
+                                 const std::string& to,
+                                 size_t& length,
+                                 std::string& failure) {
+  g_autofree char* bytes = nullptr;
+  gsize read = 0;
+  g_autoptr(GError) error = nullptr;
+  if (!g_file_get_contents(from.c_str(), &bytes, &read, &error) ||
+      !g_file_set_contents(to.c_str(), bytes, static_cast<gssize>(read), &error)) {
+    failure = error->message;
+    return false;
+  }
+  length = read;
+  return true;
+}
+
 void WatchfaceService::restoreImage(bundle* message) {
   std::string fileName, filePath, bgType;
   if (!messageValue(message, "file_name", fileName) ||
@@ -171,20 +201,18 @@ void WatchfaceService::restoreImage(bundle* message) {
                    fileName.c_str(), filePath.c_str());
     return;
   }
-  g_autofree char* bytes = nullptr;
-  gsize length = 0;
-  g_autoptr(GError) error = nullptr;
-  if (!g_file_get_contents(filePath.c_str(), &bytes, &length, &error)) {
-    host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(), error->message);
-    return;
-  }
   const std::string relative = std::string(kBackgroundDir) + "/" + fileName;
   g_autofree char* dir = g_build_filename(deviceDir_.c_str(), kBackgroundDir, nullptr);
   g_autofree char* target = g_build_filename(dir, fileName.c_str(), nullptr);
-  if (g_mkdir_with_parents(dir, 0755) != 0 ||
-      !g_file_set_contents(target, bytes, static_cast<gssize>(length), &error)) {
-    host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(),
-                   error ? error->message : "cannot make its directory");
+  if (g_mkdir_with_parents(dir, 0755) != 0) {
+    host::logError(kLogTagWatchface, "photo %s not copied: cannot make its directory",
+                   fileName.c_str());
+    return;
+  }
+  size_t length = 0;
+  std::string failure;
+  if (!linkPhoto(filePath, target, length) && !copyPhoto(filePath, target, length, failure)) {
+    host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(), failure.c_str());
     return;
   }
   auto image = std::find_if(images_.begin(), images_.end(), [&](const BackgroundImage& entry) {
@@ -195,7 +223,7 @@ void WatchfaceService::restoreImage(bundle* message) {
   else
     *image = {fileName, relative, bgType};
   host::logInfo(kLogTagWatchface, "photo %s copied to %s (%zu bytes)", fileName.c_str(),
-                relative.c_str(), static_cast<size_t>(length));
+                relative.c_str(), length);
   ++activity_.imagesReceived;
 }
 

@@ -74,6 +74,11 @@ bool BackupModel::run(const char* operation) {
   return success;
 }
 
+void BackupModel::lendJsonText(unsigned int index,
+                               const std::function<void(const char* text)>& use) {
+  use(getJsonStr(index).c_str());
+}
+
 void BackupModel::setOnBackupCompleted(MvSvcCompletionCb callback) {
   _onBackupCompleted = std::move(callback);
 }
@@ -216,12 +221,12 @@ bool BackupModel::_fillRecords(talvoro_cloud_list_h records) {
       if (!date)
         MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_get_date - date is nullptr.");
 
-      std::string jsonStr = getJsonStr(index);
-      MVSVC_LOGI_FOR("_backupRecordCb", "backup jsonStr : %s", jsonStr.c_str());
-
-      ret = talvoro_cloud_record_set_value(record, jsonStr.c_str());
-      if (ret != TALVORO_CLOUD_ERROR_NONE)
-        MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_set_value failed.(%d)", ret);
+      lendJsonText(index, [record](const char* jsonStr) {
+        MVSVC_LOGI_FOR("_backupRecordCb", "backup jsonStr : %s", jsonStr);
+        const int set = talvoro_cloud_record_set_value(record, jsonStr);
+        if (set != TALVORO_CLOUD_ERROR_NONE)
+          MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_set_value failed.(%d)", set);
+      });
     }
 
     ret = talvoro_cloud_list_move_to_next(records);

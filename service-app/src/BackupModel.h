@@ -6,6 +6,7 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <string>
 
 #include "MvSvcLiveness.h"
@@ -23,6 +24,10 @@ class BackupModel {
 
   virtual std::string getKeyStr() = 0;
   virtual std::string getJsonStr(unsigned int index) = 0;
+  // Lends the text of getJsonStr(index) to `use` for the length of the call. A subclass whose
+  // text comes in a buffer of its own lends that instead, so that no copy of the document is
+  // made before the library takes its own.
+  virtual void lendJsonText(unsigned int index, const std::function<void(const char* text)>& use);
 
   bool run(const char* operation);
   void setOnBackupCompleted(MvSvcCompletionCb callback);

@@ -38,7 +38,14 @@ std::string MvSvcBackupModel::getKeyStr() {
   return std::string();
 }
 
-std::string MvSvcBackupModel::getJsonStr(unsigned int) {
+std::string MvSvcBackupModel::getJsonStr(unsigned int index) {
+  std::string text;
+  lendJsonText(index, [&text](const char* json) { text = json; });
+  return text;
+}
+
+void MvSvcBackupModel::lendJsonText(unsigned int,
+                                    const std::function<void(const char* text)>& use) {
   std::unique_ptr<MvSvcJsonBuilder> builder(new MvSvcJsonBuilder());
 
   std::string mainKey = readConfig(kWatchMainKey);
@@ -53,7 +60,7 @@ std::string MvSvcBackupModel::getJsonStr(unsigned int) {
   builder->addResultXmls(_resultDataList);
   builder->addMyPhotos(_imageDataList);
 
-  std::string text;
-  builder->getJsonMessage(text);
-  return text;
+  MvGCharPtr text = builder->takeJsonMessage();
+  builder.reset();
+  use(text ? text.get() : "");
 }

@@ -21,6 +21,8 @@ class MvSvcBackupModel : public BackupModel {
 
   std::string getKeyStr() override;
   std::string getJsonStr(unsigned int index) override;
+  // Lends json-glib's own buffer: the document is generated once and copied only by the library.
+  void lendJsonText(unsigned int index, const std::function<void(const char* text)>& use) override;
 
  private:
   std::vector<WatchResultData> _resultDataList;

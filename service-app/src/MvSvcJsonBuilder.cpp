@@ -1,5 +1,7 @@
 #include "MvSvcJsonBuilder.h"
 
+#include <malloc.h>
+
 #include <initializer_list>
 #include <list>
 
@@ -16,16 +18,14 @@ MvSvcJsonObject newObject() {
   return wrapper;
 }
 
-bool isUtf8(const std::string& text) {
-  return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
-}
-
-bool allUtf8(std::initializer_list<const std::string*> texts) {
-  for (const std::string* text : texts) {
-    if (!isUtf8(*text))
-      return false;
+// Whether one of the members `keys` had to be carried byte for byte (it was not UTF-8): the
+// object's setter has checked each string once already.
+bool keptByteForByte(const MvSvcJsonObject& object, std::initializer_list<const char*> keys) {
+  for (const char* key : keys) {
+    if (object.hasMember(std::string(key) + MvSvcJsonObject::kExactBytesSuffix))
+      return true;
   }
-  return true;
+  return false;
 }
 
 // A name as a log line can show it.
@@ -44,7 +44,8 @@ MvSvcJsonBuilder::MvSvcJsonBuilder() : _rootNode(json_node_new(JSON_NODE_OBJECT)
 }
 
 MvSvcJsonBuilder::~MvSvcJsonBuilder() {
-  json_node_free(_rootNode);
+  if (_rootNode)
+    json_node_free(_rootNode);
 }
 
 void MvSvcJsonBuilder::addStringMember(const std::string& key, const std::string& value) {
@@ -62,13 +63,13 @@ void MvSvcJsonBuilder::addResultXmls(const std::vector<WatchResultData>& records
   }
   std::list<MvSvcJsonObject> items;
   for (const WatchResultData& record : records) {
-    if (!allUtf8({&record.pkgId, &record.svcId, &record.result}))
-      MVSVC_LOGI("Watch item [%s] is not UTF-8 text: kept byte for byte",
-                 shown(record.pkgId).c_str());
     MvSvcJsonObject item = newObject();
     item.addStringMember("pkgid", record.pkgId);
     item.addStringMember("svcid", record.svcId);
     item.addStringMember("result", record.result);
+    if (keptByteForByte(item, {"pkgid", "svcid", "result"}))
+      MVSVC_LOGI("Watch item [%s] is not UTF-8 text: kept byte for byte",
+                 shown(record.pkgId).c_str());
     items.push_back(item);
   }
   _rootObject.addArrayMember("watch_items", items);
@@ -81,13 +82,13 @@ void MvSvcJsonBuilder::addMyPhotos(const std::vector<WatchImageData>& records) {
   }
   std::list<MvSvcJsonObject> images;
   for (const WatchImageData& record : records) {
-    if (!allUtf8({&record.fileName, &record.bgType, &record.data}))
-      MVSVC_LOGI("Background image [%s] is not UTF-8 text: kept byte for byte",
-                 shown(record.fileName).c_str());
     MvSvcJsonObject image = newObject();
     image.addStringMember("file_name", record.fileName);
     image.addStringMember("bg_type", record.bgType);
     image.addStringMember("data", record.data);
+    if (keptByteForByte(image, {"file_name", "bg_type", "data"}))
+      MVSVC_LOGI("Background image [%s] is not UTF-8 text: kept byte for byte",
+                 shown(record.fileName).c_str());
     images.push_back(image);
   }
   _rootObject.addArrayMember("watch_custom_bg", images);
@@ -95,4 +96,19 @@ void MvSvcJsonBuilder::addMyPhotos(const std::vector<WatchImageData>& records) {
 
 void MvSvcJsonBuilder::getJsonMessage(std::string& text) {
   _rootObject.getJsonMessage(text);
+}
+
+MvGCharPtr MvSvcJsonBuilder::takeJsonMessage() {
+  size_t length = 0;
+  MvGCharPtr text = _rootObject.generateJsonMessage(length);
+  _rootObject.setJsonObject(nullptr);
+  if (_rootNode)
+    json_node_free(_rootNode);
+  _rootNode = nullptr;
+#ifdef __GLIBC__
+  // The tree's smaller strings were freed into holes of the heap, which glibc keeps resident
+  // until asked: hand their pages back before the text is copied.
+  malloc_trim(0);
+#endif
+  return text;
 }

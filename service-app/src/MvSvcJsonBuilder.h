@@ -26,9 +26,13 @@ class MvSvcJsonBuilder {
   // "watch_custom_bg"; an empty list leaves the member out.
   void addMyPhotos(const std::vector<WatchImageData>& records);
   void getJsonMessage(std::string& text);
+  // The same text in json-glib's own buffer (null when there is none). The document's tree goes
+  // first, so that the tree is never alive beside a second copy of the text; the builder is
+  // empty afterwards.
+  MvGCharPtr takeJsonMessage();
 
  private:
-  JsonNode* _rootNode;  // owned; holds its own reference to the root object
+  JsonNode* _rootNode;  // owned, null once taken; holds its own reference to the root object
   MvSvcJsonObject _rootObject;
 };
 

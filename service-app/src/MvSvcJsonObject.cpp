@@ -1,5 +1,8 @@
 #include "MvSvcJsonObject.h"
 
+#include <stdint.h>
+#include <string.h>
+
 #include "MvSvcLog.h"
 
 namespace {
@@ -7,6 +10,43 @@ namespace {
 // json-glib's typed accessors emit criticals on a node of another type, so check first.
 bool holdsValueOfType(JsonNode* node, GType type) {
   return node && JSON_NODE_HOLDS_VALUE(node) && json_node_get_value_type(node) == type;
+}
+
+// g_utf8_validate with a length (a NUL byte is not valid), eight bytes at a time while they are
+// ASCII: a photo in base64 is megabytes of it.
+bool isUtf8(const std::string& text) {
+  const uint64_t kHighBits = 0x8080808080808080u;
+  const uint64_t kOnes = 0x0101010101010101u;
+  size_t at = 0;
+  for (; at + sizeof(uint64_t) <= text.size(); at += sizeof(uint64_t)) {
+    uint64_t word;
+    memcpy(&word, text.data() + at, sizeof word);
+    // A byte with its high bit set, or a zero byte.
+    if ((word | ((word - kOnes) & ~word)) & kHighBits)
+      break;
+  }
+  return g_utf8_validate(text.data() + at, static_cast<gssize>(text.size() - at), nullptr);
+}
+
+// Bytes of the names and strings under `node`: what its JSON text holds at least.
+size_t textBytesUnder(JsonNode* node) {
+  size_t bytes = 8;  // punctuation, or a number or literal
+  if (JSON_NODE_HOLDS_OBJECT(node)) {
+    JsonObjectIter members;
+    const gchar* name = nullptr;
+    JsonNode* member = nullptr;
+    json_object_iter_init(&members, json_node_get_object(node));
+    while (json_object_iter_next(&members, &name, &member))
+      bytes += strlen(name) + textBytesUnder(member);
+  } else if (JSON_NODE_HOLDS_ARRAY(node)) {
+    JsonArray* array = json_node_get_array(node);
+    const guint length = json_array_get_length(array);
+    for (guint i = 0; i < length; ++i)
+      bytes += textBytesUnder(json_array_get_element(array, i));
+  } else if (holdsValueOfType(node, G_TYPE_STRING)) {
+    bytes += strlen(json_node_get_string(node));
+  }
+  return bytes;
 }
 
 }  // namespace
@@ -110,7 +150,7 @@ void MvSvcJsonObject::addStringMember(const std::string& key, const std::string&
   if (!_jsonObject)
     return;
   const std::string exactKey = key + kExactBytesSuffix;
-  if (g_utf8_validate(value.data(), static_cast<gssize>(value.size()), nullptr)) {
+  if (isUtf8(value)) {
     json_object_set_string_member(_jsonObject, key.c_str(), value.c_str());
     if (json_object_has_member(_jsonObject, exactKey.c_str()))
       json_object_remove_member(_jsonObject, exactKey.c_str());
@@ -164,14 +204,23 @@ void MvSvcJsonObject::removeMember(const std::string& key) {
 }
 
 void MvSvcJsonObject::getJsonMessage(std::string& text) {
+  size_t length = 0;
+  MvGCharPtr data = generateJsonMessage(length);
+  if (data)
+    text.assign(data.get(), length);
+}
+
+MvGCharPtr MvSvcJsonObject::generateJsonMessage(size_t& length) {
   if (!_jsonObject)
-    return;
+    return nullptr;
   g_autoptr(JsonGenerator) generator = json_generator_new();
   g_autoptr(JsonNode) node = json_node_new(JSON_NODE_OBJECT);
   json_node_set_object(node, _jsonObject);
   json_generator_set_root(generator, node);
-  gsize length = 0;
-  g_autofree gchar* data = json_generator_to_data(generator, &length);
-  if (data)
-    text.assign(data, length);
+  // Room for the whole text from the start: a buffer that grows from small leaves the pages it
+  // outgrew behind in the heap, and for a document of megabytes they count.
+  GString* text = g_string_sized_new(textBytesUnder(node));
+  json_generator_to_gstring(generator, text);
+  length = text->len;
+  return MvGCharPtr(g_string_free(text, FALSE));
 }

@@ -6,6 +6,8 @@
 #include <list>
 #include <string>
 
+#include "MvHandles.h"
+
 // A shared handle on one json-glib object: copies share the object, they never duplicate it.
 // Getters leave their out-argument alone when there is nothing of the wanted type to read, so
 // callers set their defaults first.
@@ -51,6 +53,9 @@ class MvSvcJsonObject {
 
   // Compact text; an empty wrapper leaves `text` as it was.
   void getJsonMessage(std::string& text);
+  // The same text in json-glib's own buffer (null for an empty wrapper), for a caller that drops
+  // the object before it copies the text out.
+  MvGCharPtr generateJsonMessage(size_t& length);
 
  private:
   JsonNode* _getMember(const std::string& key) const;

@@ -1,6 +1,7 @@
 #include "MvSvcJsonParser.h"
 
 #include <glib.h>
+#include <string.h>
 
 #include <initializer_list>
 
@@ -34,7 +35,11 @@ MvSvcJsonParser::MvSvcJsonParser()
       _downloadList() {}
 
 MvSvcJsonParser::MvSvcJsonParser(const std::string& text) : MvSvcJsonParser() {
-  _prepare(text);
+  _prepare(text.data(), text.size());
+}
+
+MvSvcJsonParser::MvSvcJsonParser(const char* text, size_t length) : MvSvcJsonParser() {
+  _prepare(text, length);
 }
 
 MvSvcJsonParser::~MvSvcJsonParser() {
@@ -42,7 +47,7 @@ MvSvcJsonParser::~MvSvcJsonParser() {
 }
 
 void MvSvcJsonParser::setJsonMessage(const std::string& text) {
-  _prepare(text);
+  _prepare(text.data(), text.size());
 }
 
 std::vector<WatchResultData>& MvSvcJsonParser::getResultRestoreList() {
@@ -83,27 +88,25 @@ MvSvcJsonObject MvSvcJsonParser::_getRootObject() const {
   return root;
 }
 
-void MvSvcJsonParser::_prepare(const std::string& text) {
+void MvSvcJsonParser::_prepare(const char* text, size_t length) {
   _root = nullptr;
-  // json-glib refuses a whole text for one byte that is not UTF-8 (documents stored before
-  // strings were carried as base64 may hold some): repair it, and skip only the items that held
-  // such a byte.
-  std::string repairedText;
-  _repaired = !g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
-  if (_repaired) {
-    g_autofree gchar* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
-    repairedText = valid;
-  }
-  const std::string& document = _repaired ? repairedText : text;
-  // json-glib recurses per nesting level; a crafted document would overflow the stack.
-  if (mvsvcJsonNestsDeeperThan(document.data(), document.size(), kMaxNesting)) {
-    MVSVC_LOGE("Backup document nests deeper than %d levels", kMaxNesting);
-    return;
-  }
+  _repaired = false;
   g_autoptr(GError) error = nullptr;
-  if (!json_parser_load_from_data(_parser, document.data(), static_cast<gssize>(document.size()),
-                                  &error)) {
-    MVSVC_LOGE("%s", error->message);
+  bool loaded = _load(text, length, &error);
+  // json-glib checks the text is UTF-8 before it reads it, and refuses the whole text for one
+  // byte that is not (documents stored before strings were carried as base64 may hold some):
+  // then repair it, and skip only the items that held such a byte.
+  g_autofree gchar* repaired = nullptr;
+  if (!loaded && g_error_matches(error, JSON_PARSER_ERROR, JSON_PARSER_ERROR_INVALID_DATA) &&
+      !g_utf8_validate(text, static_cast<gssize>(length), nullptr)) {
+    g_clear_error(&error);
+    repaired = g_utf8_make_valid(text, static_cast<gssize>(length));
+    _repaired = true;
+    loaded = _load(repaired, strlen(repaired), &error);
+  }
+  if (!loaded) {
+    if (error)
+      MVSVC_LOGE("%s", error->message);
     return;
   }
   _root = json_parser_get_root(_parser);
@@ -119,6 +122,15 @@ void MvSvcJsonParser::_prepare(const std::string& text) {
     root.getArrayObject("watch_custom_bg", objects);
     _getImageRestoreList(objects);
   }
+}
+
+bool MvSvcJsonParser::_load(const char* text, size_t length, GError** error) {
+  // json-glib recurses per nesting level; a crafted document would overflow the stack.
+  if (mvsvcJsonNestsDeeperThan(text, length, kMaxNesting)) {
+    MVSVC_LOGE("Backup document nests deeper than %d levels", kMaxNesting);
+    return false;
+  }
+  return json_parser_load_from_data(_parser, text, static_cast<gssize>(length), error);
 }
 
 void MvSvcJsonParser::_getResultRestoreList(std::list<MvSvcJsonObject>& objects) {

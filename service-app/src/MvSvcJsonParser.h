@@ -21,6 +21,9 @@ class MvSvcJsonParser {
 
   MvSvcJsonParser();
   explicit MvSvcJsonParser(const std::string& text);
+  // Reads `length` bytes at `text` where they lie, without a copy of its own: a restore parses
+  // the cloud record's value in place.
+  MvSvcJsonParser(const char* text, size_t length);
   virtual ~MvSvcJsonParser();
 
   MvSvcJsonParser(const MvSvcJsonParser&) = delete;
@@ -40,7 +43,10 @@ class MvSvcJsonParser {
   void getBooleanValue(const std::string& key, bool& value) const;
 
  private:
-  void _prepare(const std::string& text);
+  void _prepare(const char* text, size_t length);
+  // Refuses a text nested too deep (logged) before json-glib loads it; false with `error` set
+  // when json-glib refuses it.
+  bool _load(const char* text, size_t length, GError** error);
   void _getResultRestoreList(std::list<MvSvcJsonObject>& objects);
   void _getImageRestoreList(std::list<MvSvcJsonObject>& objects);
   MvSvcJsonObject _getRootObject() const;

@@ -1,5 +1,6 @@
 #include "MvSvcRestoreModel.h"
 
+#include <string.h>
 #include <vconf.h>
 
 #include <memory>
@@ -26,7 +27,8 @@ std::string MvSvcRestoreModel::restoreRecord(int, const char* value) {
     return kRecordKey;
   }
 
-  std::unique_ptr<MvSvcJsonParser> parser(new MvSvcJsonParser(value));
+  // Parsed where the library holds it: a copy of the document would be alive beside the tree.
+  std::unique_ptr<MvSvcJsonParser> parser(new MvSvcJsonParser(value, strlen(value)));
   parser->getStringValue("watch_main_key", _mainKey);
   parser->getStringValue("watch_sub_key", _subKey);
   _resultRestoreList = std::move(parser->getResultRestoreList());

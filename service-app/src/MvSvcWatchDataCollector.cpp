@@ -1,6 +1,7 @@
 #include "MvSvcWatchDataCollector.h"
 
 #include <Ecore_File.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <message_port.h>
 #include <stdio.h>
@@ -10,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 
 #include "MvHandles.h"
@@ -23,6 +25,9 @@ const char* const kRemotePort = "watchface-service::localport";
 const char* const kWatchListRwDir =
     "/opt/usr/home/owner/apps_rw/com.talvoro.watchface/shared/data/watchlist";
 const char* const kWatchListRoDir = "/usr/apps/com.talvoro.watchface/shared/res/watchlist";
+// A photo is read and encoded this many bytes at a time: a multiple of 3, so that each chunk
+// encodes whole.
+const size_t kImageChunkBytes = 3 * 16 * 1024;
 
 // The value of `key`, or null when the message lacks it.
 const char* messageValue(bundle* message, const char* key) {
@@ -136,8 +141,9 @@ void MvSvcWatchDataCollector::_addImageEntry(bundle* message) {
                static_cast<long long>(info.st_size));
     return;
   }
-  MvGCharPtr data(_encodeImageToBase64(filePath));
-  _imageDataList.push_back({fileName, bgType, data.get()});
+  WatchImageData image{fileName, bgType, std::string()};
+  _encodeImageToBase64(filePath, image.data);
+  _imageDataList.push_back(std::move(image));
 }
 
 void MvSvcWatchDataCollector::_sendBackupRequestAppCtrl(const char* pkgId, const char* svcId) {
@@ -199,11 +205,43 @@ char* MvSvcWatchDataCollector::_readXmlFile(const char* path, int* size) {
 }
 
 char* MvSvcWatchDataCollector::_encodeImageToBase64(const char* path) {
-  int size = 0;
-  MvCharPtr buffer(_readXmlFile(path, &size));
-  if (!buffer)
-    return g_strdup("");
-  return g_base64_encode(reinterpret_cast<const guchar*>(buffer.get()), static_cast<gsize>(size));
+  std::string text;
+  _encodeImageToBase64(path, text);
+  return g_strndup(text.data(), text.size());
+}
+
+void MvSvcWatchDataCollector::_encodeImageToBase64(const char* path, std::string& text) {
+  text.clear();
+  // Only a regular file is read: opening a FIFO or a device could block or never end.
+  MvFd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat info;
+  if (fd.get() < 0 || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size <= 0 ||
+      info.st_size >= INT32_MAX)
+    return;
+  size_t left = static_cast<size_t>(info.st_size);
+  // The text's room at once, with what a step may write beyond what it keeps.
+  text.reserve((left + 2) / 3 * 4 + 16);
+  std::unique_ptr<guchar[]> chunk(new guchar[kImageChunkBytes]);
+  gint state = 0;
+  gint save = 0;
+  while (left > 0) {
+    const ssize_t got = read(fd.get(), chunk.get(), std::min(left, kImageChunkBytes));
+    if (got < 0 && errno == EINTR)
+      continue;
+    // A file cut short while it was read counts as unreadable, as a whole-file read would.
+    if (got <= 0) {
+      text.clear();
+      return;
+    }
+    const size_t at = text.size();
+    const size_t bytes = static_cast<size_t>(got);
+    text.resize(at + (bytes / 3 + 1) * 4 + 4);
+    text.resize(at + g_base64_encode_step(chunk.get(), bytes, FALSE, &text[at], &state, &save));
+    left -= bytes;
+  }
+  const size_t at = text.size();
+  text.resize(at + 4);
+  text.resize(at + g_base64_encode_close(FALSE, &text[at], &state, &save));
 }
 
 void MvSvcWatchDataCollector::_directGetResultXml(const char* pkgId) {

@@ -45,7 +45,11 @@ class MvSvcWatchDataCollector {
   void _get3rdWatchAppPackageInfo();
   static int _foreach_pkginfo_app_list_cb(const pkgmgrinfo_appinfo_h handle, void* userData);
   char* _readXmlFile(const char* path, int* size);
+  // Newly allocated (g_free); "" for an unreadable or empty file.
   char* _encodeImageToBase64(const char* path);
+  // The same text into `text`, read and encoded a chunk at a time, so that neither the whole
+  // file nor a second copy of the text is held beside it.
+  void _encodeImageToBase64(const char* path, std::string& text);
   void _directGetResultXml(const char* pkgId);
 
   void _addWatchEntry(bundle* message);

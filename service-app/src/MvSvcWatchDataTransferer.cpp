@@ -19,41 +19,77 @@
 
 namespace {
 
-// Standard alphabet, whole groups of four, '=' only as the last one or two characters. Line
-// breaks and spaces may stand anywhere (base64 is often wrapped at 76 columns); g_base64_decode
-// skips them.
-bool isPaddedBase64(const std::string& text) {
-  // A table, not per-character tests: a photo is hundreds of kilobytes of these.
-  enum : unsigned char { kOther, kAlphabet, kPadding, kSpace };
-  static const std::array<unsigned char, 256> kinds = [] {
-    std::array<unsigned char, 256> table{};
-    for (int c = 0; c < 256; ++c)
-      table[c] = g_ascii_isalnum(c) || c == '+' || c == '/'        ? kAlphabet
-                 : c == '='                                        ? kPadding
-                 : c == ' ' || c == '\t' || c == '\n' || c == '\r' ? kSpace
-                                                                   : kOther;
-    return table;
-  }();
-  size_t characters = 0;
-  size_t padding = 0;
-  for (const char c : text) {
-    switch (kinds[static_cast<unsigned char>(c)]) {
-      case kAlphabet:
-        if (padding > 0)
+// A photo's text is checked and decoded this many characters at a time, so that the decoder
+// reads what the check has just brought into the cache.
+const size_t kDecodeStepBytes = 64 * 1024;
+
+// Checks text, a part at a time, for padded base64: standard alphabet, whole groups of four, '='
+// only as the last one or two characters. Line breaks and spaces may stand anywhere (base64 is
+// often wrapped at 76 columns); g_base64_decode_step skips them.
+class PaddedBase64Check {
+ public:
+  bool take(const unsigned char* bytes, size_t length) {
+    // A table, not per-character tests: a photo is hundreds of kilobytes of these.
+    enum : unsigned char { kOther, kAlphabet, kPadding, kSpace };
+    static const std::array<unsigned char, 256> kinds = [] {
+      std::array<unsigned char, 256> table{};
+      for (int c = 0; c < 256; ++c)
+        table[c] = g_ascii_isalnum(c) || c == '+' || c == '/'        ? kAlphabet
+                   : c == '='                                        ? kPadding
+                   : c == ' ' || c == '\t' || c == '\n' || c == '\r' ? kSpace
+                                                                     : kOther;
+      return table;
+    }();
+    size_t at = 0;
+    while (at < length) {
+      // Runs of the alphabet are nearly the whole text: each byte costs one look-up.
+      const size_t run = at;
+      while (at < length && kinds[bytes[at]] == kAlphabet)
+        ++at;
+      if (at > run) {
+        if (padding_ > 0)
           return false;
-        ++characters;
-        break;
-      case kPadding:
-        ++padding;
-        ++characters;
-        break;
-      case kSpace:
-        break;
-      default:
-        return false;
+        characters_ += at - run;
+        continue;
+      }
+      switch (kinds[bytes[at++]]) {
+        case kPadding:
+          ++padding_;
+          ++characters_;
+          break;
+        case kSpace:
+          break;
+        default:
+          return false;
+      }
     }
+    return true;
   }
-  return characters % 4 == 0 && padding <= 2 && (padding == 0 || characters > padding);
+  bool complete() const {
+    return characters_ % 4 == 0 && padding_ <= 2 && (padding_ == 0 || characters_ > padding_);
+  }
+
+ private:
+  size_t characters_ = 0;
+  size_t padding_ = 0;
+};
+
+// The bytes `text` encodes if it is padded base64, else null: g_base64_decode skips what it
+// cannot read, and a damaged photo must not be written as garbage.
+MvGBytesPtr decodePaddedBase64(const std::string& text, gsize& length) {
+  const unsigned char* const bytes = reinterpret_cast<const unsigned char*>(text.data());
+  MvGBytesPtr decoded(static_cast<guchar*>(g_malloc(text.size() / 4 * 3 + 3)));
+  PaddedBase64Check check;
+  gint state = 0;
+  guint save = 0;
+  length = 0;
+  for (size_t at = 0; at < text.size(); at += kDecodeStepBytes) {
+    const size_t step = std::min(kDecodeStepBytes, text.size() - at);
+    if (!check.take(bytes + at, step))
+      return nullptr;
+    length += g_base64_decode_step(text.data() + at, step, decoded.get() + length, &state, &save);
+  }
+  return check.complete() ? std::move(decoded) : nullptr;
 }
 
 const char* const kLocalPort = "morvik-service::localport";
@@ -237,19 +273,14 @@ bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::
   filePath = directory + image.fileName;
 
   gsize length = 0;
-  // g_base64_decode skips what it cannot read; a damaged photo must not be written as garbage.
-  MvGBytesPtr decoded(isPaddedBase64(image.data) ? g_base64_decode(image.data.c_str(), &length)
-                                                 : nullptr);
+  MvGBytesPtr decoded = decodePaddedBase64(image.data, length);
   if (!decoded) {
     MVSVC_LOGE("Failed to decode base64 string");
     return false;
   }
-  // A link planted at the target must not redirect the write, and a FIFO there must not block.
-  MvFd fd(open(filePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-               0644));
-  struct stat info;
+  MvFd fd(_openImageFile(filePath));
   MvFilePtr file;
-  if (fd.get() >= 0 && fstat(fd.get(), &info) == 0 && S_ISREG(info.st_mode))
+  if (fd.get() >= 0)
     file.reset(fdopen(fd.get(), "wb"));
   if (!file) {
     MVSVC_LOGE("Failed to open file");
@@ -264,6 +295,25 @@ bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::
     return false;
   }
   return true;
+}
+
+int MvSvcWatchDataTransferer::_openImageFile(const std::string& filePath) {
+  // A symlink planted at the target must not redirect the write, and a FIFO there must not block.
+  const int flags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  MvFd fd(open(filePath.c_str(), flags, 0644));
+  struct stat info;
+  if (fd.get() < 0 || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))
+    return -1;
+  // Nor may a hard link: a file that another name shares (the watch face service may link the
+  // photos it takes) is replaced by a file of this name's own, not rewritten under both.
+  if (info.st_nlink > 1) {
+    fd.reset(unlink(filePath.c_str()) == 0 ? open(filePath.c_str(), flags | O_EXCL, 0644) : -1);
+    if (fd.get() < 0 || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))
+      return -1;
+  }
+  if (ftruncate(fd.get(), 0) != 0)
+    return -1;
+  return fd.release();
 }
 
 void MvSvcWatchDataTransferer::_sendMessagePortMessage(const char* key, const char* value) {

@@ -46,6 +46,8 @@ class MvSvcWatchDataTransferer {
   void _sendWatchInstallRequest(WatchResultData& entry);
   void _sendRestoreRequestAppCtrl(WatchResultData& entry);
   bool _decodeBase64ToImage(WatchImageData& image, std::string& filePath);
+  // `filePath` emptied for writing, as a file of its own (owned by the caller), or -1.
+  static int _openImageFile(const std::string& filePath);
   void _sendMessagePortMessage(const char* key, const char* value);
   void _sendRestoreRequestMessagePort(WatchResultData& entry);
   void _sendRestoreRequestMessagePort(WatchImageData& image, std::string& filePath);

@@ -42,17 +42,20 @@ class CloudStore {
   bool add(const std::vector<host::CloudRecord>& records,
            unsigned long long& id,
            std::string& error);
-  // Stores a copy of the record file at `path`, which the caller has read and checked.
+  // Stores the record file at `path`, which the caller has read and checked: a hard link to it
+  // where the file systems allow, else a copy.
   bool addCopyOf(const std::string& path, unsigned long long& id, std::string& error);
   // Removes the temporary files of writers that died (each store does this first); returns
   // their names.
   std::vector<std::string> removeStaleIncoming();
 
  private:
-  // Writes a new temporary file with `fill` and links it under the next free ID.
-  bool store(const std::function<bool(int fd, std::string& reason)>& fill,
-             unsigned long long& id,
-             std::string& error);
+  // Makes `incoming` a complete temporary file named after `pattern`, or fails with a reason.
+  using MakeIncoming = std::function<
+      bool(host::LockedTempFile& incoming, const std::string& pattern, std::string& reason)>;
+
+  // Makes a new temporary file with `make` and links it under the next free ID.
+  bool store(const MakeIncoming& make, unsigned long long& id, std::string& error);
 
   std::string dir_;
 };

@@ -59,6 +59,13 @@ class WatchfaceService : public host::EmulatedApp {
   void answerBackup();
   void restoreSettings(bundle* message);
   void restoreImage(bundle* message);
+  // Puts the photo `from` at `to` (replacing it) and tells its size: by a hard link where the
+  // file systems allow, else by a copy (false with the reason).
+  static bool linkPhoto(const std::string& from, const std::string& to, size_t& length);
+  static bool copyPhoto(const std::string& from,
+                        const std::string& to,
+                        size_t& length,
+                        std::string& failure);
   void changeIdleClock(bundle* message);
   void sendToService(const host::KeyValues& message);
   std::string unreadablePath(const BackgroundImage& image);

@@ -107,18 +107,25 @@ std::vector<CloudRecord> copyRecords(const talvoro_cloud_list_s& list) {
   return records;
 }
 
-std::vector<CloudRecord> takeRecords(talvoro_cloud_list_s& list) {
+std::vector<CloudRecord> takeRecords(talvoro_cloud_list_s& list,
+                                     std::vector<std::optional<uint32_t>>* valueCrcs) {
   std::vector<CloudRecord> records;
-  for (const auto& record : list.records)
+  for (const auto& record : list.records) {
     records.push_back(std::move(record->data));
+    if (valueCrcs)
+      valueCrcs->push_back(record->valueCrc);
+  }
   return records;
 }
 
-talvoro_cloud_list_s* newList(std::vector<CloudRecord> records) {
+talvoro_cloud_list_s* newList(std::vector<CloudRecord> records,
+                              const std::vector<uint32_t>* valueCrcs) {
   auto* list = new talvoro_cloud_list_s;
-  for (CloudRecord& data : records) {
+  for (size_t i = 0; i < records.size(); ++i) {
     auto record = std::make_unique<talvoro_cloud_record_s>();
-    record->data = std::move(data);
+    record->data = std::move(records[i]);
+    if (valueCrcs && i < valueCrcs->size())
+      record->valueCrc = (*valueCrcs)[i];
     record->inList = true;
     list->records.push_back(std::move(record));
   }

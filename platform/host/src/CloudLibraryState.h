@@ -22,6 +22,8 @@ struct talvoro_cloud_record_s {
   talvoro_cloud_record_s& operator=(const talvoro_cloud_record_s&) = delete;
 
   host::CloudRecord data;
+  // The value's CRC-32 while the value is the one a record file gave (set_value forgets it).
+  std::optional<uint32_t> valueCrc;
   bool inList = false;
 };
 
@@ -106,8 +108,12 @@ void deliver(Answer answer);
 
 std::vector<CloudRecord> copyRecords(const talvoro_cloud_list_s& list);
 // For a list the library owns and is about to free.
-std::vector<CloudRecord> takeRecords(talvoro_cloud_list_s& list);
-talvoro_cloud_list_s* newList(std::vector<CloudRecord> records);
+// The records' data, moved out, and what is known of their values' CRC-32 (see Answer).
+std::vector<CloudRecord> takeRecords(talvoro_cloud_list_s& list,
+                                     std::vector<std::optional<uint32_t>>* valueCrcs = nullptr);
+// `valueCrcs`, when given, holds each record's value CRC-32 as read from a record file.
+talvoro_cloud_list_s* newList(std::vector<CloudRecord> records,
+                              const std::vector<uint32_t>* valueCrcs = nullptr);
 
 }  // namespace cloud
 }  // namespace host

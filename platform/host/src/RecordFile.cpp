@@ -14,6 +14,8 @@
 #include <array>
 #include <cstdint>
 
+#include "Crc32.h"
+
 namespace host {
 
 namespace {
@@ -26,6 +28,9 @@ const size_t kChecksumBytes = 4;
 // Three length words: the least a record can take.
 const size_t kMinRecordBytes = 12;
 const size_t kChunkBytes = 64 * 1024;
+// A field is summed and copied this much at a time, so that the sum reads bytes the copy has
+// just brought into the cache, not megabytes that have left it.
+const size_t kSumStepBytes = 4 * kChunkBytes;
 
 // Closes the descriptor it holds.
 class UniqueFd {
@@ -43,6 +48,11 @@ class UniqueFd {
     fd_ = -1;
     return close(fd) == 0;
   }
+  int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
 
  private:
   int fd_;
@@ -52,12 +62,11 @@ class UniqueFd {
 class Crc32 {
  public:
   void update(const char* data, size_t size) {
-    while (size > 0) {
-      const uInt step = static_cast<uInt>(std::min<size_t>(size, 1u << 30));
-      crc_ = crc32(crc_, reinterpret_cast<const Bytef*>(data), step);
-      data += step;
-      size -= step;
-    }
+    crc_ = crc32Update(static_cast<uint32_t>(crc_), data, size);
+  }
+  // As if the `size` bytes whose own CRC is `sum` were passed to update().
+  void append(uint32_t sum, size_t size) {
+    crc_ = crc32_combine(crc_, sum, static_cast<z_off_t>(size));
   }
   uint32_t value() const { return static_cast<uint32_t>(crc_); }
 
@@ -97,8 +106,15 @@ class Sink {
  public:
   virtual ~Sink() = default;
   bool put(const char* data, size_t size) {
-    crc_.update(data, size);
-    return write(data, size);
+    while (size > 0) {
+      const size_t step = std::min(size, kSumStepBytes);
+      crc_.update(data, step);
+      if (!write(data, step))
+        return false;
+      data += step;
+      size -= step;
+    }
+    return true;
   }
   bool putU32(uint32_t value) { return put(u32Bytes(value).data(), 4); }
   bool seal() { return write(u32Bytes(crc_.value()).data(), 4); }
@@ -136,6 +152,13 @@ class Source {
   virtual ~Source() = default;
   // Exactly `size` bytes, or false.
   virtual bool read(char* into, size_t size) = 0;
+  // The same, with the bytes added to `sum` too.
+  virtual bool readSummed(char* into, size_t size, Crc32& sum) {
+    if (!read(into, size))
+      return false;
+    sum.update(into, size);
+    return true;
+  }
 };
 
 class FileSource : public Source {
@@ -259,7 +282,8 @@ bool getField(Source& source,
               size_t end,
               size_t& at,
               std::optional<std::string>& field,
-              std::string& reason) {
+              std::string& reason,
+              Crc32* sum = nullptr) {
   std::optional<uint32_t> length;
   if (!getFieldLength(source, end, at, length, reason))
     return false;
@@ -268,13 +292,19 @@ bool getField(Source& source,
     return true;
   }
   std::string bytes(*length, '\0');
-  if (!source.read(&bytes[0], *length)) {
-    reason = "cannot read a field";
-    return false;
-  }
-  if (memchr(bytes.data(), '\0', *length) != nullptr) {
-    reason = "a field holds a NUL byte";
-    return false;
+  // A step at a time, each searched for a NUL while it is still in the cache.
+  for (size_t done = 0; done < *length;) {
+    char* const into = &bytes[done];
+    const size_t step = std::min<size_t>(*length - done, kSumStepBytes);
+    if (!(sum ? source.readSummed(into, step, *sum) : source.read(into, step))) {
+      reason = "cannot read a field";
+      return false;
+    }
+    if (memchr(into, '\0', step) != nullptr) {
+      reason = "a field holds a NUL byte";
+      return false;
+    }
+    done += step;
   }
   field = std::move(bytes);
   at += *length;
@@ -298,7 +328,7 @@ bool outlineField(Source& source,
   std::string chunk(std::min<size_t>(*length, kChunkBytes), '\0');
   for (size_t left = *length; left > 0;) {
     const size_t step = std::min(left, chunk.size());
-    if (!source.read(&chunk[0], step)) {
+    if (!source.readSummed(&chunk[0], step, sum)) {
       reason = "cannot read a field";
       return false;
     }
@@ -306,7 +336,6 @@ bool outlineField(Source& source,
       reason = "a field holds a NUL byte";
       return false;
     }
-    sum.update(chunk.data(), step);
     left -= step;
   }
   crc = sum.value();
@@ -314,10 +343,20 @@ bool outlineField(Source& source,
   return true;
 }
 
-bool readRecord(Source& source, size_t end, size_t& at, CloudRecord& record, std::string& reason) {
-  return getField(source, end, at, record.key, reason) &&
-         getField(source, end, at, record.date, reason) &&
-         getField(source, end, at, record.value, reason);
+// A record with the CRC-32 of its value, which the reading pass gives at no extra cost.
+struct SummedRecord {
+  CloudRecord record;
+  uint32_t valueCrc = 0;
+};
+
+bool readRecord(Source& source, size_t end, size_t& at, SummedRecord& read, std::string& reason) {
+  Crc32 sum;
+  if (!getField(source, end, at, read.record.key, reason) ||
+      !getField(source, end, at, read.record.date, reason) ||
+      !getField(source, end, at, read.record.value, reason, &sum))
+    return false;
+  read.valueCrc = sum.value();
+  return true;
 }
 
 bool readRecord(Source& source,
@@ -359,12 +398,9 @@ bool decodeRecords(Source& source,
 class SummingFileSource : public Source {
  public:
   explicit SummingFileSource(int fd) : file_(fd) {}
-  bool read(char* into, size_t size) override {
-    if (!file_.read(into, size))
-      return false;
-    crc_.update(into, size);
-    consumed_ += size;
-    return true;
+  bool read(char* into, size_t size) override { return readSteps(into, size, nullptr); }
+  bool readSummed(char* into, size_t size, Crc32& sum) override {
+    return readSteps(into, size, &sum);
   }
   bool skipTo(size_t offset) {
     std::string chunk(kChunkBytes, '\0');
@@ -384,10 +420,41 @@ class SummingFileSource : public Source {
   }
 
  private:
+  // A step at a time, each summed while the copy has it in the cache; `sum`, when given, takes
+  // the steps' sums too, by combination rather than a second pass.
+  bool readSteps(char* into, size_t size, Crc32* sum) {
+    while (size > 0) {
+      const size_t step = std::min(size, kSumStepBytes);
+      if (!file_.read(into, step))
+        return false;
+      if (sum) {
+        Crc32 part;
+        part.update(into, step);
+        sum->append(part.value(), step);
+        crc_.append(part.value(), step);
+      } else {
+        crc_.update(into, step);
+      }
+      consumed_ += step;
+      into += step;
+      size -= step;
+    }
+    return true;
+  }
+
   FileSource file_;
   Crc32 crc_;
   size_t consumed_ = 0;
 };
+
+// writeRecords for records checkRecords has accepted.
+bool writeCheckedRecords(int fd, const RecordRefs& records, std::string& reason) {
+  FileSink sink(fd);
+  if (encode(records, sink) && sink.flush())
+    return true;
+  reason = std::string("cannot write the record file: ") + g_strerror(errno);
+  return false;
+}
 
 // Makes `path` the whole of what `fill` writes to a new file, or leaves it as it was: a
 // temporary file beside it, renamed over it.
@@ -468,22 +535,21 @@ bool writeRecordFile(const std::string& path,
 }
 
 bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason) {
+  // Checked once, before the temporary file is made.
   if (!checkRecords(records, reason))
     return false;
-  return writeAtomically(path, reason, [&](int fd) { return writeRecords(fd, records, reason); });
+  return writeAtomically(path, reason,
+                         [&](int fd) { return writeCheckedRecords(fd, records, reason); });
 }
 
 bool writeRecords(int fd, const RecordRefs& records, std::string& reason) {
-  if (!checkRecords(records, reason))
-    return false;
-  FileSink sink(fd);
-  if (encode(records, sink) && sink.flush())
-    return true;
-  reason = std::string("cannot write the record file: ") + g_strerror(errno);
-  return false;
+  return checkRecords(records, reason) && writeCheckedRecords(fd, records, reason);
 }
 
-bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason) {
+bool shareRecordFile(const std::string& from, const std::string& to, std::string& reason) {
+  LockedTempFile linked;
+  if (!to.empty() && linked.createLinkTo(from, to + ".XXXXXX"))
+    return linked.renameTo(to, reason);
   return writeAtomically(to, reason, [&](int fd) { return copyFileInto(from, fd, reason); });
 }
 
@@ -555,12 +621,54 @@ bool LockedTempFile::create(const std::string& pattern, std::string& reason) {
   return false;
 }
 
+bool LockedTempFile::createLinkTo(const std::string& source, const std::string& pattern) {
+  const size_t stem = pattern.rfind("XXXXXX");
+  if (stem == std::string::npos)
+    return false;
+  static const char kNameChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  for (int tries = 0; tries < 8; ++tries) {
+    std::string path = pattern;
+    for (size_t i = stem; i < stem + 6; ++i)
+      path[i] = kNameChars[g_random_int_range(0, sizeof kNameChars - 1)];
+    if (linkat(AT_FDCWD, source.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+      if (errno == EEXIST)
+        continue;
+      return false;
+    }
+    UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY));
+    // Never waits: the source's writer may still hold its lock, and that may be this process.
+    if (fd.get() < 0 || flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+      g_unlink(path.c_str());
+      return false;
+    }
+    // As in create(): a cleaner may have removed the name before we held the lock.
+    struct stat held, named;
+    if (fstat(fd.get(), &held) != 0 || lstat(path.c_str(), &named) != 0 ||
+        held.st_dev != named.st_dev || held.st_ino != named.st_ino)
+      continue;
+    if (!S_ISREG(held.st_mode)) {
+      g_unlink(path.c_str());
+      return false;
+    }
+    fd_ = fd.release();
+    path_ = path;
+    return true;
+  }
+  return false;
+}
+
 bool LockedTempFile::renameTo(const std::string& target, std::string& reason) {
   // Renamed while still locked: until then a cleaner must leave it alone.
   if (g_rename(path_.c_str(), target.c_str()) != 0) {
     reason = "cannot rename " + path_ + " to " + target + ": " + g_strerror(errno);
     return false;
   }
+  // rename() does nothing when both names already lead to this file (a link made from the
+  // target's own file): then the temporary name goes by itself.
+  struct stat held, named;
+  if (fstat(fd_, &held) == 0 && lstat(path_.c_str(), &named) == 0 && held.st_dev == named.st_dev &&
+      held.st_ino == named.st_ino)
+    g_unlink(path_.c_str());
   path_.clear();
   return closeAfterWriting(target, reason);
 }
@@ -621,8 +729,20 @@ std::vector<std::string> removeStaleTempFiles(const std::string& dir,
 bool readRecordFile(const std::string& path,
                     std::vector<CloudRecord>& records,
                     std::string& reason,
-                    bool* corrupt) {
-  return readFile(path, records, reason, corrupt);
+                    bool* corrupt,
+                    std::vector<uint32_t>* valueCrcs) {
+  std::vector<SummedRecord> read;
+  if (!readFile(path, read, reason, corrupt))
+    return false;
+  records.clear();
+  if (valueCrcs)
+    valueCrcs->clear();
+  for (SummedRecord& one : read) {
+    records.push_back(std::move(one.record));
+    if (valueCrcs)
+      valueCrcs->push_back(one.valueCrc);
+  }
+  return true;
 }
 
 bool outlineRecordFile(const std::string& path,

@@ -94,7 +94,7 @@ int talvoro_cloud_backup_record_send_preparation_completed_response(bool success
   TALVORO_INJECTED_FAILURE();
   if (!host::cloud::initialized())
     return TALVORO_CLOUD_ERROR_NOT_INITIALIZED;
-  Answer answer{Answer::Kind::kBackupPreparation, success, {}, std::nullopt, false};
+  Answer answer{Answer::Kind::kBackupPreparation, success, {}, std::nullopt, false, {}};
   host::cloud::deliver(std::move(answer));
   return TALVORO_CLOUD_ERROR_NONE;
 }
@@ -105,8 +105,12 @@ int talvoro_cloud_backup_record_send_keys_and_dates(talvoro_cloud_list_h list, b
     return TALVORO_CLOUD_ERROR_NOT_INITIALIZED;
   if (!list)
     return TALVORO_CLOUD_ERROR_INVALID_PARAMETER;
-  Answer answer{Answer::Kind::kKeysAndDates, success, host::cloud::copyRecords(*list), std::nullopt,
-                true};
+  Answer answer{Answer::Kind::kKeysAndDates,
+                success,
+                host::cloud::copyRecords(*list),
+                std::nullopt,
+                true,
+                {}};
   host::cloud::deliver(std::move(answer));
   return TALVORO_CLOUD_ERROR_NONE;
 }
@@ -119,7 +123,8 @@ int talvoro_cloud_backup_record_send_backup_path(const char* path, bool success)
                 success,
                 {},
                 path ? std::optional<std::string>(path) : std::nullopt,
-                false};
+                false,
+                {}};
   host::cloud::deliver(std::move(answer));
   return TALVORO_CLOUD_ERROR_NONE;
 }
@@ -156,7 +161,7 @@ int talvoro_cloud_restore_record_send_preparation_completed_response(bool succes
   TALVORO_INJECTED_FAILURE();
   if (!host::cloud::initialized())
     return TALVORO_CLOUD_ERROR_NOT_INITIALIZED;
-  Answer answer{Answer::Kind::kRestorePreparation, success, {}, std::nullopt, false};
+  Answer answer{Answer::Kind::kRestorePreparation, success, {}, std::nullopt, false, {}};
   host::cloud::deliver(std::move(answer));
   return TALVORO_CLOUD_ERROR_NONE;
 }
@@ -169,7 +174,8 @@ int talvoro_cloud_restore_record_send_restoration_path(const char* path, bool su
                 success,
                 {},
                 path ? std::optional<std::string>(path) : std::nullopt,
-                false};
+                false,
+                {}};
   host::cloud::deliver(std::move(answer));
   return TALVORO_CLOUD_ERROR_NONE;
 }
@@ -180,9 +186,9 @@ int talvoro_cloud_restore_record_send_record_list(talvoro_cloud_list_h list, boo
   TALVORO_INJECTED_FAILURE();
   if (!host::cloud::initialized())
     return TALVORO_CLOUD_ERROR_NOT_INITIALIZED;
-  Answer answer{Answer::Kind::kRecordList, success,
-                owned ? host::cloud::takeRecords(*owned) : std::vector<host::CloudRecord>(),
-                std::nullopt, owned != nullptr};
+  Answer answer{Answer::Kind::kRecordList, success, {}, std::nullopt, owned != nullptr, {}};
+  if (owned)
+    answer.records = host::cloud::takeRecords(*owned, &answer.valueCrcs);
   host::cloud::deliver(std::move(answer));
   return TALVORO_CLOUD_ERROR_NONE;
 }
@@ -284,7 +290,10 @@ int talvoro_cloud_record_set_date(talvoro_cloud_record_h record, const char* dat
 
 int talvoro_cloud_record_set_value(talvoro_cloud_record_h record, const char* value) {
   TALVORO_INJECTED_FAILURE();
-  return setField(record, value, &host::CloudRecord::value);
+  const int result = setField(record, value, &host::CloudRecord::value);
+  if (result == TALVORO_CLOUD_ERROR_NONE)
+    record->valueCrc.reset();
+  return result;
 }
 
 int talvoro_cloud_record_get_key(talvoro_cloud_record_h record, const char** key) {
@@ -323,11 +332,12 @@ int talvoro_cloud_file_create_record_list(const char* path, talvoro_cloud_list_h
   if (!path || !list)
     return TALVORO_CLOUD_ERROR_INVALID_PARAMETER;
   std::vector<host::CloudRecord> records;
+  std::vector<uint32_t> valueCrcs;
   std::string reason;
   bool corrupt = false;
-  if (!host::readRecordFile(path, records, reason, &corrupt))
+  if (!host::readRecordFile(path, records, reason, &corrupt, &valueCrcs))
     return corrupt ? TALVORO_CLOUD_ERROR_FILE_CORRUPT : TALVORO_CLOUD_ERROR_IO_ERROR;
-  *list = host::cloud::newList(std::move(records));
+  *list = host::cloud::newList(std::move(records), &valueCrcs);
   library().fileLists.insert(*list);
   return TALVORO_CLOUD_ERROR_NONE;
 }

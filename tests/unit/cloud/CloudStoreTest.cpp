@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -86,6 +87,24 @@ TEST_F(CloudStoreTest, StaleIncomingFilesGoButALiveWritersFileStays) {
   std::vector<CloudRecord> stored;
   ASSERT_TRUE(store_.read(id, stored, error)) << error;
   EXPECT_EQ(stored, std::vector<CloudRecord>{record_});
+}
+
+TEST_F(CloudStoreTest, AnUploadedFileIsStoredByALinkThatItsReplacementLeavesAlone) {
+  const std::string uploaded = temp_.path() + "/backup.dat";
+  std::string error;
+  ASSERT_TRUE(host::writeRecordFile(uploaded, {record_}, error)) << error;
+  unsigned long long id = 0;
+  ASSERT_TRUE(store_.addCopyOf(uploaded, id, error)) << error;
+  struct stat uploadedInfo, storedInfo;
+  ASSERT_EQ(stat(uploaded.c_str(), &uploadedInfo), 0);
+  ASSERT_EQ(stat(store_.setPath(id).c_str(), &storedInfo), 0);
+  EXPECT_EQ(uploadedInfo.st_ino, storedInfo.st_ino);
+  const CloudRecord next{std::string("key"), std::string("2"), std::string("[]")};
+  ASSERT_TRUE(host::writeRecordFile(uploaded, {next}, error)) << error;
+  std::vector<CloudRecord> stored;
+  ASSERT_TRUE(store_.read(id, stored, error)) << error;
+  EXPECT_EQ(stored, std::vector<CloudRecord>{record_});
+  EXPECT_TRUE(store_.removeStaleIncoming().empty());
 }
 
 }  // namespace

@@ -27,15 +27,31 @@ void putU32(std::string& bytes, size_t at, uint32_t value) {
     bytes[at + i] = static_cast<char>((value >> (8 * i)) & 0xFF);
 }
 
-// Recomputes the trailing checksum, so that only the damage under test remains.
-void reseal(std::string& bytes) {
+// CRC-32 as the format defines it, bit by bit.
+uint32_t bitwiseCrc(const char* bytes, size_t size) {
   uint32_t crc = 0xFFFFFFFFu;
-  for (size_t i = 0; i + 4 < bytes.size(); ++i) {
+  for (size_t i = 0; i < size; ++i) {
     crc ^= static_cast<unsigned char>(bytes[i]);
     for (int k = 0; k < 8; ++k)
       crc = (crc & 1) ? 0xEDB88320u ^ (crc >> 1) : crc >> 1;
   }
-  putU32(bytes, bytes.size() - 4, crc ^ 0xFFFFFFFFu);
+  return crc ^ 0xFFFFFFFFu;
+}
+
+// Recomputes the trailing checksum, so that only the damage under test remains.
+void reseal(std::string& bytes) {
+  putU32(bytes, bytes.size() - 4, bitwiseCrc(bytes.data(), bytes.size() - 4));
+}
+
+// The sum folds 64 bytes at a time where the processor can: every length around its steps.
+TEST(RecordFileSumTest, EveryLengthSumsAsTheFormatDefines) {
+  std::string bytes(70001, '\0');
+  for (size_t i = 0; i < bytes.size(); ++i)
+    bytes[i] = static_cast<char>((i * 2654435761u) >> 13);
+  for (size_t length : {0, 1, 15, 16, 17, 63, 64, 65, 79, 80, 127, 128, 129, 1000, 65536, 70001}) {
+    const std::string part = bytes.substr(bytes.size() - length);
+    EXPECT_EQ(host::valueCrc(part), bitwiseCrc(part.data(), part.size())) << length;
+  }
 }
 
 // Every test goes through real files and the one reader the library and the cloud use.
@@ -204,19 +220,30 @@ TEST_F(RecordFileOnDiskTest, LargeValuesRoundTripThroughTheFile) {
   EXPECT_TRUE(back == records);
 }
 
-TEST_F(RecordFileOnDiskTest, CopyReplacesTheTargetWithTheSameBytesOrLeavesItAlone) {
+TEST_F(RecordFileOnDiskTest, ShareReplacesTheTargetWithTheSameBytesOrLeavesItAlone) {
   const std::string source = temp_.path() + "/set.dat";
   std::string reason;
   ASSERT_TRUE(host::writeRecordFile(source, kRecords, reason)) << reason;
   ASSERT_TRUE(host::writeRecordFile(path_, {kRecords[2]}, reason)) << reason;
-  ASSERT_TRUE(host::copyRecordFile(source, path_, reason)) << reason;
+  ASSERT_TRUE(host::shareRecordFile(source, path_, reason)) << reason;
   EXPECT_TRUE(bytesOf(path_) == bytesOf(source));
+  // On one file system, by a link: then a source replaced later leaves the target as it was.
+  struct stat sourceInfo, targetInfo;
+  ASSERT_EQ(stat(source.c_str(), &sourceInfo), 0);
+  ASSERT_EQ(stat(path_.c_str(), &targetInfo), 0);
+  EXPECT_EQ(sourceInfo.st_ino, targetInfo.st_ino);
+  // Shared again while the target is already that file: no temporary name is left behind.
+  ASSERT_TRUE(host::shareRecordFile(source, path_, reason)) << reason;
+  EXPECT_EQ(names().size(), 2u);
+  const std::string shared = bytesOf(source);
+  ASSERT_TRUE(host::writeRecordFile(source, {kRecords[2]}, reason)) << reason;
+  EXPECT_TRUE(bytesOf(path_) == shared);
 
   // A source that is no regular file is refused at once and the target stays as it was.
   const std::string fifo = temp_.path() + "/fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  EXPECT_FALSE(host::copyRecordFile(fifo, path_, reason));
-  EXPECT_FALSE(host::copyRecordFile(temp_.path() + "/absent", path_, reason));
+  EXPECT_FALSE(host::shareRecordFile(fifo, path_, reason));
+  EXPECT_FALSE(host::shareRecordFile(temp_.path() + "/absent", path_, reason));
   EXPECT_FALSE(reason.empty());
   std::vector<CloudRecord> back;
   ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
@@ -313,6 +340,28 @@ TEST_F(CloudLibraryTest, FilesRoundTripAndDamageIsReportedAsCorrupt) {
             TALVORO_CLOUD_ERROR_FILE_CORRUPT);
   EXPECT_EQ(damaged, nullptr);
   EXPECT_EQ(talvoro_cloud_list_destroy(list), TALVORO_CLOUD_ERROR_NONE);
+}
+
+TEST_F(CloudLibraryTest, ASentBackListKnowsTheSumsOfValuesAsReadOnly) {
+  std::string reason;
+  ASSERT_TRUE(host::writeRecordFile(path_, kRecords, reason)) << reason;
+  ASSERT_EQ(talvoro_cloud_initialize(), TALVORO_CLOUD_ERROR_NONE);
+  talvoro_cloud_list_h list = nullptr;
+  ASSERT_EQ(talvoro_cloud_file_create_record_list(path_.c_str(), &list), TALVORO_CLOUD_ERROR_NONE);
+  talvoro_cloud_record_h changed = nullptr;
+  ASSERT_EQ(talvoro_cloud_list_move_to_first(list), TALVORO_CLOUD_ERROR_NONE);
+  ASSERT_EQ(talvoro_cloud_list_get_current_record(list, &changed), TALVORO_CLOUD_ERROR_NONE);
+  ASSERT_EQ(talvoro_cloud_record_set_value(changed, "changed"), TALVORO_CLOUD_ERROR_NONE);
+  EXPECT_EQ(talvoro_cloud_restore_record_send_record_list(list, true), TALVORO_CLOUD_ERROR_NONE);
+  const host::cloud::Answer& answer = host::cloud::answers().back();
+  ASSERT_EQ(answer.valueCrcs.size(), kRecords.size());
+  EXPECT_EQ(answer.valueCrcs[0], std::nullopt);
+  for (size_t i = 1; i < kRecords.size(); ++i) {
+    if (kRecords[i].value) {
+      EXPECT_EQ(answer.valueCrcs[i], host::valueCrc(*kRecords[i].value)) << i;
+    }
+  }
+  EXPECT_EQ(talvoro_cloud_deinitialize(), TALVORO_CLOUD_ERROR_NONE);
 }
 
 TEST_F(CloudLibraryTest, ListsReadFromFilesAreFreedAtTheLastDeinitialize) {

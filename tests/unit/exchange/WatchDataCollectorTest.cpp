@@ -118,6 +118,13 @@ TEST_F(WatchDataCollectorTest, ImagesAreEncodedAndUnreadablePathsGiveEmptyData) 
   g_mkdir_with_parents(dir.c_str(), 0755);
   writeFile(dir + "/a.jpg", std::string("\xff\xd8\x00jpg", 6));
   writeFile(dir + "/empty.png", "");
+  // Read and encoded a chunk at a time: more than two chunks, and no whole number of groups.
+  std::string big(100001, '\0');
+  for (size_t i = 0; i < big.size(); ++i)
+    big[i] = static_cast<char>(i * 7919 % 251);
+  writeFile(dir + "/big.jpg", big);
+  g_autofree gchar* bigBase64 =
+      g_base64_encode(reinterpret_cast<const guchar*>(big.data()), big.size());
   ASSERT_EQ(mkfifo((dir + "/pipe").c_str(), 0644), 0);
   start();
   fromWatchface({{"type", "image"},
@@ -128,6 +135,10 @@ TEST_F(WatchDataCollectorTest, ImagesAreEncodedAndUnreadablePathsGiveEmptyData) 
                  {"file_name", "empty.png"},
                  {"file_path", dir + "/empty.png"},
                  {"bg_type", "gallery"}});
+  fromWatchface({{"type", "image"},
+                 {"file_name", "big.jpg"},
+                 {"file_path", dir + "/big.jpg"},
+                 {"bg_type", "photo"}});
   fromWatchface({{"type", "image"},
                  {"file_name", "pipe"},
                  {"file_path", dir + "/pipe"},
@@ -141,6 +152,7 @@ TEST_F(WatchDataCollectorTest, ImagesAreEncodedAndUnreadablePathsGiveEmptyData) 
   fromWatchface({{"message", "backup_finished"}});
   ASSERT_TRUE(runLoopUntil([&] { return !completions_.empty(); }, 5));
   EXPECT_THAT(images(images_), ElementsAre("a.jpg | photo | /9gAanBn", "empty.png | gallery | ",
+                                           std::string("big.jpg | photo | ") + bigBase64,
                                            "pipe | photo | ", "dir | photo | ", "gone | photo | "));
 }
 

@@ -161,18 +161,25 @@ TEST_F(WatchDataTransfererTest, ExistingLinksFifosAndDirectoriesAtTheTargetAreNo
   ASSERT_EQ(symlink(outside.c_str(), (trustedDir() + "link.jpg").c_str()), 0);
   ASSERT_EQ(mkfifo((trustedDir() + "pipe.jpg").c_str(), 0644), 0);
   ASSERT_EQ(mkdir((trustedDir() + "dir.jpg").c_str(), 0755), 0);
+  // A hard link is replaced by a file of its own: the other name keeps its bytes.
+  const std::string shared = deviceDir() + "/shared.jpg";
+  writeFile(shared, "keep");
+  ASSERT_EQ(link(shared.c_str(), (trustedDir() + "hard.jpg").c_str()), 0);
   images_ = {{"link.jpg", "photo", base64("new")},
              {"pipe.jpg", "photo", base64("new")},
-             {"dir.jpg", "photo", base64("new")}};
+             {"dir.jpg", "photo", base64("new")},
+             {"hard.jpg", "photo", base64("new")}};
   run();
   EXPECT_EQ(readFile(outside), "keep");
+  EXPECT_EQ(readFile(shared), "keep");
+  EXPECT_EQ(readFile(trustedDir() + "hard.jpg"), "new");
   std::vector<std::string> lines = logs();
   lines.erase(lines.begin(), lines.begin() + 2);
   EXPECT_THAT(lines,
               ElementsAre("E Failed to open file", "E Failed to decode image file [link.jpg]",
                           "E Failed to open file", "E Failed to decode image file [pipe.jpg]",
                           "E Failed to open file", "E Failed to decode image file [dir.jpg]"));
-  EXPECT_EQ(outgoing(platform()).size(), 2u);
+  EXPECT_EQ(outgoing(platform()).size(), 3u);
   EXPECT_THAT(completions_, ElementsAre(true));
 }
 

@@ -110,6 +110,15 @@ TEST_F(MvSvcJsonParserTest, BrokenDocumentsAreLoggedAndGiveNoRecords) {
   EXPECT_NE(jsonGlibError(cutOff), "");
 }
 
+TEST_F(MvSvcJsonParserTest, APointerAndALengthAreReadWhereTheyLieAndNoFurther) {
+  const std::string text = build({{"p", "s", "r"}}, {{"f", "t", "d"}});
+  const std::string buffer = text + "} and bytes that are no JSON";
+  MvSvcJsonParser parser(buffer.data(), text.size());
+  EXPECT_EQ(parser.getResultRestoreList(), (Results{{"p", "s", "r"}}));
+  EXPECT_EQ(parser.getImageRestoreList(), (Images{{"f", "t", "d"}}));
+  EXPECT_EQ(messages(), Messages{});
+}
+
 // json-glib recurses per level and overflows the stack near 52,000: the check refuses deeper
 // than 512 levels before it parses, reading the text as json-glib's scanner does (the random
 // texts below try its lenient lexing), so brackets inside strings do not count.

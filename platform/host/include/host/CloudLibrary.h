@@ -31,6 +31,9 @@ struct Answer {
   std::vector<CloudRecord> records;
   std::optional<std::string> path;
   bool hadList = false;
+  // For a record list: per record, its value's CRC-32 (as host::valueCrc gives it) when the
+  // library knows it without reading the value, because the value is the one a record file gave.
+  std::vector<std::optional<uint32_t>> valueCrcs;
 };
 
 const char* answerName(Answer::Kind kind);

@@ -1,6 +1,7 @@
 #ifndef HOST_RECORD_FILE_H
 #define HOST_RECORD_FILE_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -63,18 +64,23 @@ bool outlineRecordFile(const std::string& path,
 // The CRC-32 an outline gives for `value`.
 uint32_t valueCrc(const std::string& value);
 
-// Copies the file `from` to `to` byte for byte, replacing `to` as writeRecordFile does. For a
-// file its caller has just read: the bytes are not checked again. False with a one-line reason.
-bool copyRecordFile(const std::string& from, const std::string& to, std::string& reason);
+// Gives `to` the bytes of the regular file `from`, replacing `to` as writeRecordFile does: by a
+// hard link where both lie on one file system, else by a copy. A link is safe because record
+// files are only ever replaced by a rename, never rewritten in place, so neither name can change
+// the other's bytes. For a file its caller has just read: the bytes are not checked again.
+// False with a one-line reason.
+bool shareRecordFile(const std::string& from, const std::string& to, std::string& reason);
 // Copies the regular file `from` into `fd` byte for byte.
 bool copyFileInto(const std::string& from, int fd, std::string& reason);
 // Reads a regular record file, refusing what the format above refuses, with the fields read
 // straight into the records. False with a one-line reason; then `*corrupt` (when given) tells a
-// damaged file from one that could not be read at all.
+// damaged file from one that could not be read at all. `valueCrcs` (when given) receives each
+// value's CRC-32 as valueCrc gives it, from the same pass.
 bool readRecordFile(const std::string& path,
                     std::vector<CloudRecord>& records,
                     std::string& reason,
-                    bool* corrupt = nullptr);
+                    bool* corrupt = nullptr,
+                    std::vector<uint32_t>* valueCrcs = nullptr);
 
 // A file being written under a temporary name. Its writer holds an flock on it from creation
 // until it is renamed or linked into place, so that removeStaleTempFiles can tell a file a
@@ -89,6 +95,10 @@ class LockedTempFile {
 
   // Creates and locks a new file named after `pattern`, whose last "XXXXXX" is replaced.
   bool create(const std::string& pattern, std::string& reason);
+  // The same, but the new name is a hard link to the regular file `source` (a symlink there is
+  // followed, as a reader would). False when no such link can be made, for instance across file
+  // systems or when `source` is no regular file: the caller then copies.
+  bool createLinkTo(const std::string& source, const std::string& pattern);
   int fd() const { return fd_; }
   const std::string& path() const { return path_; }
   // Renames the file over `target` while still holding its lock, then closes it.
