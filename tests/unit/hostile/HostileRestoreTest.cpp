@@ -1,16 +1,21 @@
 #include <glib.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "LogLineMatcher.h"
+#include "MvSvcBackupModel.h"
 #include "MvSvcRestoreModel.h"
 #include "MvSvcTypes.h"
+#include "MvSvcWatchDataCollector.h"
 #include "TempDir.h"
 #include "emu/EmulatedWatch.h"
 #include "emu/SampleWatch.h"
@@ -21,30 +26,51 @@ namespace {
 
 const std::nullopt_t kRefused = std::nullopt;
 
-// Hostile backup documents restored onto an emulated blank watch, through the restore model,
-// the real transferer and the emulated peers.
+// An emulated watch booted on a platform of its own; one exists at a time.
+struct Device {
+  explicit Device(const std::string& dir) : platform(dir, MVSVC_SERVICE_APP_ID) {}
+  host::MainLoop loop;
+  host::Platform platform;
+  emu::EmulatedWatch watch;
+};
+
+// Backup documents restored onto an emulated watch, through the restore model, the real
+// transferer and the emulated peers.
 class HostileRestoreTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    std::string error;
-    ASSERT_TRUE(emu::createBlankWatch(device_, error)) << error;
-    platform_.log().setEchoToStderr(false);
-    host::LaunchOptions options;
-    options.deviceDir = device_;
-    options.cloudDir = temp_.path() + "/cloud";
-    ASSERT_TRUE(watch_.boot(platform_, options, error)) << error;
-    trusted_ = platform_.sharedTrustedPath(MVSVC_SERVICE_APP_ID);
-  }
-
+  void SetUp() override { boot(temp_.path() + "/watch", false); }
   void TearDown() override { finish(); }
+
+  void boot(const std::string& dir,
+            bool sample,
+            const std::function<void(emu::DeviceProfile&)>& edit = nullptr) {
+    std::string error;
+    ASSERT_TRUE(sample ? emu::createSampleWatch(dir, error) : emu::createBlankWatch(dir, error))
+        << error;
+    if (edit) {
+      emu::DeviceProfile profile;
+      ASSERT_TRUE(profile.load(dir, error)) << error;
+      edit(profile);
+      ASSERT_TRUE(profile.save(dir, error)) << error;
+    }
+    on_.reset();
+    on_ = std::make_unique<Device>(dir);
+    on_->platform.log().setEchoToStderr(false);
+    host::LaunchOptions options;
+    options.deviceDir = dir;
+    options.cloudDir = temp_.path() + "/cloud";
+    ASSERT_TRUE(on_->watch.boot(on_->platform, options, error)) << error;
+    trusted_ = on_->platform.sharedTrustedPath(MVSVC_SERVICE_APP_ID);
+  }
 
   void finish() {
     host::RunReport report;
-    watch_.finish(platform_, host::RunOutcome(), report);
+    if (on_)
+      on_->watch.finish(on_->platform, host::RunOutcome(), report);
   }
 
   void restore(const std::string& document) {
-    platform_.log().clear();
+    on_->platform.log().clear();
     MvSvcRestoreModel model(nullptr);
     EXPECT_EQ(model.restoreRecord(0, document.c_str()), "key");
     while (g_main_context_iteration(nullptr, FALSE)) {
@@ -52,27 +78,25 @@ class HostileRestoreTest : public ::testing::Test {
   }
 
   bool loggedError(const std::string& message) {
-    const std::vector<std::string> all = morvik_test::serviceMessages(platform_.log());
+    const std::vector<std::string> all = morvik_test::serviceMessages(on_->platform.log());
     return std::find(all.begin(), all.end(), "E " + message) != all.end();
   }
 
   std::string idleClock() {
     std::string value;
-    platform_.config().get("db/pel/clocks_set_idle", value);
+    on_->platform.config().get("db/pel/clocks_set_idle", value);
     return value;
   }
 
   morvik_test::TempDir temp_;
-  const std::string device_ = temp_.path() + "/watch";
-  host::MainLoop loop_;
-  host::Platform platform_{device_, MVSVC_SERVICE_APP_ID};
-  emu::EmulatedWatch watch_;
+  std::unique_ptr<Device> on_;
   std::string trusted_;
 };
 
 // Every image of one document, and what each leaves in the service's shared trusted directory:
 // a plain name with padded standard base64 (wrapped or spaced at will) is written, anything else
-// is refused with its name and writes nothing, inside the directory or out of it.
+// is refused with its name and writes nothing, inside the directory or out of it, nor through a
+// link, a FIFO or a directory already at its place (a hard link is replaced by a file of its own).
 TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
   std::string photo(200, '\0');
   for (size_t i = 0; i < photo.size(); ++i)
@@ -86,6 +110,11 @@ TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
   const std::string outside = temp_.path() + "/outside.txt";
   ASSERT_TRUE(g_file_set_contents(outside.c_str(), "keep", -1, nullptr));
   ASSERT_EQ(symlink(outside.c_str(), (trusted_ + "planted.jpg").c_str()), 0);
+  ASSERT_EQ(mkfifo((trusted_ + "pipe.jpg").c_str(), 0644), 0);
+  ASSERT_EQ(mkdir((trusted_ + "dir.jpg").c_str(), 0755), 0);
+  const std::string shared = temp_.path() + "/shared.jpg";
+  ASSERT_TRUE(g_file_set_contents(shared.c_str(), "keep", -1, nullptr));
+  ASSERT_EQ(link(shared.c_str(), (trusted_ + "hard.jpg").c_str()), 0);
 
   const struct {
     std::string name;
@@ -105,6 +134,9 @@ TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
       {".", "AAEC", kRefused},
       {"", "AAEC", kRefused},
       {"planted.jpg", "AAAA", kRefused},
+      {"pipe.jpg", "AAAA", kRefused},
+      {"dir.jpg", "AAAA", kRefused},
+      {"hard.jpg", "AAEC", std::string("\0\1\2", 3)},
       {"bad-0.png", "!!!!", kRefused},
       {"bad-1.png", "AAA", kRefused},
       {"bad-2.png", "AA=A", kRefused},
@@ -129,21 +161,27 @@ TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
     }
   }
   EXPECT_TRUE(loggedError("Failed to decode base64 string"));
+  EXPECT_TRUE(loggedError("Image file name is not a plain name"));
+  EXPECT_TRUE(loggedError("Failed to open file"));
   std::map<std::string, std::string> written;
   g_autoptr(GDir) dir = g_dir_open(trusted_.c_str(), 0, nullptr);
   while (const char* name = g_dir_read_name(dir)) {
     g_autofree char* bytes = nullptr;
     gsize size = 0;
-    if (name != std::string("planted.jpg") &&
+    struct stat info;
+    if (lstat((trusted_ + name).c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
         g_file_get_contents((trusted_ + name).c_str(), &bytes, &size, nullptr))
       written[name] = std::string(bytes, size);
   }
   EXPECT_EQ(written, expected);
-  g_autofree char* kept = nullptr;
-  ASSERT_TRUE(g_file_get_contents(outside.c_str(), &kept, nullptr, nullptr));
-  EXPECT_STREQ(kept, "keep");
-  EXPECT_FALSE(g_file_test((device_ + "/apps/" MVSVC_SERVICE_APP_ID "/shared/escape.jpg").c_str(),
-                           G_FILE_TEST_EXISTS));
+  for (const std::string& path : {outside, shared}) {
+    g_autofree char* kept = nullptr;
+    ASSERT_TRUE(g_file_get_contents(path.c_str(), &kept, nullptr, nullptr));
+    EXPECT_STREQ(kept, "keep");
+  }
+  EXPECT_FALSE(
+      g_file_test((temp_.path() + "/watch/apps/" MVSVC_SERVICE_APP_ID "/shared/escape.jpg").c_str(),
+                  G_FILE_TEST_EXISTS));
   EXPECT_FALSE(g_file_test("/tmp/morvik-absolute.jpg", G_FILE_TEST_EXISTS));
   // The images do not hold up the rest of the restore.
   EXPECT_EQ(idleClock(), "com.talvoro.clock-orbitline");
@@ -190,10 +228,42 @@ TEST_F(HostileRestoreTest, ALargeSettingsDocumentArrivesWhole) {
       "\"com.talvoro.watchface-service\",\"result\":\"" +
       escaped + "\"}]}");
   finish();
-  const std::vector<emu::FaceEntry>& faces = watch_.profile().faces;
+  const std::vector<emu::FaceEntry>& faces = on_->watch.profile().faces;
   ASSERT_EQ(faces.size(), 1u);
   EXPECT_EQ(faces[0].pkgId, "com.talvoro.face.big");
   EXPECT_TRUE(faces[0].settings == settings) << faces[0].settings.size() << " bytes arrived";
 }
 
 }  // namespace
+
+// Settings that are the empty string are settings all the same: a face's go out of a backup and
+// come back from the restore as they were.
+TEST_F(HostileRestoreTest, EmptySettingsSurviveABackupAndARestore) {
+  finish();
+  boot(temp_.path() + "/sample", true,
+       [](emu::DeviceProfile& profile) { profile.faces[1].settings.clear(); });
+  std::vector<WatchResultData> results;
+  std::vector<WatchImageData> images;
+  {
+    bool collected = false;
+    MvSvcWatchDataCollector collector;
+    collector.setOnCollectCompleted([&](bool, void*) {
+      results = collector.getResultDataList();
+      images = collector.getImageDataList();
+      collected = true;
+    });
+    collector.run();
+    while (!collected)
+      g_main_context_iteration(nullptr, TRUE);
+  }
+  const std::string document = MvSvcBackupModel(nullptr, results, images).getJsonStr(0);
+  finish();
+
+  boot(temp_.path() + "/blank", false);
+  restore(document);
+  finish();
+  const std::vector<emu::FaceEntry>& faces = on_->watch.profile().faces;
+  ASSERT_EQ(faces.size(), 3u) << document;
+  EXPECT_EQ(faces[1].pkgId, "com.talvoro.face.mono");
+  EXPECT_EQ(faces[1].settings, "");
+}
