@@ -3,7 +3,6 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -69,19 +68,12 @@ TEST_F(DeviceProfileTest, BrokenProfilesAreRefusedWithAOneLineReason) {
   EXPECT_NE(refusal(), "");
 }
 
-// Only a regular file of bounded size is read, and nothing json-glib would recurse through too
-// deeply: each of these would hang, exhaust memory or crash the reader.
+// Only a regular file of bounded size is read: either of these would hang or exhaust memory.
 TEST_F(DeviceProfileTest, WhatIsNoProfileFileIsRefusedAtOnce) {
-  ASSERT_EQ(mkfifo(path_.c_str(), 0644), 0);
-  EXPECT_EQ(refusal(), path_ + ": not a regular file");
-  g_unlink(path_.c_str());
   ASSERT_EQ(symlink("/dev/zero", path_.c_str()), 0);
   EXPECT_EQ(refusal(), path_ + ": not a regular file");
   g_unlink(path_.c_str());
-  const std::string deep = "{\"format\":1,\"name\":\"x\",\"faults\":" + std::string(200000, '[') +
-                           std::string(200000, ']') + "}";
-  ASSERT_TRUE(g_file_set_contents(path_.c_str(), deep.c_str(), -1, nullptr));
-  EXPECT_EQ(refusal(), path_ + ": nests deeper than 512 levels");
+  ASSERT_TRUE(g_file_set_contents(path_.c_str(), "", 0, nullptr));
   ASSERT_EQ(truncate(path_.c_str(), static_cast<off_t>(emu::DeviceProfile::kMaxFileBytes) + 1), 0);
   EXPECT_EQ(refusal(), path_ + ": larger than 64 MiB");
 }
@@ -114,15 +106,14 @@ TEST_F(DeviceProfileTest, WhatLoadsSavesAndLoadsAgainTheSame) {
 }
 
 // The benchmark compares runs and sizes: its watch is the same every time, of the stated shape,
-// with photos that do not compress; its blank counterpart's store can install every app.
+// with photos that do not compress.
 TEST_F(DeviceProfileTest, HeavyWatchHasTheReferenceShapeEveryTime) {
   std::string error;
   EXPECT_FALSE(emu::createHeavyWatch(dir_ + "/none", 0, error));
-  emu::DeviceProfile once, twice, blank;
+  emu::DeviceProfile once, twice;
   ASSERT_TRUE(emu::createHeavyWatch(dir_ + "/once", 1, error) && once.load(dir_ + "/once", error) &&
               emu::createHeavyWatch(dir_ + "/twice", 2, error) &&
-              twice.load(dir_ + "/twice", error) &&
-              emu::createHeavyBlankWatch(dir_ + "/b", error) && blank.load(dir_ + "/b", error))
+              twice.load(dir_ + "/twice", error))
       << error;
   std::set<std::string> distinct;
   for (const emu::FaceEntry& face : once.faces)
@@ -154,18 +145,6 @@ TEST_F(DeviceProfileTest, HeavyWatchHasTheReferenceShapeEveryTime) {
     ++counts[c];
   EXPECT_LT(*std::max_element(counts.begin(), counts.end()), 2 * 512u * 1024 / 256);
   EXPECT_GT(*std::min_element(counts.begin(), counts.end()), 512u * 1024 / 256 / 2);
-
-  std::set<std::string> catalogue, downloaded;
-  for (const emu::CatalogueItem& item : blank.catalogue)
-    catalogue.insert(item.pkgId);
-  for (const host::PackageInfo& package : once.packages) {
-    if (!package.preload && package.component == "watchapp")
-      downloaded.insert(package.pkgId);
-  }
-  EXPECT_EQ(downloaded.size(), 10u);
-  EXPECT_TRUE(
-      std::includes(catalogue.begin(), catalogue.end(), downloaded.begin(), downloaded.end()));
-  EXPECT_TRUE(blank.faces.empty() && blank.images.empty());
 }
 
 }  // namespace
