@@ -1,7 +1,5 @@
 #include "ExchangeSupport.h"
 
-#include <glib.h>
-
 namespace morvik_test {
 
 namespace {
@@ -33,9 +31,9 @@ std::vector<std::string> outgoing(host::Platform& platform) {
 void ExchangeFixture::SetUp() {
   PlatformFixture::SetUp();
   platform_ = &platform();
-  watchface_ = std::make_shared<FakeApp>(std::vector<std::string>{kWatchfacePort});
   platform().packages().install({kWatchfaceService, kWatchfaceService, "svcapp", true});
-  platform().registerApp(kWatchfaceService, watchface_);
+  platform().registerApp(kWatchfaceService,
+                         std::make_shared<FakeApp>(std::vector<std::string>{kWatchfacePort}));
 }
 
 std::shared_ptr<FakeApp> ExchangeFixture::addPeer(const std::string& appId) {
@@ -47,18 +45,6 @@ std::shared_ptr<FakeApp> ExchangeFixture::addPeer(const std::string& appId) {
 
 void ExchangeFixture::fromWatchface(const host::KeyValues& message) {
   platform().sendToApp(kWatchfaceService, kWatchfacePort, kServicePort, message);
-}
-
-std::string readFile(const std::string& path) {
-  g_autofree char* bytes = nullptr;
-  gsize length = 0;
-  if (!g_file_get_contents(path.c_str(), &bytes, &length, nullptr))
-    return "(unreadable)";
-  return std::string(bytes, length);
-}
-
-void writeFile(const std::string& path, const std::string& bytes) {
-  g_file_set_contents(path.c_str(), bytes.data(), static_cast<gssize>(bytes.size()), nullptr);
 }
 
 }  // namespace morvik_test

@@ -18,13 +18,10 @@ constexpr const char* kServicePort = "morvik-service::localport";
 constexpr const char* kStore = "com.talvoro.vendarosvc";
 constexpr const char* kOrbitline = "com.talvoro.clock-orbitline";
 constexpr const char* kOrbitlineService = "com.talvoro.clock-orbitline.service";
-constexpr const char* kPacetrail = "com.talvoro.clock-pacetrail";
 constexpr const char* kPacetrailService = "com.talvoro.clock-pacetrail.service";
 
-// What the service sent out, in order, one line per launch request or message:
-// "request TARGET OPERATION key=value..." (OPERATION "-" when none) or "message key=value..."
-// (messages all go to the watch face service's port; anything else shows as "message to APP PORT
-// ...").
+// What the service sent out, in order: "request APP OPERATION|- key=value..." or "message
+// key=value..." (to the watch face service's port; to any other, "message to APP PORT ...").
 std::vector<std::string> outgoing(host::Platform& platform);
 
 // A fixture whose platform has a fake watch face service listening on its port.
@@ -39,14 +36,9 @@ class ExchangeFixture : public PlatformFixture {
   std::vector<std::string> logs() const { return serviceMessages(platform_->log()); }
   std::string trustedDir() { return platform().sharedTrustedPath(kSelfAppId); }
 
-  std::shared_ptr<FakeApp> watchface_;
-
  private:
   host::Platform* platform_ = nullptr;
 };
-
-std::string readFile(const std::string& path);
-void writeFile(const std::string& path, const std::string& bytes);
 
 }  // namespace morvik_test
 

@@ -1,16 +1,23 @@
+// The service's exchange classes against the emulated watch: its backups collected, and documents
+// (hostile ones too) restored onto it through the transferer and the emulated peers.
 #include <glib.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "LogLineMatcher.h"
+#include "MvSvcBackupModel.h"
 #include "MvSvcRestoreModel.h"
 #include "MvSvcTypes.h"
+#include "MvSvcWatchDataCollector.h"
 #include "TempDir.h"
 #include "emu/EmulatedWatch.h"
 #include "emu/SampleWatch.h"
@@ -21,30 +28,85 @@ namespace {
 
 const std::nullopt_t kRefused = std::nullopt;
 
-// Hostile backup documents restored onto an emulated blank watch, through the restore model,
-// the real transferer and the emulated peers.
-class HostileRestoreTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::string error;
-    ASSERT_TRUE(emu::createBlankWatch(device_, error)) << error;
-    platform_.log().setEchoToStderr(false);
-    host::LaunchOptions options;
-    options.deviceDir = device_;
-    options.cloudDir = temp_.path() + "/cloud";
-    ASSERT_TRUE(watch_.boot(platform_, options, error)) << error;
-    trusted_ = platform_.sharedTrustedPath(MVSVC_SERVICE_APP_ID);
+// The lines of `wanted` that `lines` lacks.
+std::vector<std::string> missing(const std::vector<std::string>& lines,
+                                 const std::vector<std::string>& wanted) {
+  std::vector<std::string> absent;
+  for (const std::string& line : wanted) {
+    if (std::find(lines.begin(), lines.end(), line) == lines.end())
+      absent.push_back(line);
   }
+  return absent;
+}
 
+// An emulated watch booted on a platform of its own; one exists at a time.
+struct Device {
+  explicit Device(const std::string& dir) : platform(dir, MVSVC_SERVICE_APP_ID) {}
+  host::MainLoop loop;
+  host::Platform platform;
+  emu::EmulatedWatch watch;
+};
+
+class EmulatedWatchTest : public ::testing::Test {
+ protected:
+  void SetUp() override { boot("watch", false); }
   void TearDown() override { finish(); }
 
-  void finish() {
+  // Ends the watch booted before, makes a sample or blank watch in NAME, lets `edit` change it, and
+  // boots it.
+  void boot(const std::string& name,
+            bool sample,
+            const std::function<void(emu::DeviceProfile&)>& edit = nullptr) {
+    finish();
+    on_.reset();
+    dir_ = temp_.path() + "/" + name;
+    std::string error;
+    ASSERT_TRUE(sample ? emu::createSampleWatch(dir_, error) : emu::createBlankWatch(dir_, error))
+        << error;
+    if (edit) {
+      emu::DeviceProfile profile;
+      ASSERT_TRUE(profile.load(dir_, error)) << error;
+      edit(profile);
+      ASSERT_TRUE(profile.save(dir_, error)) << error;
+    }
+    on_ = std::make_unique<Device>(dir_);
+    on_->platform.log().setEchoToStderr(false);
+    host::LaunchOptions options;
+    options.deviceDir = dir_;
+    options.cloudDir = temp_.path() + "/cloud";
+    ASSERT_TRUE(on_->watch.boot(on_->platform, options, error)) << error;
+    trusted_ = on_->platform.sharedTrustedPath(MVSVC_SERVICE_APP_ID);
+  }
+
+  // Ends the watch's run and writes it back; the lines of its report.
+  std::vector<std::string> finish() {
     host::RunReport report;
-    watch_.finish(platform_, host::RunOutcome(), report);
+    if (on_)
+      on_->watch.finish(on_->platform, host::RunOutcome(), report);
+    return report.lines();
+  }
+
+  // What the service collects from the watch for a backup, and the document it makes of it.
+  std::string collect() {
+    {
+      bool collected = false;
+      MvSvcWatchDataCollector collector;
+      collector.setOnCollectCompleted([&](bool, void*) {
+        results_ = collector.getResultDataList();
+        images_ = collector.getImageDataList();
+        collected = true;
+      });
+      collector.run();
+      while (!collected)
+        g_main_context_iteration(nullptr, TRUE);
+    }
+    std::vector<WatchResultData> results = results_;
+    std::vector<WatchImageData> images = images_;
+    return MvSvcBackupModel(nullptr, results, images).getJsonStr(0);
   }
 
   void restore(const std::string& document) {
-    platform_.log().clear();
+    on_->platform.log().clear();
     MvSvcRestoreModel model(nullptr);
     EXPECT_EQ(model.restoreRecord(0, document.c_str()), "key");
     while (g_main_context_iteration(nullptr, FALSE)) {
@@ -52,40 +114,112 @@ class HostileRestoreTest : public ::testing::Test {
   }
 
   bool loggedError(const std::string& message) {
-    const std::vector<std::string> all = morvik_test::serviceMessages(platform_.log());
-    return std::find(all.begin(), all.end(), "E " + message) != all.end();
-  }
-
-  std::string idleClock() {
-    std::string value;
-    platform_.config().get("db/pel/clocks_set_idle", value);
-    return value;
+    return missing(morvik_test::serviceMessages(on_->platform.log()), {"E " + message}).empty();
   }
 
   morvik_test::TempDir temp_;
-  const std::string device_ = temp_.path() + "/watch";
-  host::MainLoop loop_;
-  host::Platform platform_{device_, MVSVC_SERVICE_APP_ID};
-  emu::EmulatedWatch watch_;
+  std::unique_ptr<Device> on_;
+  std::string dir_;
   std::string trusted_;
+  std::vector<WatchResultData> results_;
+  std::vector<WatchImageData> images_;
 };
 
-// Every image of one document, and what each leaves in the service's shared trusted directory:
-// a plain name with padded standard base64 (wrapped or spaced at will) is written, anything else
-// is refused with its name and writes nothing, inside the directory or out of it.
-TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
-  std::string photo(200, '\0');
-  for (size_t i = 0; i < photo.size(); ++i)
-    photo[i] = static_cast<char>(i * 37);
-  g_autofree gchar* base64 =
-      g_base64_encode(reinterpret_cast<const guchar*>(photo.data()), photo.size());
-  const std::string encoded = base64;
-  std::string wrapped;
-  for (size_t at = 0; at < encoded.size(); at += 76)
-    wrapped += encoded.substr(at, 76) + "\\r\\n";
+// What a watch's setup is made of, one line per item, in order.
+std::vector<std::string> setup(const emu::DeviceProfile& profile) {
+  std::vector<std::string> lines;
+  for (const auto& [key, value] : profile.config)
+    lines.push_back("config " + key + " " + value);
+  for (const emu::FaceEntry& face : profile.faces)
+    lines.push_back("face " + face.pkgId + " [" + face.settings + "]");
+  for (const emu::WatchAppState& app : profile.watchApps)
+    lines.push_back("watch app " + app.appId + " [" + app.resultXml + "]");
+  for (const emu::BackgroundImage& image : profile.images)
+    lines.push_back("photo " + image.fileName + " " + image.bgType);
+  return lines;
+}
+
+// A backup of a sample watch restored onto a blank one makes the same setup, a face whose settings
+// are empty and one whose settings are large included; the downloaded apps are installed as such,
+// but for one the store no longer knows: the store answers that with a failure and installs
+// nothing.
+TEST_F(EmulatedWatchTest, BackupRestoredOntoABlankWatchMakesTheSameSetup) {
+  boot("sample", true, [](emu::DeviceProfile& profile) {
+    profile.faces[1].settings.clear();
+    while (profile.faces[2].settings.size() < 1024 * 1024)
+      profile.faces[2].settings += "<p k=\"v\">\u00e9\n</p>";
+    profile.packages.push_back({"com.indie.clock-gone", "com.indie.clock-gone", "watchapp", false});
+  });
+  const std::string document = collect();
+  const std::vector<std::string> sample = setup(on_->watch.profile());
+
+  boot("blank", false);
+  restore(document);
+  EXPECT_EQ(on_->platform.packages().findApp("com.indie.clock-gone"), nullptr);
+  const host::PackageInfo* tidal = on_->platform.packages().findApp("com.indie.clock-tidal");
+  ASSERT_NE(tidal, nullptr);
+  EXPECT_FALSE(tidal->preload);
+  EXPECT_EQ(tidal->component, "watchapp");
+  EXPECT_EQ(missing(finish(), {"store     GUID com.indie.clock-gone: "
+                               "VENDARO_MESSAGE_RES_ERROR_CAN_NOT_FIND_CONTENT",
+                               "store     GUID com.indie.clock-tidal: installed"}),
+            std::vector<std::string>());
+  const std::vector<std::string> restored = setup(on_->watch.profile());
+  ASSERT_EQ(restored.size(), sample.size());
+  for (size_t i = 0; i < sample.size(); ++i)
+    EXPECT_TRUE(restored[i] == sample[i]) << restored[i].substr(0, 200);
+}
+
+// The watch face service hands out only regular files inside the device directory; a photo the
+// service cannot count is left out of the backup. Each is named, by the service and the watch.
+TEST_F(EmulatedWatchTest, PhotosOutsideTheDeviceOrTooLargeAreNamedAndNotBackedUp) {
+  const std::string outside = temp_.path() + "/outside-secret";
+  ASSERT_TRUE(g_file_set_contents(outside.c_str(), "secret", -1, nullptr));
+  std::string dirPath;
+  boot("sample", true, [&](emu::DeviceProfile& profile) {
+    dirPath = profile.images[0].path + "-dir";
+    ASSERT_EQ(mkdir((dir_ + "/" + dirPath).c_str(), 0755), 0);
+    ASSERT_EQ(symlink(outside.c_str(), (dir_ + "/link.jpg").c_str()), 0);
+    const std::string huge = dir_ + "/huge.jpg";
+    ASSERT_TRUE(g_file_set_contents(huge.c_str(), "", 0, nullptr));
+    ASSERT_EQ(truncate(huge.c_str(), 2147483648LL), 0);
+    profile.images = {{"link.jpg", "link.jpg", "T"},
+                      {"up.jpg", "../outside-secret", "T"},
+                      {"dir.jpg", dirPath, "T"},
+                      {"huge.jpg", "huge.jpg", "T"},
+                      {"fine.jpg", profile.images[0].path, "T"}};
+  });
+  collect();
+  ASSERT_EQ(images_.size(), 4u);
+  for (size_t i = 0; i < 3; ++i)
+    EXPECT_EQ(images_[i].data, "") << images_[i].fileName;
+  EXPECT_EQ(images_[3].fileName, "fine.jpg");
+  EXPECT_NE(images_[3].data, "");
+  EXPECT_TRUE(loggedError("Photo [huge.jpg] is too large to back up (2147483648 bytes)"));
+  EXPECT_EQ(missing(finish(), {"watchface photo link.jpg (link.jpg) lies outside the device "
+                               "directory: sent as unreadable",
+                               "watchface photo up.jpg (../outside-secret) lies outside the device "
+                               "directory: sent as unreadable",
+                               "watchface photo dir.jpg (" + dirPath +
+                                   ") is not a regular file: sent as unreadable",
+                               "watchface photo huge.jpg is too large to back up (2147483648 "
+                               "bytes)"}),
+            std::vector<std::string>());
+}
+
+// Every image of one document, and what each leaves in the service's shared trusted directory: a
+// plain name with padded standard base64 (wrapped or spaced at will) is written, anything else is
+// refused with its name and writes nothing, inside the directory or out of it, nor through a link,
+// a FIFO or a directory already at its place (a hard link is replaced by a file of its own).
+TEST_F(EmulatedWatchTest, EachImageIsWrittenExactlyOrRefused) {
   const std::string outside = temp_.path() + "/outside.txt";
   ASSERT_TRUE(g_file_set_contents(outside.c_str(), "keep", -1, nullptr));
   ASSERT_EQ(symlink(outside.c_str(), (trusted_ + "planted.jpg").c_str()), 0);
+  ASSERT_EQ(mkfifo((trusted_ + "pipe.jpg").c_str(), 0644), 0);
+  ASSERT_EQ(mkdir((trusted_ + "dir.jpg").c_str(), 0755), 0);
+  const std::string shared = temp_.path() + "/shared.jpg";
+  ASSERT_TRUE(g_file_set_contents(shared.c_str(), "keep", -1, nullptr));
+  ASSERT_EQ(link(shared.c_str(), (trusted_ + "hard.jpg").c_str()), 0);
 
   const struct {
     std::string name;
@@ -94,7 +228,7 @@ TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
   } images[] = {
       {"ok.jpg", "iVBORw==", "\x89PNG"},
       {"empty.png", "", ""},
-      {"wrapped.png", wrapped, photo},
+      {"wrapped.png", "AAEC\\r\\nAwQF\\r\\n", std::string("\0\1\2\3\4\5", 6)},
       {"spaced.png", " iVBO Rw== ", "\x89PNG"},
       {"twice.png", "AAAA", std::string(3, '\0')},  // overwritten by the next
       {"twice.png", "AQID", "\x01\x02\x03"},
@@ -105,6 +239,9 @@ TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
       {".", "AAEC", kRefused},
       {"", "AAEC", kRefused},
       {"planted.jpg", "AAAA", kRefused},
+      {"pipe.jpg", "AAAA", kRefused},
+      {"dir.jpg", "AAAA", kRefused},
+      {"hard.jpg", "AAEC", std::string("\0\1\2", 3)},
       {"bad-0.png", "!!!!", kRefused},
       {"bad-1.png", "AAA", kRefused},
       {"bad-2.png", "AA=A", kRefused},
@@ -129,71 +266,28 @@ TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
     }
   }
   EXPECT_TRUE(loggedError("Failed to decode base64 string"));
+  EXPECT_TRUE(loggedError("Image file name is not a plain name"));
+  EXPECT_TRUE(loggedError("Failed to open file"));
   std::map<std::string, std::string> written;
   g_autoptr(GDir) dir = g_dir_open(trusted_.c_str(), 0, nullptr);
   while (const char* name = g_dir_read_name(dir)) {
     g_autofree char* bytes = nullptr;
     gsize size = 0;
-    if (name != std::string("planted.jpg") &&
+    struct stat info;
+    if (lstat((trusted_ + name).c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
         g_file_get_contents((trusted_ + name).c_str(), &bytes, &size, nullptr))
       written[name] = std::string(bytes, size);
   }
   EXPECT_EQ(written, expected);
-  g_autofree char* kept = nullptr;
-  ASSERT_TRUE(g_file_get_contents(outside.c_str(), &kept, nullptr, nullptr));
-  EXPECT_STREQ(kept, "keep");
-  EXPECT_FALSE(g_file_test((device_ + "/apps/" MVSVC_SERVICE_APP_ID "/shared/escape.jpg").c_str(),
-                           G_FILE_TEST_EXISTS));
+  for (const std::string& path : {outside, shared}) {
+    g_autofree char* kept = nullptr;
+    ASSERT_TRUE(g_file_get_contents(path.c_str(), &kept, nullptr, nullptr));
+    EXPECT_STREQ(kept, "keep");
+  }
+  EXPECT_FALSE(
+      g_file_test((temp_.path() + "/watch/apps/" MVSVC_SERVICE_APP_ID "/shared/escape.jpg").c_str(),
+                  G_FILE_TEST_EXISTS));
   EXPECT_FALSE(g_file_test("/tmp/morvik-absolute.jpg", G_FILE_TEST_EXISTS));
-  // The images do not hold up the rest of the restore.
-  EXPECT_EQ(idleClock(), "com.talvoro.clock-orbitline");
-}
-
-TEST_F(HostileRestoreTest, BrokenDocumentsChangeNothingAndSayWhy) {
-  const std::string before = idleClock();
-  const struct {
-    std::string document;
-    std::string error;
-  } cases[] = {
-      {std::string(100000, '[') + std::string(100000, ']'),
-       "Backup document nests deeper than 512 levels"},
-      {"{\"watch_main_key\":\"com.talvoro.clock-orbitline\",\"watch_items\":[{\"pkgid\":", ""},
-      {"{\"watch_main_key\":\"com.talvoro.clock-orbitline\xff\xfe\"}", ""},
-      {"{\"watch_main_key\":7,\"watch_sub_key\":{},\"watch_items\":{\"pkgid\":\"p\"},"
-       "\"watch_custom_bg\":[5,null,{\"file_name\":3,\"data\":\"AAAA\"}]}",
-       "Failed to decode image file []"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.document.substr(0, 60));
-    restore(c.document);
-    EXPECT_EQ(idleClock(), before);
-    if (!c.error.empty()) {
-      EXPECT_TRUE(loggedError(c.error));
-    }
-    EXPECT_TRUE(loggedError("Restored mainkey string is nullptr"));
-    g_autoptr(GDir) dir = g_dir_open(trusted_.c_str(), 0, nullptr);
-    EXPECT_EQ(g_dir_read_name(dir), nullptr);
-  }
-}
-
-TEST_F(HostileRestoreTest, ALargeSettingsDocumentArrivesWhole) {
-  // The same settings as JSON text and as the watch face must receive them.
-  std::string escaped = "<face>";
-  std::string settings = "<face>";
-  while (settings.size() < 1024 * 1024) {
-    escaped += "<p k=\\\"v\\\">\\u00e9\\n</p>";
-    settings += "<p k=\"v\">\u00e9\n</p>";
-  }
-  restore(
-      "{\"watch_main_key\":\"com.talvoro.watchface\",\"watch_sub_key\":\"com.talvoro.face.big\","
-      "\"watch_items\":[{\"pkgid\":\"com.talvoro.face.big\",\"svcid\":"
-      "\"com.talvoro.watchface-service\",\"result\":\"" +
-      escaped + "\"}]}");
-  finish();
-  const std::vector<emu::FaceEntry>& faces = watch_.profile().faces;
-  ASSERT_EQ(faces.size(), 1u);
-  EXPECT_EQ(faces[0].pkgId, "com.talvoro.face.big");
-  EXPECT_TRUE(faces[0].settings == settings) << faces[0].settings.size() << " bytes arrived";
 }
 
 }  // namespace
