@@ -17,6 +17,7 @@ namespace {
 using host::CloudRecord;
 using host::cloud::Answer;
 using morvik_test::serviceMessages;
+using Lines = std::vector<std::string>;
 
 // Supplies numbered documents and remembers which ones were asked for.
 class TestBackupModel : public BackupModel {
@@ -52,40 +53,47 @@ class BackupModelTest : public morvik_test::CloudFixture {
     request_ = launchRequest(MVSVC_OPERATION_BACKUP);
   }
 
-  morvik_test::AppControlPtr request_;
-};
-
-TEST_F(BackupModelTest, RunRegistersTheRecordCallbackOnlyForTheBackupOperation) {
-  struct Case {
-    const char* operation;
-    bool recordCallback;
-  };
-  const Case cases[] = {
-      {MVSVC_OPERATION_BACKUP, true},
-      {MVSVC_OPERATION_GET_BACKUP_INFO, false},
-      {nullptr, false},
-      {MVSVC_OPERATION_BACKUP "/", false},
-      {MVSVC_OPERATION_RESTORE, false},
-  };
-  const int handles = host::liveAppControlCount();
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.operation ? c.operation : "(null)");
+  void restart() {
     host::cloud::reset();
     platform().record().clear();
     platform().log().clear();
+  }
+
+  // The one answer the last callback gave.
+  Answer answer() {
+    std::vector<Answer> answers = host::cloud::takeAnswers();
+    EXPECT_EQ(answers.size(), 1u);
+    EXPECT_EQ(host::cloud::liveLists(), 0);
+    EXPECT_EQ(host::cloud::liveRecords(), 0);
+    return answers.empty() ? Answer{} : answers[0];
+  }
+
+  morvik_test::AppControlPtr request_;
+};
+
+// Every operation runs the exchange to its completion; only a backup uploads records.
+TEST_F(BackupModelTest, RunRegistersTheRecordCallbackOnlyForTheBackupOperation) {
+  const std::pair<const char*, bool> cases[] = {
+      {MVSVC_OPERATION_BACKUP, true},        {MVSVC_OPERATION_GET_BACKUP_INFO, false},
+      {nullptr, false},                      {MVSVC_OPERATION_BACKUP "/", false},
+      {MVSVC_OPERATION_RESTORE, false},
+  };
+  const int handles = host::liveAppControlCount();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.first ? c.first : "(null)");
+    restart();
     TestBackupModel model(request_.get(), 1);
     bool completed = false;
     model.setOnBackupCompleted([&](bool, void*) { completed = true; });
-    ASSERT_TRUE(model.run(c.operation));
+    ASSERT_TRUE(model.run(c.first));
     EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_SUCCEEDED});
     EXPECT_TRUE(host::cloud::callBackupPreparation());
     EXPECT_TRUE(host::cloud::callBackupKeysAndDates());
-    EXPECT_EQ(host::cloud::backupRecordCallbackRegistered(), c.recordCallback);
+    EXPECT_EQ(host::cloud::backupRecordCallbackRegistered(), c.second);
     EXPECT_TRUE(host::cloud::callBackupCompleted(true));
     EXPECT_TRUE(completed);
     EXPECT_FALSE(host::cloud::callRestorePreparation());
   }
-  // Each reply handle was released.
   EXPECT_EQ(host::liveAppControlCount(), handles);
 }
 
@@ -94,7 +102,6 @@ TEST_F(BackupModelTest, WithoutTheLibraryOrWithoutRecordsRunNeitherRegistersNorR
   {
     TestBackupModel model(request_.get(), 1);
     EXPECT_FALSE(model.run(MVSVC_OPERATION_BACKUP));
-    EXPECT_FALSE(host::cloud::callBackupPreparation());
   }
   host::cloud::setInitializeFailure(0);
   {
@@ -104,12 +111,12 @@ TEST_F(BackupModelTest, WithoutTheLibraryOrWithoutRecordsRunNeitherRegistersNorR
   }
   EXPECT_TRUE(launcherReplies().empty());
   EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{"E talvoro_cloud_initialize failed.(" +
-                                          std::to_string(TALVORO_CLOUD_ERROR_IO_ERROR) + ")",
-                                      "E talvoro_cloud is not initialized.",
-                                      "E talvoro_cloud_deinitialize failed.(" +
-                                          std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")",
-                                      "E size is 0"}));
+            (Lines{"E talvoro_cloud_initialize failed.(" +
+                       std::to_string(TALVORO_CLOUD_ERROR_IO_ERROR) + ")",
+                   "E talvoro_cloud is not initialized.",
+                   "E talvoro_cloud_deinitialize failed.(" +
+                       std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")",
+                   "E size is 0"}));
   EXPECT_FALSE(host::cloud::initialized());
 }
 
@@ -119,10 +126,7 @@ TEST_F(BackupModelTest, FailedRegistrationRepliesFailedAndStops) {
   EXPECT_FALSE(model.run(MVSVC_OPERATION_BACKUP));
   EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_FAILED});
   EXPECT_EQ(serviceMessages(platform().log()),
-            std::vector<std::string>{
-                "E talvoro_cloud_backup_record_set_sending_keys_and_dates_cb failed.(-7)"});
-  EXPECT_TRUE(host::cloud::callBackupPreparation());
-  EXPECT_FALSE(host::cloud::backupRecordCallbackRegistered());
+            Lines{"E talvoro_cloud_backup_record_set_sending_keys_and_dates_cb failed.(-7)"});
   EXPECT_FALSE(host::cloud::callBackupCompleted(true));
 }
 
@@ -130,19 +134,14 @@ TEST_F(BackupModelTest, KeysAndDatesDeclareSizeRecordsWithTheTimeInMilliseconds)
   TestBackupModel model(request_.get(), 3);
   ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
   const unsigned long long before = nowMs();
-  ASSERT_TRUE(host::cloud::callBackupPreparation());
   ASSERT_TRUE(host::cloud::callBackupKeysAndDates());
   const unsigned long long after = nowMs();
-
-  std::vector<Answer> answers = host::cloud::takeAnswers();
-  ASSERT_EQ(answers.size(), 2u);
-  EXPECT_EQ(answers[0].kind, Answer::Kind::kBackupPreparation);
-  EXPECT_TRUE(answers[0].success);
-  EXPECT_EQ(answers[1].kind, Answer::Kind::kKeysAndDates);
-  EXPECT_TRUE(answers[1].success);
-  ASSERT_EQ(answers[1].records.size(), 3u);
-  std::vector<std::string> expectedLog;
-  for (const CloudRecord& record : answers[1].records) {
+  const Answer declaration = answer();
+  EXPECT_EQ(declaration.kind, Answer::Kind::kKeysAndDates);
+  EXPECT_TRUE(declaration.success);
+  ASSERT_EQ(declaration.records.size(), 3u);
+  Lines expectedLog;
+  for (const CloudRecord& record : declaration.records) {
     EXPECT_EQ(record.key, std::optional<std::string>("key"));
     ASSERT_TRUE(record.date);
     const unsigned long long date = std::stoull(*record.date);
@@ -155,108 +154,72 @@ TEST_F(BackupModelTest, KeysAndDatesDeclareSizeRecordsWithTheTimeInMilliseconds)
   }
   EXPECT_EQ(serviceMessages(platform().log()), expectedLog);
   EXPECT_TRUE(model.asked.empty());
-  EXPECT_EQ(host::cloud::liveLists(), 0);
-  EXPECT_EQ(host::cloud::liveRecords(), 0);
-}
 
-TEST_F(BackupModelTest, AFailingRecordEndsTheDeclarationWithFailureAndIsFreed) {
-  const char* operations[] = {"talvoro_cloud_record_set_key", "talvoro_cloud_record_set_date",
-                              "talvoro_cloud_list_add"};
-  for (const char* operation : operations) {
+  for (const char* operation : {"talvoro_cloud_record_set_key", "talvoro_cloud_record_set_date",
+                                "talvoro_cloud_list_add"}) {
     SCOPED_TRACE(operation);
-    host::cloud::reset();
-    platform().log().clear();
-    TestBackupModel model(request_.get(), 2);
-    ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
+    restart();
+    TestBackupModel failing(request_.get(), 2);
+    ASSERT_TRUE(failing.run(MVSVC_OPERATION_BACKUP));
     host::cloud::failOperation(operation, -5, 1);
     ASSERT_TRUE(host::cloud::callBackupKeysAndDates());
-    std::vector<Answer> answers = host::cloud::takeAnswers();
-    ASSERT_EQ(answers.size(), 1u);
-    EXPECT_FALSE(answers[0].success);
-    EXPECT_TRUE(answers[0].records.empty());
+    const Answer failed = answer();
+    EXPECT_FALSE(failed.success);
+    EXPECT_TRUE(failed.records.empty());
     EXPECT_EQ(serviceMessages(platform().log()),
-              std::vector<std::string>{"E " + std::string(operation) + " failed.(-5)"});
-    EXPECT_EQ(host::cloud::liveRecords(), 0);
-    EXPECT_EQ(host::cloud::liveLists(), 0);
+              Lines{"E " + std::string(operation) + " failed.(-5)"});
   }
 }
 
+// Records past the model's size keep no value; one without a key or date still gets its own.
 TEST_F(BackupModelTest, RecordCallbackFillsTheFirstSizeRecordsAndHandsOverTheFile) {
-  TestBackupModel model(request_.get(), 1);
+  TestBackupModel model(request_.get(), 2);
   ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
-  const std::vector<CloudRecord> records = {declared("key", "1"), declared("key", "2"),
+  const std::vector<CloudRecord> records = {declared(nullptr, "1"), declared("key", nullptr),
                                             declared("key", "3")};
   ASSERT_TRUE(host::cloud::callBackupRecords(records));
-
-  EXPECT_EQ(model.asked, std::vector<unsigned int>{0});
+  EXPECT_EQ(model.asked, (std::vector<unsigned int>{0, 1}));
+  EXPECT_EQ(serviceMessages(platform().log()),
+            (Lines{"E talvoro_cloud_record_get_key - key is nullptr.",
+                   "I backup jsonStr : {\"doc\":0}",
+                   "E talvoro_cloud_record_get_date - date is nullptr.",
+                   "I backup jsonStr : {\"doc\":1}"}));
   const std::string path = sharedPath() + "backup.dat";
-  std::vector<Answer> answers = host::cloud::takeAnswers();
-  ASSERT_EQ(answers.size(), 1u);
-  EXPECT_EQ(answers[0].kind, Answer::Kind::kBackupPath);
-  EXPECT_TRUE(answers[0].success);
-  EXPECT_EQ(answers[0].path, std::optional<std::string>(path));
-
+  const Answer upload = answer();
+  EXPECT_EQ(upload.kind, Answer::Kind::kBackupPath);
+  EXPECT_TRUE(upload.success);
+  EXPECT_EQ(upload.path, std::optional<std::string>(path));
   std::vector<CloudRecord> written;
   std::string reason;
   ASSERT_TRUE(host::readRecordFile(path, written, reason)) << reason;
   std::vector<CloudRecord> expected = records;
   expected[0].value = "{\"doc\":0}";
+  expected[1].value = "{\"doc\":1}";
   EXPECT_EQ(written, expected);
-  EXPECT_EQ(serviceMessages(platform().log()),
-            std::vector<std::string>{"I backup jsonStr : {\"doc\":0}"});
-  EXPECT_EQ(host::cloud::liveLists(), 0);
-  EXPECT_EQ(host::cloud::liveRecords(), 0);
-}
-
-TEST_F(BackupModelTest, RecordsWithoutKeyOrDateStillGetTheirValues) {
-  TestBackupModel model(request_.get(), 2);
-  ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
-  ASSERT_TRUE(host::cloud::callBackupRecords({declared(nullptr, "1"), declared("key", nullptr)}));
-  EXPECT_EQ(model.asked, (std::vector<unsigned int>{0, 1}));
-  EXPECT_EQ(
-      serviceMessages(platform().log()),
-      (std::vector<std::string>{
-          "E talvoro_cloud_record_get_key - key is nullptr.", "I backup jsonStr : {\"doc\":0}",
-          "E talvoro_cloud_record_get_date - date is nullptr.", "I backup jsonStr : {\"doc\":1}"}));
-  std::vector<CloudRecord> written;
-  std::string reason;
-  ASSERT_TRUE(host::readRecordFile(sharedPath() + "backup.dat", written, reason)) << reason;
-  ASSERT_EQ(written.size(), 2u);
-  EXPECT_EQ(written[1].value, std::optional<std::string>("{\"doc\":1}"));
 }
 
 TEST_F(BackupModelTest, NoListEmptyListOrNoFirstRecordAnswerNullAndFalse) {
-  struct Case {
-    const char* what;
-    std::function<bool()> call;
-    std::vector<std::string> log;
-  };
-  const Case cases[] = {
-      {"no list", [] { return host::cloud::callBackupRecordsWithoutList(); }, {}},
-      {"empty list", [] { return host::cloud::callBackupRecords({}); }, {}},
-      {"first record unreachable",
-       [] {
+  const std::pair<std::function<bool()>, Lines> cases[] = {
+      {[] { return host::cloud::callBackupRecordsWithoutList(); }, {}},
+      {[] { return host::cloud::callBackupRecords({}); }, {}},
+      {[] {
          host::cloud::failOperation("talvoro_cloud_list_move_to_first", -3, 1);
          return host::cloud::callBackupRecords({declared("key", "1")});
        },
        {"E talvoro_cloud_list_move_to_first failed.(-3)"}},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    host::cloud::reset();
-    platform().log().clear();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.second));
+    restart();
     TestBackupModel model(request_.get(), 1);
     ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
-    ASSERT_TRUE(c.call());
-    std::vector<Answer> answers = host::cloud::takeAnswers();
-    ASSERT_EQ(answers.size(), 1u);
-    EXPECT_EQ(answers[0].kind, Answer::Kind::kBackupPath);
-    EXPECT_FALSE(answers[0].success);
-    EXPECT_FALSE(answers[0].path);
+    ASSERT_TRUE(c.first());
+    const Answer upload = answer();
+    EXPECT_EQ(upload.kind, Answer::Kind::kBackupPath);
+    EXPECT_FALSE(upload.success);
+    EXPECT_FALSE(upload.path);
     EXPECT_TRUE(model.asked.empty());
-    EXPECT_EQ(serviceMessages(platform().log()), c.log);
-    EXPECT_EQ(host::cloud::liveLists(), 0);
-    EXPECT_EQ(host::cloud::liveRecords(), 0);
+    EXPECT_EQ(serviceMessages(platform().log()), c.second);
   }
 }
 
@@ -266,19 +229,15 @@ TEST_F(BackupModelTest, FailuresDuringTheWalkAreLoggedAndThePathIsStillSent) {
   host::cloud::failOperation("talvoro_cloud_record_set_value", -9, 1);
   host::cloud::failOperation("talvoro_cloud_file_create_file", -10, 1);
   ASSERT_TRUE(host::cloud::callBackupRecords({declared("key", "1")}));
-  EXPECT_EQ(model.asked, std::vector<unsigned int>{0});
+  const std::string noData = std::to_string(TALVORO_CLOUD_ERROR_NO_DATA);
   EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{"I backup jsonStr : {\"doc\":0}",
-                                      "E talvoro_cloud_record_set_value failed.(-9)",
-                                      "E talvoro_cloud_list_get_current_record failed.(" +
-                                          std::to_string(TALVORO_CLOUD_ERROR_NO_DATA) + ")",
-                                      "E talvoro_cloud_list_move_to_next failed.(" +
-                                          std::to_string(TALVORO_CLOUD_ERROR_NO_DATA) + ")",
-                                      "E talvoro_cloud_file_create_file failed.(-10)"}));
-  std::vector<Answer> answers = host::cloud::takeAnswers();
-  ASSERT_EQ(answers.size(), 1u);
-  EXPECT_TRUE(answers[0].success);
-  EXPECT_EQ(answers[0].path, std::optional<std::string>(sharedPath() + "backup.dat"));
+            (Lines{"I backup jsonStr : {\"doc\":0}", "E talvoro_cloud_record_set_value failed.(-9)",
+                   "E talvoro_cloud_list_get_current_record failed.(" + noData + ")",
+                   "E talvoro_cloud_list_move_to_next failed.(" + noData + ")",
+                   "E talvoro_cloud_file_create_file failed.(-10)"}));
+  const Answer upload = answer();
+  EXPECT_TRUE(upload.success);
+  EXPECT_EQ(upload.path, std::optional<std::string>(sharedPath() + "backup.dat"));
 }
 
 TEST_F(BackupModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
@@ -292,9 +251,7 @@ TEST_F(BackupModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
       [&](bool success, void* userData) { seen.emplace_back(success, userData); });
   ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
   ASSERT_TRUE(host::cloud::callBackupCompleted(false));
-  ASSERT_EQ(seen.size(), 1u);
-  EXPECT_FALSE(seen[0].first);
-  EXPECT_EQ(seen[0].second, static_cast<BackupModel*>(&model));
+  EXPECT_EQ(seen, (std::vector<std::pair<bool, void*>>{{false, static_cast<BackupModel*>(&model)}}));
   EXPECT_TRUE(serviceMessages(platform().log()).empty());
 }
 

@@ -1,6 +1,7 @@
 #include "RestoreModel.h"
 
 #include <glib.h>
+#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <talvoro_cloud.h>
 #include <time.h>
@@ -19,6 +20,8 @@ namespace {
 using host::CloudRecord;
 using host::cloud::Answer;
 using morvik_test::serviceMessages;
+using Lines = std::vector<std::string>;
+using Restored = std::vector<std::pair<int, std::string>>;
 
 // Remembers every record it is given and answers with `key`.
 class TestRestoreModel : public RestoreModel {
@@ -29,7 +32,7 @@ class TestRestoreModel : public RestoreModel {
     return key;
   }
   std::string key = "key";
-  std::vector<std::pair<int, std::string>> restored;
+  Restored restored;
 };
 
 CloudRecord stored(const char* value) {
@@ -58,31 +61,49 @@ class RestoreModelTest : public morvik_test::CloudFixture {
   std::string downloaded_;
 };
 
-TEST_F(RestoreModelTest, RunRegistersAllFourCallbacksAndRepliesWithSuccess) {
+// A record without a value restores nothing, but still goes back with its key and date, or
+// the cloud would refuse the whole list.
+TEST_F(RestoreModelTest, RecordsAreRestoredInOrderAndSentBackStampedInSeconds) {
   TestRestoreModel model(request_.get());
-  bool completed = false;
-  model.setOnRestoreCompleted([&](bool, void*) { completed = true; });
+  model.key = "restored-key";
   ASSERT_TRUE(model.run());
   EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_SUCCEEDED});
   EXPECT_TRUE(host::cloud::callRestorePreparation());
   EXPECT_TRUE(host::cloud::callRestorationPath());
-  download({});
-  EXPECT_TRUE(host::cloud::callRestoration(downloaded_));
-  EXPECT_TRUE(host::cloud::callRestoreCompleted(true));
-  EXPECT_TRUE(completed);
-  EXPECT_FALSE(host::cloud::callBackupPreparation());
+  download({stored("{\"n\":0}"), CloudRecord{}, stored("{\"n\":2}")});
+  const long before = static_cast<long>(time(nullptr));
+  ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
+  const long after = static_cast<long>(time(nullptr));
 
+  EXPECT_EQ(model.restored, (Restored{{0, "{\"n\":0}"}, {1, "(no value)"}, {2, "{\"n\":2}"}}));
+  EXPECT_EQ(serviceMessages(platform().log()),
+            (Lines{"I value : {\"n\":0}", "E talvoro_cloud_record_get_value - value is nullptr.",
+                   "I value : {\"n\":2}"}));
   std::vector<Answer> answers = host::cloud::takeAnswers();
   ASSERT_EQ(answers.size(), 3u);
   EXPECT_EQ(answers[0].kind, Answer::Kind::kRestorePreparation);
   EXPECT_TRUE(answers[0].success);
   EXPECT_EQ(answers[1].kind, Answer::Kind::kRestorationPath);
-  EXPECT_TRUE(answers[1].success);
   EXPECT_EQ(answers[1].path, std::optional<std::string>(sharedPath() + "restore.dat"));
-  EXPECT_EQ(answers[2].kind, Answer::Kind::kRecordList);
+  const Answer& sent = answers[2];
+  EXPECT_EQ(sent.kind, Answer::Kind::kRecordList);
+  EXPECT_TRUE(sent.success && sent.hadList);
+  ASSERT_EQ(sent.records.size(), 3u);
+  for (int i = 0; i < 3; ++i) {
+    const CloudRecord& record = sent.records[i];
+    EXPECT_EQ(record.key, std::optional<std::string>("restored-key"));
+    ASSERT_TRUE(record.date);
+    const long date = std::stol(*record.date);
+    EXPECT_EQ(std::to_string(date), *record.date);
+    EXPECT_GE(date, before);
+    EXPECT_LE(date, after);
+    EXPECT_EQ(record.value, i == 1 ? std::nullopt
+                                   : std::optional<std::string>("{\"n\":" + std::to_string(i) + "}"));
+  }
+  EXPECT_EQ(host::cloud::liveLists(), 0);
 }
 
-TEST_F(RestoreModelTest, WithoutTheLibraryRunNeitherRegistersNorReplies) {
+TEST_F(RestoreModelTest, WithoutTheLibraryOrItsCallbacksRunFails) {
   host::cloud::setInitializeFailure(-4);
   {
     TestRestoreModel model(request_.get());
@@ -91,128 +112,51 @@ TEST_F(RestoreModelTest, WithoutTheLibraryRunNeitherRegistersNorReplies) {
   }
   EXPECT_TRUE(launcherReplies().empty());
   EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{
-                "E talvoro_cloud_initialize failed.(-4)", "E talvoro_cloud is not initialized.",
-                "E talvoro_cloud_deinitialize failed.(" +
-                    std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")"}));
-}
+            (Lines{"E talvoro_cloud_initialize failed.(-4)", "E talvoro_cloud is not initialized.",
+                   "E talvoro_cloud_deinitialize failed.(" +
+                       std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")"}));
 
-TEST_F(RestoreModelTest, FailedRegistrationRepliesFailed) {
+  host::cloud::reset();
+  platform().log().clear();
   host::cloud::failOperation("talvoro_cloud_restore_record_set_restoration_cb", -8);
   TestRestoreModel model(request_.get());
   EXPECT_FALSE(model.run());
   EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_FAILED});
-  EXPECT_EQ(
-      serviceMessages(platform().log()),
-      std::vector<std::string>{"E talvoro_cloud_restore_record_set_restoration_cb() failed.(-8)"});
-  EXPECT_TRUE(host::cloud::callRestorationPath());
+  EXPECT_EQ(serviceMessages(platform().log()),
+            Lines{"E talvoro_cloud_restore_record_set_restoration_cb() failed.(-8)"});
   EXPECT_FALSE(host::cloud::callRestoreCompleted(true));
 }
 
-TEST_F(RestoreModelTest, ThreeRecordsAreRestoredInOrderAndSentBackStampedInSeconds) {
-  TestRestoreModel model(request_.get());
-  ASSERT_TRUE(model.run());
-  download({stored("{\"n\":0}"), stored("{\"n\":1}"), stored("{\"n\":2}")});
-  model.key = "restored-key";
-  const long before = static_cast<long>(time(nullptr));
-  ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
-  const long after = static_cast<long>(time(nullptr));
-
-  EXPECT_EQ(model.restored, (std::vector<std::pair<int, std::string>>{
-                                {0, "{\"n\":0}"}, {1, "{\"n\":1}"}, {2, "{\"n\":2}"}}));
-  std::vector<Answer> answers = host::cloud::takeAnswers();
-  ASSERT_EQ(answers.size(), 1u);
-  EXPECT_EQ(answers[0].kind, Answer::Kind::kRecordList);
-  EXPECT_TRUE(answers[0].success);
-  EXPECT_TRUE(answers[0].hadList);
-  ASSERT_EQ(answers[0].records.size(), 3u);
-  for (int i = 0; i < 3; ++i) {
-    const CloudRecord& record = answers[0].records[i];
-    EXPECT_EQ(record.key, std::optional<std::string>("restored-key"));
-    ASSERT_TRUE(record.date);
-    const long date = std::stol(*record.date);
-    EXPECT_EQ(std::to_string(date), *record.date);
-    EXPECT_GE(date, before);
-    EXPECT_LE(date, after);
-    EXPECT_EQ(record.value, std::optional<std::string>("{\"n\":" + std::to_string(i) + "}"));
-  }
-  EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{"I value : {\"n\":0}", "I value : {\"n\":1}",
-                                      "I value : {\"n\":2}"}));
-  EXPECT_EQ(host::cloud::liveLists(), 0);
-}
-
-// The model decides what a record without a value restores (nothing); it still goes back with
-// its key and date, or the cloud would refuse the whole list.
-TEST_F(RestoreModelTest, ARecordWithoutAValueStillGetsItsKeyAndDateAndTheWalkGoesOn) {
-  TestRestoreModel model(request_.get());
-  model.key = "restored-key";
-  ASSERT_TRUE(model.run());
-  download({stored("{\"n\":0}"), CloudRecord{}, stored("{\"n\":2}")});
-  const long before = static_cast<long>(time(nullptr));
-  ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
-  const long after = static_cast<long>(time(nullptr));
-  EXPECT_EQ(model.restored, (std::vector<std::pair<int, std::string>>{
-                                {0, "{\"n\":0}"}, {1, "(no value)"}, {2, "{\"n\":2}"}}));
-  std::vector<Answer> answers = host::cloud::takeAnswers();
-  ASSERT_EQ(answers.size(), 1u);
-  EXPECT_TRUE(answers[0].success);
-  ASSERT_EQ(answers[0].records.size(), 3u);
-  const CloudRecord& valueless = answers[0].records[1];
-  EXPECT_EQ(valueless.key, std::optional<std::string>("restored-key"));
-  ASSERT_TRUE(valueless.date);
-  EXPECT_GE(std::stol(*valueless.date), before);
-  EXPECT_LE(std::stol(*valueless.date), after);
-  EXPECT_FALSE(valueless.value);
-  EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{"I value : {\"n\":0}",
-                                      "E talvoro_cloud_record_get_value - value is nullptr.",
-                                      "I value : {\"n\":2}"}));
-}
-
 TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
-  std::string damaged;
-  {
-    std::string reason;
-    const std::string written = deviceDir() + "/written.dat";
-    ASSERT_TRUE(host::writeRecordFile(written, {stored("{}")}, reason)) << reason;
-    g_autofree char* bytes = nullptr;
-    gsize size = 0;
-    ASSERT_TRUE(g_file_get_contents(written.c_str(), &bytes, &size, nullptr));
-    damaged.assign(bytes, size);
-    damaged[damaged.size() - 1] ^= 0x20;
-  }
-  struct Case {
-    const char* what;
-    std::function<void()> prepare;
-    std::vector<std::string> log;
+  download({stored("{}")});
+  g_autofree char* bytes = nullptr;
+  gsize size = 0;
+  ASSERT_TRUE(g_file_get_contents(downloaded_.c_str(), &bytes, &size, nullptr));
+  const std::string damaged(bytes, size - 1);
+  auto listFailed = [](int code) {
+    return "E talvoro_cloud_file_create_record_list() failed, errCode = [" +
+           std::to_string(code) + "]";
   };
   const std::string countFailed = "E talvoro_cloud_list_get_record_count() failed, errCode = [" +
                                   std::to_string(TALVORO_CLOUD_ERROR_INVALID_PARAMETER) + "]";
-  const Case cases[] = {
-      {"missing",
-       [] {},
-       {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
-            std::to_string(TALVORO_CLOUD_ERROR_IO_ERROR) + "]",
-        countFailed}},
-      {"damaged",
-       [&] {
+  const std::pair<std::function<void()>, Lines> cases[] = {
+      {[&] { g_unlink(downloaded_.c_str()); },
+       {listFailed(TALVORO_CLOUD_ERROR_IO_ERROR), countFailed}},
+      {[&] {
          ASSERT_TRUE(g_file_set_contents(downloaded_.c_str(), damaged.data(),
                                          static_cast<gssize>(damaged.size()), nullptr));
        },
-       {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
-            std::to_string(TALVORO_CLOUD_ERROR_FILE_CORRUPT) + "]",
-        countFailed}},
-      {"no records", [&] { download({}); }, {}},
+       {listFailed(TALVORO_CLOUD_ERROR_FILE_CORRUPT), countFailed}},
+      {[&] { download({}); }, {}},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.second));
     host::cloud::reset();
     platform().log().clear();
     {
       TestRestoreModel model(request_.get());
       ASSERT_TRUE(model.run());
-      c.prepare();
+      c.first();
       ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
       EXPECT_TRUE(model.restored.empty());
       std::vector<Answer> answers = host::cloud::takeAnswers();
@@ -220,7 +164,7 @@ TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
       EXPECT_EQ(answers[0].kind, Answer::Kind::kRecordList);
       EXPECT_FALSE(answers[0].success);
       EXPECT_FALSE(answers[0].hadList);
-      EXPECT_EQ(serviceMessages(platform().log()), c.log);
+      EXPECT_EQ(serviceMessages(platform().log()), c.second);
     }
     // The empty list the model kept is freed with the library.
     EXPECT_EQ(host::cloud::liveLists(), 0);
@@ -228,18 +172,17 @@ TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
   }
 }
 
-TEST_F(RestoreModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
+TEST_F(RestoreModelTest, CompletionIsForwardedOnceWithTheModelOrIgnored) {
   TestRestoreModel model(request_.get());
   ASSERT_TRUE(model.run());
   EXPECT_TRUE(host::cloud::callRestoreCompleted(false));
+  EXPECT_FALSE(host::cloud::callRestoreCompleted(false));
   std::vector<std::pair<bool, void*>> seen;
   model.setOnRestoreCompleted(
       [&](bool success, void* userData) { seen.emplace_back(success, userData); });
   ASSERT_TRUE(model.run());
   ASSERT_TRUE(host::cloud::callRestoreCompleted(true));
-  ASSERT_EQ(seen.size(), 1u);
-  EXPECT_TRUE(seen[0].first);
-  EXPECT_EQ(seen[0].second, static_cast<RestoreModel*>(&model));
+  EXPECT_EQ(seen, (std::vector<std::pair<bool, void*>>{{true, static_cast<RestoreModel*>(&model)}}));
 }
 
 TEST_F(RestoreModelTest, ASecondExchangeIsRefusedWhileTheFirstRuns) {
@@ -247,10 +190,9 @@ TEST_F(RestoreModelTest, ASecondExchangeIsRefusedWhileTheFirstRuns) {
   TestRestoreModel second(request_.get());
   ASSERT_TRUE(first.run());
   EXPECT_FALSE(second.run());
-  EXPECT_EQ(
-      serviceMessages(platform().log()),
-      std::vector<std::string>{"E talvoro_cloud_restore_record_set_preparation_cb() failed.(" +
-                               std::to_string(TALVORO_CLOUD_ERROR_INVALID_STATE) + ")"});
+  EXPECT_EQ(serviceMessages(platform().log()),
+            Lines{"E talvoro_cloud_restore_record_set_preparation_cb() failed.(" +
+                  std::to_string(TALVORO_CLOUD_ERROR_INVALID_STATE) + ")"});
   EXPECT_EQ(launcherReplies(),
             (std::vector<int>{APP_CONTROL_RESULT_SUCCEEDED, APP_CONTROL_RESULT_FAILED}));
   download({stored("{}")});
