@@ -16,20 +16,9 @@ namespace {
 
 using host::CloudRecord;
 using host::cloud::Answer;
+using morvik_test::Lines;
 using morvik_test::serviceMessages;
-using Lines = std::vector<std::string>;
-
-// Supplies numbered documents and remembers which ones were asked for.
-class TestBackupModel : public BackupModel {
- public:
-  TestBackupModel(app_control_h request, unsigned int size) : BackupModel(request, size) {}
-  std::string getKeyStr() override { return std::string(); }
-  std::string getJsonStr(unsigned int index) override {
-    asked.push_back(index);
-    return "{\"doc\":" + std::to_string(index) + "}";
-  }
-  std::vector<unsigned int> asked;
-};
+using morvik_test::TestBackupModel;
 
 unsigned long long nowMs() {
   struct timeval now;
@@ -53,13 +42,7 @@ class BackupModelTest : public morvik_test::CloudFixture {
     request_ = launchRequest(MVSVC_OPERATION_BACKUP);
   }
 
-  void restart() {
-    host::cloud::reset();
-    platform().record().clear();
-    platform().log().clear();
-  }
-
-  // The one answer the last callback gave.
+  // The one answer the last callback gave, with every list and record freed.
   Answer answer() {
     std::vector<Answer> answers = host::cloud::takeAnswers();
     EXPECT_EQ(answers.size(), 1u);
@@ -74,8 +57,10 @@ class BackupModelTest : public morvik_test::CloudFixture {
 // Every operation runs the exchange to its completion; only a backup uploads records.
 TEST_F(BackupModelTest, RunRegistersTheRecordCallbackOnlyForTheBackupOperation) {
   const std::pair<const char*, bool> cases[] = {
-      {MVSVC_OPERATION_BACKUP, true},        {MVSVC_OPERATION_GET_BACKUP_INFO, false},
-      {nullptr, false},                      {MVSVC_OPERATION_BACKUP "/", false},
+      {MVSVC_OPERATION_BACKUP, true},
+      {MVSVC_OPERATION_GET_BACKUP_INFO, false},
+      {nullptr, false},
+      {MVSVC_OPERATION_BACKUP "/", false},
       {MVSVC_OPERATION_RESTORE, false},
   };
   const int handles = host::liveAppControlCount();
@@ -97,18 +82,14 @@ TEST_F(BackupModelTest, RunRegistersTheRecordCallbackOnlyForTheBackupOperation) 
   EXPECT_EQ(host::liveAppControlCount(), handles);
 }
 
-TEST_F(BackupModelTest, WithoutTheLibraryOrWithoutRecordsRunNeitherRegistersNorReplies) {
+// Without the library or records nothing is registered nor replied; a failed registration
+// replies failure.
+TEST_F(BackupModelTest, RunFailsWithoutTheLibraryRecordsOrCallbacks) {
   host::cloud::setInitializeFailure(TALVORO_CLOUD_ERROR_IO_ERROR);
-  {
-    TestBackupModel model(request_.get(), 1);
-    EXPECT_FALSE(model.run(MVSVC_OPERATION_BACKUP));
-  }
+  EXPECT_FALSE(TestBackupModel(request_.get(), 1).run(MVSVC_OPERATION_BACKUP));
   host::cloud::setInitializeFailure(0);
-  {
-    TestBackupModel model(request_.get(), 0);
-    EXPECT_FALSE(model.run(MVSVC_OPERATION_BACKUP));
-    EXPECT_FALSE(host::cloud::callBackupPreparation());
-  }
+  EXPECT_FALSE(TestBackupModel(request_.get(), 0).run(MVSVC_OPERATION_BACKUP));
+  EXPECT_FALSE(host::cloud::callBackupPreparation());
   EXPECT_TRUE(launcherReplies().empty());
   EXPECT_EQ(serviceMessages(platform().log()),
             (Lines{"E talvoro_cloud_initialize failed.(" +
@@ -118,9 +99,8 @@ TEST_F(BackupModelTest, WithoutTheLibraryOrWithoutRecordsRunNeitherRegistersNorR
                        std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")",
                    "E size is 0"}));
   EXPECT_FALSE(host::cloud::initialized());
-}
 
-TEST_F(BackupModelTest, FailedRegistrationRepliesFailedAndStops) {
+  restart();
   host::cloud::failOperation("talvoro_cloud_backup_record_set_sending_keys_and_dates_cb", -7);
   TestBackupModel model(request_.get(), 1);
   EXPECT_FALSE(model.run(MVSVC_OPERATION_BACKUP));
@@ -179,11 +159,11 @@ TEST_F(BackupModelTest, RecordCallbackFillsTheFirstSizeRecordsAndHandsOverTheFil
                                             declared("key", "3")};
   ASSERT_TRUE(host::cloud::callBackupRecords(records));
   EXPECT_EQ(model.asked, (std::vector<unsigned int>{0, 1}));
-  EXPECT_EQ(serviceMessages(platform().log()),
-            (Lines{"E talvoro_cloud_record_get_key - key is nullptr.",
-                   "I backup jsonStr : {\"doc\":0}",
-                   "E talvoro_cloud_record_get_date - date is nullptr.",
-                   "I backup jsonStr : {\"doc\":1}"}));
+  EXPECT_EQ(
+      serviceMessages(platform().log()),
+      (Lines{"E talvoro_cloud_record_get_key - key is nullptr.", "I backup jsonStr : {\"doc\":0}",
+             "E talvoro_cloud_record_get_date - date is nullptr.",
+             "I backup jsonStr : {\"doc\":1}"}));
   const std::string path = sharedPath() + "backup.dat";
   const Answer upload = answer();
   EXPECT_EQ(upload.kind, Answer::Kind::kBackupPath);
@@ -198,7 +178,10 @@ TEST_F(BackupModelTest, RecordCallbackFillsTheFirstSizeRecordsAndHandsOverTheFil
   EXPECT_EQ(written, expected);
 }
 
-TEST_F(BackupModelTest, NoListEmptyListOrNoFirstRecordAnswerNullAndFalse) {
+// Without a list or its first record no path is sent; failures later in the walk are logged
+// and the path still goes.
+TEST_F(BackupModelTest, RecordCallbackFailures) {
+  const std::string noData = std::to_string(TALVORO_CLOUD_ERROR_NO_DATA);
   const std::pair<std::function<bool()>, Lines> cases[] = {
       {[] { return host::cloud::callBackupRecordsWithoutList(); }, {}},
       {[] { return host::cloud::callBackupRecords({}); }, {}},
@@ -207,37 +190,31 @@ TEST_F(BackupModelTest, NoListEmptyListOrNoFirstRecordAnswerNullAndFalse) {
          return host::cloud::callBackupRecords({declared("key", "1")});
        },
        {"E talvoro_cloud_list_move_to_first failed.(-3)"}},
+      {[] {
+         host::cloud::failOperation("talvoro_cloud_record_set_value", -9, 1);
+         host::cloud::failOperation("talvoro_cloud_file_create_file", -10, 1);
+         return host::cloud::callBackupRecords({declared("key", "1")});
+       },
+       {"I backup jsonStr : {\"doc\":0}", "E talvoro_cloud_record_set_value failed.(-9)",
+        "E talvoro_cloud_list_get_current_record failed.(" + noData + ")",
+        "E talvoro_cloud_list_move_to_next failed.(" + noData + ")",
+        "E talvoro_cloud_file_create_file failed.(-10)"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.second));
     restart();
-    TestBackupModel model(request_.get(), 1);
+    TestBackupModel model(request_.get(), 2);
     ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
     ASSERT_TRUE(c.first());
+    EXPECT_EQ(serviceMessages(platform().log()), c.second);
+    const bool walked = !model.asked.empty();
+    EXPECT_EQ(model.asked.size(), c.second.size() > 1 ? 1u : 0u);
     const Answer upload = answer();
     EXPECT_EQ(upload.kind, Answer::Kind::kBackupPath);
-    EXPECT_FALSE(upload.success);
-    EXPECT_FALSE(upload.path);
-    EXPECT_TRUE(model.asked.empty());
-    EXPECT_EQ(serviceMessages(platform().log()), c.second);
+    EXPECT_EQ(upload.success, walked);
+    EXPECT_EQ(upload.path,
+              walked ? std::optional<std::string>(sharedPath() + "backup.dat") : std::nullopt);
   }
-}
-
-TEST_F(BackupModelTest, FailuresDuringTheWalkAreLoggedAndThePathIsStillSent) {
-  TestBackupModel model(request_.get(), 2);
-  ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
-  host::cloud::failOperation("talvoro_cloud_record_set_value", -9, 1);
-  host::cloud::failOperation("talvoro_cloud_file_create_file", -10, 1);
-  ASSERT_TRUE(host::cloud::callBackupRecords({declared("key", "1")}));
-  const std::string noData = std::to_string(TALVORO_CLOUD_ERROR_NO_DATA);
-  EXPECT_EQ(serviceMessages(platform().log()),
-            (Lines{"I backup jsonStr : {\"doc\":0}", "E talvoro_cloud_record_set_value failed.(-9)",
-                   "E talvoro_cloud_list_get_current_record failed.(" + noData + ")",
-                   "E talvoro_cloud_list_move_to_next failed.(" + noData + ")",
-                   "E talvoro_cloud_file_create_file failed.(-10)"}));
-  const Answer upload = answer();
-  EXPECT_TRUE(upload.success);
-  EXPECT_EQ(upload.path, std::optional<std::string>(sharedPath() + "backup.dat"));
 }
 
 TEST_F(BackupModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
@@ -251,7 +228,8 @@ TEST_F(BackupModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
       [&](bool success, void* userData) { seen.emplace_back(success, userData); });
   ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
   ASSERT_TRUE(host::cloud::callBackupCompleted(false));
-  EXPECT_EQ(seen, (std::vector<std::pair<bool, void*>>{{false, static_cast<BackupModel*>(&model)}}));
+  EXPECT_EQ(seen,
+            (std::vector<std::pair<bool, void*>>{{false, static_cast<BackupModel*>(&model)}}));
   EXPECT_TRUE(serviceMessages(platform().log()).empty());
 }
 

@@ -19,21 +19,10 @@ namespace {
 
 using host::CloudRecord;
 using host::cloud::Answer;
+using morvik_test::Lines;
 using morvik_test::serviceMessages;
-using Lines = std::vector<std::string>;
+using morvik_test::TestRestoreModel;
 using Restored = std::vector<std::pair<int, std::string>>;
-
-// Remembers every record it is given and answers with `key`.
-class TestRestoreModel : public RestoreModel {
- public:
-  explicit TestRestoreModel(app_control_h request) : RestoreModel(request) {}
-  std::string restoreRecord(int index, const char* value) override {
-    restored.emplace_back(index, value ? value : "(no value)");
-    return key;
-  }
-  std::string key = "key";
-  Restored restored;
-};
 
 CloudRecord stored(const char* value) {
   CloudRecord record;
@@ -97,8 +86,9 @@ TEST_F(RestoreModelTest, RecordsAreRestoredInOrderAndSentBackStampedInSeconds) {
     EXPECT_EQ(std::to_string(date), *record.date);
     EXPECT_GE(date, before);
     EXPECT_LE(date, after);
-    EXPECT_EQ(record.value, i == 1 ? std::nullopt
-                                   : std::optional<std::string>("{\"n\":" + std::to_string(i) + "}"));
+    EXPECT_EQ(record.value, i == 1
+                                ? std::nullopt
+                                : std::optional<std::string>("{\"n\":" + std::to_string(i) + "}"));
   }
   EXPECT_EQ(host::cloud::liveLists(), 0);
 }
@@ -116,8 +106,7 @@ TEST_F(RestoreModelTest, WithoutTheLibraryOrItsCallbacksRunFails) {
                    "E talvoro_cloud_deinitialize failed.(" +
                        std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")"}));
 
-  host::cloud::reset();
-  platform().log().clear();
+  restart();
   host::cloud::failOperation("talvoro_cloud_restore_record_set_restoration_cb", -8);
   TestRestoreModel model(request_.get());
   EXPECT_FALSE(model.run());
@@ -134,8 +123,8 @@ TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
   ASSERT_TRUE(g_file_get_contents(downloaded_.c_str(), &bytes, &size, nullptr));
   const std::string damaged(bytes, size - 1);
   auto listFailed = [](int code) {
-    return "E talvoro_cloud_file_create_record_list() failed, errCode = [" +
-           std::to_string(code) + "]";
+    return "E talvoro_cloud_file_create_record_list() failed, errCode = [" + std::to_string(code) +
+           "]";
   };
   const std::string countFailed = "E talvoro_cloud_list_get_record_count() failed, errCode = [" +
                                   std::to_string(TALVORO_CLOUD_ERROR_INVALID_PARAMETER) + "]";
@@ -151,8 +140,7 @@ TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.second));
-    host::cloud::reset();
-    platform().log().clear();
+    restart();
     {
       TestRestoreModel model(request_.get());
       ASSERT_TRUE(model.run());
@@ -182,7 +170,8 @@ TEST_F(RestoreModelTest, CompletionIsForwardedOnceWithTheModelOrIgnored) {
       [&](bool success, void* userData) { seen.emplace_back(success, userData); });
   ASSERT_TRUE(model.run());
   ASSERT_TRUE(host::cloud::callRestoreCompleted(true));
-  EXPECT_EQ(seen, (std::vector<std::pair<bool, void*>>{{true, static_cast<RestoreModel*>(&model)}}));
+  EXPECT_EQ(seen,
+            (std::vector<std::pair<bool, void*>>{{true, static_cast<RestoreModel*>(&model)}}));
 }
 
 TEST_F(RestoreModelTest, ASecondExchangeIsRefusedWhileTheFirstRuns) {
