@@ -144,23 +144,11 @@ TEST_F(CloudAgentTest, RestoreHandsTheNewestSetToTheServiceAndAnEmptyCloudNothin
       << summary()[0];
 }
 
-TEST_F(CloudAgentTest, EachFailedStepEndsTheExchangeWithFailureAndStoresNothing) {
-  for (const char* step : {"prepare", "keys", "upload", "complete"}) {
-    SCOPED_TRACE(step);
-    ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, "{}", {{"cloud-fail", step}}), 0);
-    EXPECT_EQ(summary(), Lines{std::string("cloud     request 1, backup: FAILED at ") + step +
-                               ": cloud-fail=" + step});
-    EXPECT_TRUE(sets().empty());
-  }
-  storeSet("{}");
-  for (const char* step : {"prepare", "download", "complete"}) {
-    SCOPED_TRACE(step);
-    restored_.clear();
-    ASSERT_EQ(restore({{"cloud-fail", step}}), 0);
-    EXPECT_EQ(summary(), Lines{std::string("cloud     request 1, restore: FAILED at ") + step +
-                               ": cloud-fail=" + step});
-    EXPECT_EQ(restored_.size(), std::string(step) == "complete" ? 1u : 0u);
-  }
+// Every step's failure, for both directions, is also run end to end: here the line it leaves.
+TEST_F(CloudAgentTest, AFailedStepEndsTheExchangeWithFailureAndStoresNothing) {
+  ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, "{}", {{"cloud-fail", "upload"}}), 0);
+  EXPECT_EQ(summary(), Lines{"cloud     request 1, backup: FAILED at upload: cloud-fail=upload"});
+  EXPECT_TRUE(sets().empty());
   // Steps that an exchange does not have are not failed.
   ASSERT_EQ(backup(MVSVC_OPERATION_GET_BACKUP_INFO, "{}", {{"cloud-fail", "upload"}}), 1);
 }

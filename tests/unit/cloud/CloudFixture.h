@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "BackupModel.h"
+#include "LogLineMatcher.h"
 #include "MvHandles.h"
 #include "PlatformFixture.h"
 #include "RestoreModel.h"
@@ -63,6 +64,17 @@ class CloudFixture : public PlatformFixture {
     host::cloud::reset();
     platform().record().clear();
     platform().log().clear();
+  }
+
+  Lines log() { return serviceMessages(platform().log()); }
+
+  // The one answer the last callback gave, with every list and record freed.
+  host::cloud::Answer onlyAnswer() {
+    std::vector<host::cloud::Answer> answers = host::cloud::takeAnswers();
+    EXPECT_EQ(answers.size(), 1u);
+    EXPECT_EQ(host::cloud::liveLists(), 0);
+    EXPECT_EQ(host::cloud::liveRecords(), 0);
+    return answers.empty() ? host::cloud::Answer{} : answers[0];
   }
 
   static AppControlPtr launchRequest(const char* operation) {

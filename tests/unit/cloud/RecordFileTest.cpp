@@ -71,31 +71,24 @@ class RecordFileOnDiskTest : public ::testing::Test {
   const std::string path_ = temp_.path() + "/backup.dat";
 };
 
-TEST_F(RecordFileOnDiskTest, RoundTripKeepsAbsentAndEmptyFieldsApartInBothReaders) {
+// Absent and empty fields stay apart; the outline sees each value by its size and sum.
+TEST_F(RecordFileOnDiskTest, RoundTripInBothReadersAndAWholeReplacement) {
   std::string reason;
-  for (const auto& records : {kRecords, std::vector<CloudRecord>{}}) {
-    ASSERT_TRUE(host::writeRecordFile(path_, records, reason)) << reason;
-    std::vector<CloudRecord> back;
-    ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
-    EXPECT_EQ(back, records);
-    std::vector<host::RecordOutline> outline;
-    ASSERT_TRUE(host::outlineRecordFile(path_, outline, reason)) << reason;
-    ASSERT_EQ(outline.size(), records.size());
-    for (size_t i = 0; i < outline.size(); ++i) {
-      EXPECT_EQ(outline[i].key, records[i].key);
-      EXPECT_EQ(outline[i].date, records[i].date);
-      ASSERT_EQ(outline[i].valueBytes.has_value(), records[i].value.has_value());
-      if (records[i].value) {
-        EXPECT_EQ(*outline[i].valueBytes, records[i].value->size());
-        EXPECT_EQ(outline[i].valueCrc, host::valueCrc(*records[i].value));
-      }
-    }
-  }
-  // Replaced whole, by a rename that leaves no temporary behind.
-  ASSERT_TRUE(host::writeRecordFile(path_, {kRecords[2]}, reason)) << reason;
+  ASSERT_TRUE(host::writeRecordFile(path_, kRecords, reason)) << reason;
   std::vector<CloudRecord> back;
   ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
-  EXPECT_EQ(back, std::vector<CloudRecord>{kRecords[2]});
+  EXPECT_EQ(back, kRecords);
+  std::vector<host::RecordOutline> outline;
+  ASSERT_TRUE(host::outlineRecordFile(path_, outline, reason)) << reason;
+  ASSERT_EQ(outline.size(), 3u);
+  EXPECT_EQ(outline[1].key, kRecords[1].key);
+  EXPECT_EQ(outline[1].valueBytes, std::optional<size_t>(kRecords[1].value->size()));
+  EXPECT_EQ(outline[1].valueCrc, host::valueCrc(*kRecords[1].value));
+  EXPECT_FALSE(outline[2].valueBytes);
+  // Replaced whole, by a rename that leaves no temporary behind.
+  ASSERT_TRUE(host::writeRecordFile(path_, std::vector<CloudRecord>{}, reason)) << reason;
+  ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
+  EXPECT_TRUE(back.empty());
   EXPECT_EQ(names(), std::vector<std::string>{"backup.dat"});
 }
 
@@ -125,13 +118,10 @@ TEST_F(RecordFileOnDiskTest, DamagedFilesAreRefusedAsCorruptByBothReaders) {
   };
   const std::vector<Case> cases = {
       {"empty", "", "", false},
-      {"header only", good.substr(0, 12), "", false},
       {"cut in a field", good.substr(0, good.size() / 2), "", false},
       {"no checksum", good.substr(0, good.size() - 4), "", false},
-      {"last byte missing", good.substr(0, good.size() - 1), "", false},
       {"a byte too many", good + '\0', "", false},
       {"flipped count", flipped(good, 8), "", false},
-      {"flipped length", flipped(good, 12), "", false},
       {"flipped value", flipped(good, good.size() - 10), "", false},
       {"flipped checksum", flipped(good, good.size() - 1), "", false},
       {"magic", flipped(one, 0), "magic", true},
@@ -163,56 +153,28 @@ TEST_F(RecordFileOnDiskTest, DamagedFilesAreRefusedAsCorruptByBothReaders) {
   }
 }
 
-TEST_F(RecordFileOnDiskTest, WhatIsNoRegularFileIsRefusedAsUnreadableNotCorrupt) {
+// What is no regular file is unreadable, not corrupt (a FIFO refused at once, not waited on);
+// a write that fails leaves nothing behind.
+TEST_F(RecordFileOnDiskTest, RefusalsLeaveNothingBehind) {
   std::vector<CloudRecord> back;
   std::string reason;
   bool corrupt = true;
-  EXPECT_FALSE(host::readRecordFile(path_, back, reason, &corrupt));
-  EXPECT_FALSE(corrupt);
   EXPECT_FALSE(host::readRecordFile(temp_.path(), back, reason, &corrupt));
   EXPECT_FALSE(corrupt);
-  // A FIFO must be refused at once, not waited on.
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   EXPECT_FALSE(host::readRecordFile(path_, back, reason, &corrupt));
+  EXPECT_FALSE(corrupt);
   EXPECT_FALSE(host::shareRecordFile(path_, temp_.path() + "/to.dat", reason));
   g_unlink(path_.c_str());
-  EXPECT_TRUE(names().empty());
-}
-
-TEST_F(RecordFileOnDiskTest, AFailedWriteLeavesNothingBehind) {
-  std::string reason;
   EXPECT_FALSE(
       host::writeRecordFile(path_, {{std::string("a\0b", 3), std::nullopt, std::nullopt}}, reason));
   EXPECT_NE(reason.find("NUL"), std::string::npos) << reason;
   EXPECT_TRUE(names().empty());
-  // A write that cannot be put in place leaves no temporary behind.
   ASSERT_EQ(g_mkdir(path_.c_str(), 0755), 0);
   EXPECT_FALSE(host::writeRecordFile(path_, kRecords, reason));
   EXPECT_NE(reason.find("rename"), std::string::npos) << reason;
-  EXPECT_EQ(names(), std::vector<std::string>{"backup.dat"});
   EXPECT_FALSE(host::writeRecordFile(temp_.path() + "/absent/backup.dat", kRecords, reason));
   EXPECT_EQ(names(), std::vector<std::string>{"backup.dat"});
-}
-
-TEST_F(RecordFileOnDiskTest, ShareGivesTheTargetTheSameBytesByALink) {
-  const std::string source = temp_.path() + "/set.dat";
-  std::string reason;
-  ASSERT_TRUE(host::writeRecordFile(source, kRecords, reason)) << reason;
-  ASSERT_TRUE(host::writeRecordFile(path_, {kRecords[2]}, reason)) << reason;
-  ASSERT_TRUE(host::shareRecordFile(source, path_, reason)) << reason;
-  struct stat sourceInfo, targetInfo;
-  ASSERT_EQ(stat(source.c_str(), &sourceInfo), 0);
-  ASSERT_EQ(stat(path_.c_str(), &targetInfo), 0);
-  EXPECT_EQ(sourceInfo.st_ino, targetInfo.st_ino);
-  // Shared again while the target is already that file: no temporary name is left behind.
-  ASSERT_TRUE(host::shareRecordFile(source, path_, reason)) << reason;
-  EXPECT_EQ(names().size(), 2u);
-  // The source replaced later leaves the target as it was.
-  ASSERT_TRUE(host::writeRecordFile(source, {kRecords[2]}, reason)) << reason;
-  EXPECT_FALSE(host::shareRecordFile(temp_.path() + "/absent", path_, reason));
-  std::vector<CloudRecord> back;
-  ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
-  EXPECT_EQ(back, kRecords);
 }
 
 // The C API over lists, records and files.
@@ -221,36 +183,6 @@ class CloudLibraryTest : public RecordFileOnDiskTest {
   void SetUp() override { host::cloud::reset(); }
   void TearDown() override { host::cloud::reset(); }
 };
-
-TEST_F(CloudLibraryTest, ListsOwnTheirRecordsAndRecordsCopyTheirStrings) {
-  talvoro_cloud_list_h list = nullptr;
-  ASSERT_EQ(talvoro_cloud_list_create(&list), TALVORO_CLOUD_ERROR_NONE);
-  for (int i = 0; i < 2; ++i) {
-    talvoro_cloud_record_h record = nullptr;
-    ASSERT_EQ(talvoro_cloud_record_create(&record), TALVORO_CLOUD_ERROR_NONE);
-    std::string key = "key" + std::to_string(i);
-    ASSERT_EQ(talvoro_cloud_record_set_key(record, key.c_str()), TALVORO_CLOUD_ERROR_NONE);
-    key = "changed";
-    ASSERT_EQ(talvoro_cloud_list_add(list, record), TALVORO_CLOUD_ERROR_NONE);
-    EXPECT_EQ(talvoro_cloud_list_add(list, record), TALVORO_CLOUD_ERROR_INVALID_STATE);
-    EXPECT_EQ(talvoro_cloud_record_destroy(record), TALVORO_CLOUD_ERROR_INVALID_STATE);
-  }
-  // The cursor walks each record once, then stands past the end.
-  std::vector<std::string> keys;
-  ASSERT_EQ(talvoro_cloud_list_move_to_first(list), TALVORO_CLOUD_ERROR_NONE);
-  talvoro_cloud_record_h record = nullptr;
-  while (talvoro_cloud_list_get_current_record(list, &record) == TALVORO_CLOUD_ERROR_NONE) {
-    const char* key = nullptr;
-    EXPECT_EQ(talvoro_cloud_record_get_key(record, &key), TALVORO_CLOUD_ERROR_NONE);
-    keys.push_back(key);
-    ASSERT_EQ(talvoro_cloud_list_move_to_next(list), TALVORO_CLOUD_ERROR_NONE);
-  }
-  EXPECT_EQ(keys, (std::vector<std::string>{"key0", "key1"}));
-  EXPECT_EQ(talvoro_cloud_list_move_to_next(list), TALVORO_CLOUD_ERROR_NO_DATA);
-  EXPECT_EQ(host::cloud::liveRecords(), 2);
-  EXPECT_EQ(talvoro_cloud_list_destroy(list), TALVORO_CLOUD_ERROR_NONE);
-  EXPECT_EQ(host::cloud::liveRecords(), 0);
-}
 
 // A list read from a file and sent back knows its values' sums as read, whatever was set since;
 // lists read from files are freed at the last deinitialize.
