@@ -1,7 +1,6 @@
 #include "RestoreModel.h"
 
 #include <glib.h>
-#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <talvoro_cloud.h>
 #include <time.h>
@@ -80,31 +79,22 @@ TEST_F(RestoreModelTest, RecordsAreRestoredInOrderAndSentBackStampedInSeconds) {
   EXPECT_EQ(host::cloud::liveLists(), 0);
 }
 
-TEST_F(RestoreModelTest, RunFailsWithoutTheLibraryOrItsCallbacks) {
+TEST_F(RestoreModelTest, RunFailsWithoutTheLibrary) {
   host::cloud::setInitializeFailure(-4);
   EXPECT_FALSE(TestRestoreModel(request_.get()).run());
   EXPECT_EQ(log().at(1), "E talvoro_cloud is not initialized.");
   EXPECT_TRUE(launcherReplies().empty());
-  restart();
-  host::cloud::failOperation("talvoro_cloud_restore_record_set_restoration_cb", -8);
-  EXPECT_FALSE(TestRestoreModel(request_.get()).run());
-  EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_FAILED});
-  EXPECT_EQ(log(), Lines{"E talvoro_cloud_restore_record_set_restoration_cb() failed.(-8)"});
-  EXPECT_FALSE(host::cloud::callRestoreCompleted(true));
+  EXPECT_FALSE(host::cloud::callRestorePreparation());
 }
 
 TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
-  auto listFailed = [](int code) {
-    return "E talvoro_cloud_file_create_record_list() failed, errCode = [" + std::to_string(code) +
-           "]";
-  };
   const std::string countFailed = "E talvoro_cloud_list_get_record_count() failed, errCode = [" +
                                   std::to_string(TALVORO_CLOUD_ERROR_INVALID_PARAMETER) + "]";
   const std::pair<std::function<void()>, Lines> cases[] = {
-      {[&] { g_unlink(downloaded_.c_str()); },
-       {listFailed(TALVORO_CLOUD_ERROR_IO_ERROR), countFailed}},
       {[&] { ASSERT_TRUE(g_file_set_contents(downloaded_.c_str(), "TVRF", 4, nullptr)); },
-       {listFailed(TALVORO_CLOUD_ERROR_FILE_CORRUPT), countFailed}},
+       {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
+            std::to_string(TALVORO_CLOUD_ERROR_FILE_CORRUPT) + "]",
+        countFailed}},
       {[&] { download({}); }, {}},
   };
   for (const auto& c : cases) {
@@ -128,6 +118,7 @@ TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
   }
 }
 
+// The second's registration fails: it replies failure and takes nothing of the first's.
 TEST_F(RestoreModelTest, ASecondExchangeIsRefusedWhileTheFirstRuns) {
   TestRestoreModel first(request_.get());
   TestRestoreModel second(request_.get());
