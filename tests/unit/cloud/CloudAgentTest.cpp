@@ -27,7 +27,7 @@ class CloudAgentTest : public morvik_test::CloudFixture {
     CloudFixture::TearDown();
   }
 
-  void startAgent(const char* operation, std::map<std::string, std::string> faults = {}) {
+  void startAgent(const char* operation, std::map<std::string, std::string> faults) {
     // One agent at a time: each takes the library's listener for its lifetime.
     agent_.reset();
     completion_ = -1;
@@ -35,23 +35,22 @@ class CloudAgentTest : public morvik_test::CloudFixture {
     agent_ = std::make_unique<emu::CloudAgent>(platform(), cloud_.path(), faults, Lines{operation});
   }
 
-  // Runs a backup or information exchange to its end; returns the completion (1, 0, -1 none).
-  int backup(const char* operation,
-             const std::string& value = "{}",
-             std::map<std::string, std::string> faults = {}) {
-    startAgent(operation, faults);
+  // Runs a backup to its end; returns the completion (1, 0, -1 none).
+  int backup(const std::string& value, std::map<std::string, std::string> faults = {}) {
+    startAgent(MVSVC_OPERATION_BACKUP, faults);
     auto* model = new morvik_test::TestBackupModel(request_.get(), 1);
     model->document = value;
     model->setOnBackupCompleted([this](bool success, void* userData) {
       completion_ = success ? 1 : 0;
       delete static_cast<morvik_test::TestBackupModel*>(userData);
     });
-    EXPECT_TRUE(model->run(operation));
-    return finish();
+    EXPECT_TRUE(model->run(MVSVC_OPERATION_BACKUP));
+    EXPECT_TRUE(runLoopUntil([this] { return completion_ >= 0 && agent_->idle(); }, 20));
+    return completion_;
   }
 
   int restore(const char* key = "key") {
-    startAgent(MVSVC_OPERATION_RESTORE);
+    startAgent(MVSVC_OPERATION_RESTORE, {});
     auto* model = new morvik_test::TestRestoreModel(request_.get());
     model->key = key;
     model->setOnRestoreCompleted([this](bool success, void* userData) {
@@ -61,10 +60,6 @@ class CloudAgentTest : public morvik_test::CloudFixture {
       delete done;
     });
     EXPECT_TRUE(model->run());
-    return finish();
-  }
-
-  int finish() {
     EXPECT_TRUE(runLoopUntil([this] { return completion_ >= 0 && agent_->idle(); }, 20));
     return completion_;
   }
@@ -93,14 +88,14 @@ class CloudAgentTest : public morvik_test::CloudFixture {
 // A failed step stores nothing; each step waits the cloud's delay. Flows with each step failed
 // run end to end; here the lines the agent reports.
 TEST_F(CloudAgentTest, BackupStoresTheDocumentAndReportsItsContents) {
-  ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, "{}", {{"cloud-fail", "upload"}}), 0);
+  ASSERT_EQ(backup("{}", {{"cloud-fail", "upload"}}), 0);
   EXPECT_EQ(summary(), Lines{"cloud     request 1, backup: FAILED at upload: cloud-fail=upload"});
   const std::string document =
       "{\"watch_items\":[{\"pkgid\":\"f\",\"svcid\":\"com.talvoro.watchface-service\"},"
       "{\"pkgid\":\"d\",\"svcid\":\"d\",\"result\":\"downloaded\"},{\"svcid\":\"w.service\"}],"
       "\"watch_custom_bg\":[{},{}]}";
   const double start = platform().now();
-  ASSERT_EQ(backup(MVSVC_OPERATION_BACKUP, document, {{"cloud-delay", "150"}}), 1);
+  ASSERT_EQ(backup(document, {{"cloud-delay", "150"}}), 1);
   EXPECT_GE(platform().now() - start, 0.6);
   EXPECT_EQ(summary(), (Lines{"cloud     request 1, backup: stored as set 1 (1 record, " +
                                   std::to_string(document.size()) + " bytes of value)",
