@@ -17,15 +17,6 @@ using host::cloud::Answer;
 using morvik_test::Lines;
 using morvik_test::TestBackupModel;
 
-CloudRecord declared(const char* key, const char* date) {
-  CloudRecord record;
-  if (key)
-    record.key = key;
-  if (date)
-    record.date = date;
-  return record;
-}
-
 class BackupModelTest : public morvik_test::CloudFixture {
  protected:
   void SetUp() override {
@@ -126,8 +117,9 @@ TEST_F(BackupModelTest, KeysAndDatesDeclareSizeRecordsWithTheTimeInMilliseconds)
 TEST_F(BackupModelTest, RecordCallbackFillsTheFirstSizeRecordsAndHandsOverTheFile) {
   TestBackupModel model(request_.get(), 2);
   ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
-  const std::vector<CloudRecord> records = {declared(nullptr, "1"), declared("key", nullptr),
-                                            declared("key", "3")};
+  const std::vector<CloudRecord> records = {{std::nullopt, std::string("1"), std::nullopt},
+                                            {std::string("key"), std::nullopt, std::nullopt},
+                                            {std::string("key"), std::string("3"), std::nullopt}};
   ASSERT_TRUE(host::cloud::callBackupRecords(records));
   EXPECT_EQ(model.asked, (std::vector<unsigned int>{0, 1}));
   EXPECT_EQ(log(), (Lines{"E talvoro_cloud_record_get_key - key is nullptr.",

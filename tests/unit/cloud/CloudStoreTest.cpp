@@ -66,10 +66,8 @@ TEST_F(CloudStoreTest, StaleIncomingFilesGoButALiveWritersFileStays) {
   host::LockedTempFile live;
   std::string error;
   ASSERT_TRUE(live.create(dir_ + "/.incoming-XXXXXX.dat", error)) << error;
-  const std::string uploaded = temp_.path() + "/backup.dat";
-  ASSERT_TRUE(host::writeRecordFile(uploaded, {record_}, error)) << error;
   unsigned long long id = 0;
-  ASSERT_TRUE(store_.addCopyOf(uploaded, id, error)) << error;
+  ASSERT_TRUE(store_.add({record_}, id, error)) << error;
   EXPECT_FALSE(exists(".incoming-4242-0x55d0.dat"));
   EXPECT_FALSE(exists(".incoming-AbC123.dat"));
   EXPECT_TRUE(g_file_test(live.path().c_str(), G_FILE_TEST_IS_REGULAR));

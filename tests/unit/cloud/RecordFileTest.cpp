@@ -90,10 +90,9 @@ TEST_F(RecordFileOnDiskTest, RoundTripInBothReadersAndAWholeReplacement) {
   std::vector<host::RecordOutline> outline;
   ASSERT_TRUE(host::outlineRecordFile(path_, outline, reason)) << reason;
   ASSERT_EQ(outline.size(), 3u);
-  EXPECT_EQ(outline[1].key, kRecords[1].key);
-  EXPECT_EQ(outline[1].valueBytes, std::optional<size_t>(kRecords[1].value->size()));
-  EXPECT_EQ(outline[1].valueCrc, host::valueCrc(*kRecords[1].value));
-  EXPECT_FALSE(outline[2].valueBytes);
+  EXPECT_TRUE(outline[1].key == kRecords[1].key &&
+              outline[1].valueBytes == kRecords[1].value->size() &&
+              outline[1].valueCrc == host::valueCrc(*kRecords[1].value) && !outline[2].valueBytes);
   // Replaced whole, by a rename that leaves no temporary behind.
   ASSERT_TRUE(host::writeRecordFile(path_, std::vector<CloudRecord>{}, reason)) << reason;
   ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;

@@ -5,7 +5,6 @@
 #include <talvoro_cloud.h>
 #include <time.h>
 
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -87,30 +86,28 @@ TEST_F(RestoreModelTest, RunFailsWithoutTheLibrary) {
   EXPECT_FALSE(host::cloud::callRestorePreparation());
 }
 
-TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
-  const std::string countFailed = "E talvoro_cloud_list_get_record_count() failed, errCode = [" +
-                                  std::to_string(TALVORO_CLOUD_ERROR_INVALID_PARAMETER) + "]";
-  const std::pair<std::function<void()>, Lines> cases[] = {
-      {[&] { ASSERT_TRUE(g_file_set_contents(downloaded_.c_str(), "TVRF", 4, nullptr)); },
-       {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
-            std::to_string(TALVORO_CLOUD_ERROR_FILE_CORRUPT) + "]",
-        countFailed}},
-      {[&] { download({}); }, {}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.second));
+TEST_F(RestoreModelTest, ACorruptOrEmptyRecordFileGivesANullListAndFalse) {
+  const Lines corruptLog = {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
+                                std::to_string(TALVORO_CLOUD_ERROR_FILE_CORRUPT) + "]",
+                            "E talvoro_cloud_list_get_record_count() failed, errCode = [" +
+                                std::to_string(TALVORO_CLOUD_ERROR_INVALID_PARAMETER) + "]"};
+  for (const bool corrupt : {true, false}) {
+    SCOPED_TRACE(corrupt ? "corrupt" : "no records");
     restart();
     {
       TestRestoreModel model(request_.get());
       ASSERT_TRUE(model.run());
-      c.first();
+      if (corrupt)
+        ASSERT_TRUE(g_file_set_contents(downloaded_.c_str(), "TVRF", 4, nullptr));
+      else
+        download({});
       ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
       EXPECT_TRUE(model.restored.empty());
       std::vector<Answer> answers = host::cloud::takeAnswers();
       ASSERT_EQ(answers.size(), 1u);
       EXPECT_TRUE(answers[0].kind == Answer::Kind::kRecordList && !answers[0].success &&
                   !answers[0].hadList);
-      EXPECT_EQ(log(), c.second);
+      EXPECT_EQ(log(), corrupt ? corruptLog : Lines{});
     }
     // The empty list the model kept is freed with the library.
     EXPECT_EQ(host::cloud::liveLists(), 0);
