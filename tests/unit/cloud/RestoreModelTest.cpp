@@ -5,40 +5,23 @@
 #include <talvoro_cloud.h>
 #include <time.h>
 
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "CloudFixture.h"
-#include "LogLineMatcher.h"
 #include "MvSvcTypes.h"
 
 namespace {
 
 using host::CloudRecord;
 using host::cloud::Answer;
-using morvik_test::serviceMessages;
-
-// Remembers every record it is given and answers with `key`.
-class TestRestoreModel : public RestoreModel {
- public:
-  explicit TestRestoreModel(app_control_h request) : RestoreModel(request) {}
-  std::string restoreRecord(int index, const char* value) override {
-    restored.emplace_back(index, value ? value : "(no value)");
-    return key;
-  }
-  std::string key = "key";
-  std::vector<std::pair<int, std::string>> restored;
-};
+using morvik_test::Lines;
+using morvik_test::TestRestoreModel;
+using Restored = std::vector<std::pair<int, std::string>>;
 
 CloudRecord stored(const char* value) {
-  CloudRecord record;
-  record.key = "key";
-  record.date = "1732300000123";
-  if (value)
-    record.value = value;
-  return record;
+  return CloudRecord{std::string("key"), std::string("1732300000123"), std::string(value)};
 }
 
 class RestoreModelTest : public morvik_test::CloudFixture {
@@ -58,169 +41,73 @@ class RestoreModelTest : public morvik_test::CloudFixture {
   std::string downloaded_;
 };
 
-TEST_F(RestoreModelTest, RunRegistersAllFourCallbacksAndRepliesWithSuccess) {
+// A record without a value restores nothing, but still goes back with its key and date, or
+// the cloud would refuse the whole list.
+TEST_F(RestoreModelTest, RecordsAreRestoredInOrderAndSentBackStampedInSeconds) {
   TestRestoreModel model(request_.get());
-  bool completed = false;
-  model.setOnRestoreCompleted([&](bool, void*) { completed = true; });
+  model.key = "restored-key";
   ASSERT_TRUE(model.run());
-  EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_SUCCEEDED});
   EXPECT_TRUE(host::cloud::callRestorePreparation());
   EXPECT_TRUE(host::cloud::callRestorationPath());
-  download({});
-  EXPECT_TRUE(host::cloud::callRestoration(downloaded_));
-  EXPECT_TRUE(host::cloud::callRestoreCompleted(true));
-  EXPECT_TRUE(completed);
-  EXPECT_FALSE(host::cloud::callBackupPreparation());
-
-  std::vector<Answer> answers = host::cloud::takeAnswers();
-  ASSERT_EQ(answers.size(), 3u);
-  EXPECT_EQ(answers[0].kind, Answer::Kind::kRestorePreparation);
-  EXPECT_TRUE(answers[0].success);
-  EXPECT_EQ(answers[1].kind, Answer::Kind::kRestorationPath);
-  EXPECT_TRUE(answers[1].success);
-  EXPECT_EQ(answers[1].path, std::optional<std::string>(sharedPath() + "restore.dat"));
-  EXPECT_EQ(answers[2].kind, Answer::Kind::kRecordList);
-}
-
-TEST_F(RestoreModelTest, WithoutTheLibraryRunNeitherRegistersNorReplies) {
-  host::cloud::setInitializeFailure(-4);
-  {
-    TestRestoreModel model(request_.get());
-    EXPECT_FALSE(model.run());
-    EXPECT_FALSE(host::cloud::callRestorePreparation());
-  }
-  EXPECT_TRUE(launcherReplies().empty());
-  EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{
-                "E talvoro_cloud_initialize failed.(-4)", "E talvoro_cloud is not initialized.",
-                "E talvoro_cloud_deinitialize failed.(" +
-                    std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")"}));
-}
-
-TEST_F(RestoreModelTest, FailedRegistrationRepliesFailed) {
-  host::cloud::failOperation("talvoro_cloud_restore_record_set_restoration_cb", -8);
-  TestRestoreModel model(request_.get());
-  EXPECT_FALSE(model.run());
-  EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_FAILED});
-  EXPECT_EQ(
-      serviceMessages(platform().log()),
-      std::vector<std::string>{"E talvoro_cloud_restore_record_set_restoration_cb() failed.(-8)"});
-  EXPECT_TRUE(host::cloud::callRestorationPath());
-  EXPECT_FALSE(host::cloud::callRestoreCompleted(true));
-}
-
-TEST_F(RestoreModelTest, ThreeRecordsAreRestoredInOrderAndSentBackStampedInSeconds) {
-  TestRestoreModel model(request_.get());
-  ASSERT_TRUE(model.run());
-  download({stored("{\"n\":0}"), stored("{\"n\":1}"), stored("{\"n\":2}")});
-  model.key = "restored-key";
+  const std::vector<CloudRecord> downloaded = {stored("{\"n\":0}"), {}, stored("{\"n\":2}")};
+  download(downloaded);
   const long before = static_cast<long>(time(nullptr));
   ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
   const long after = static_cast<long>(time(nullptr));
 
-  EXPECT_EQ(model.restored, (std::vector<std::pair<int, std::string>>{
-                                {0, "{\"n\":0}"}, {1, "{\"n\":1}"}, {2, "{\"n\":2}"}}));
+  EXPECT_EQ(model.restored, (Restored{{0, "{\"n\":0}"}, {1, "(no value)"}, {2, "{\"n\":2}"}}));
+  EXPECT_EQ(log(),
+            (Lines{"I value : {\"n\":0}", "E talvoro_cloud_record_get_value - value is nullptr.",
+                   "I value : {\"n\":2}"}));
   std::vector<Answer> answers = host::cloud::takeAnswers();
-  ASSERT_EQ(answers.size(), 1u);
-  EXPECT_EQ(answers[0].kind, Answer::Kind::kRecordList);
-  EXPECT_TRUE(answers[0].success);
-  EXPECT_TRUE(answers[0].hadList);
-  ASSERT_EQ(answers[0].records.size(), 3u);
+  ASSERT_EQ(answers.size(), 3u);
+  EXPECT_TRUE(answers[0].kind == Answer::Kind::kRestorePreparation && answers[0].success);
+  EXPECT_EQ(answers[1].path, std::optional<std::string>(sharedPath() + "restore.dat"));
+  const Answer& sent = answers[2];
+  EXPECT_TRUE(sent.kind == Answer::Kind::kRecordList && sent.success && sent.hadList);
+  ASSERT_EQ(sent.records.size(), 3u);
   for (int i = 0; i < 3; ++i) {
-    const CloudRecord& record = answers[0].records[i];
+    const CloudRecord& record = sent.records[i];
     EXPECT_EQ(record.key, std::optional<std::string>("restored-key"));
     ASSERT_TRUE(record.date);
     const long date = std::stol(*record.date);
-    EXPECT_EQ(std::to_string(date), *record.date);
-    EXPECT_GE(date, before);
-    EXPECT_LE(date, after);
-    EXPECT_EQ(record.value, std::optional<std::string>("{\"n\":" + std::to_string(i) + "}"));
+    EXPECT_TRUE(std::to_string(date) == *record.date && date >= before && date <= after)
+        << *record.date;
+    EXPECT_EQ(record.value, downloaded[i].value);
   }
-  EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{"I value : {\"n\":0}", "I value : {\"n\":1}",
-                                      "I value : {\"n\":2}"}));
   EXPECT_EQ(host::cloud::liveLists(), 0);
 }
 
-// The model decides what a record without a value restores (nothing); it still goes back with
-// its key and date, or the cloud would refuse the whole list.
-TEST_F(RestoreModelTest, ARecordWithoutAValueStillGetsItsKeyAndDateAndTheWalkGoesOn) {
-  TestRestoreModel model(request_.get());
-  model.key = "restored-key";
-  ASSERT_TRUE(model.run());
-  download({stored("{\"n\":0}"), CloudRecord{}, stored("{\"n\":2}")});
-  const long before = static_cast<long>(time(nullptr));
-  ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
-  const long after = static_cast<long>(time(nullptr));
-  EXPECT_EQ(model.restored, (std::vector<std::pair<int, std::string>>{
-                                {0, "{\"n\":0}"}, {1, "(no value)"}, {2, "{\"n\":2}"}}));
-  std::vector<Answer> answers = host::cloud::takeAnswers();
-  ASSERT_EQ(answers.size(), 1u);
-  EXPECT_TRUE(answers[0].success);
-  ASSERT_EQ(answers[0].records.size(), 3u);
-  const CloudRecord& valueless = answers[0].records[1];
-  EXPECT_EQ(valueless.key, std::optional<std::string>("restored-key"));
-  ASSERT_TRUE(valueless.date);
-  EXPECT_GE(std::stol(*valueless.date), before);
-  EXPECT_LE(std::stol(*valueless.date), after);
-  EXPECT_FALSE(valueless.value);
-  EXPECT_EQ(serviceMessages(platform().log()),
-            (std::vector<std::string>{"I value : {\"n\":0}",
-                                      "E talvoro_cloud_record_get_value - value is nullptr.",
-                                      "I value : {\"n\":2}"}));
+TEST_F(RestoreModelTest, RunFailsWithoutTheLibrary) {
+  host::cloud::setInitializeFailure(-4);
+  EXPECT_FALSE(TestRestoreModel(request_.get()).run());
+  EXPECT_EQ(log().at(1), "E talvoro_cloud is not initialized.");
+  EXPECT_TRUE(launcherReplies().empty());
+  EXPECT_FALSE(host::cloud::callRestorePreparation());
 }
 
-TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
-  std::string damaged;
-  {
-    std::string reason;
-    const std::string written = deviceDir() + "/written.dat";
-    ASSERT_TRUE(host::writeRecordFile(written, {stored("{}")}, reason)) << reason;
-    g_autofree char* bytes = nullptr;
-    gsize size = 0;
-    ASSERT_TRUE(g_file_get_contents(written.c_str(), &bytes, &size, nullptr));
-    damaged.assign(bytes, size);
-    damaged[damaged.size() - 1] ^= 0x20;
-  }
-  struct Case {
-    const char* what;
-    std::function<void()> prepare;
-    std::vector<std::string> log;
-  };
-  const std::string countFailed = "E talvoro_cloud_list_get_record_count() failed, errCode = [" +
-                                  std::to_string(TALVORO_CLOUD_ERROR_INVALID_PARAMETER) + "]";
-  const Case cases[] = {
-      {"missing",
-       [] {},
-       {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
-            std::to_string(TALVORO_CLOUD_ERROR_IO_ERROR) + "]",
-        countFailed}},
-      {"damaged",
-       [&] {
-         ASSERT_TRUE(g_file_set_contents(downloaded_.c_str(), damaged.data(),
-                                         static_cast<gssize>(damaged.size()), nullptr));
-       },
-       {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
-            std::to_string(TALVORO_CLOUD_ERROR_FILE_CORRUPT) + "]",
-        countFailed}},
-      {"no records", [&] { download({}); }, {}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    host::cloud::reset();
-    platform().log().clear();
+TEST_F(RestoreModelTest, ACorruptOrEmptyRecordFileGivesANullListAndFalse) {
+  const Lines corruptLog = {"E talvoro_cloud_file_create_record_list() failed, errCode = [" +
+                                std::to_string(TALVORO_CLOUD_ERROR_FILE_CORRUPT) + "]",
+                            "E talvoro_cloud_list_get_record_count() failed, errCode = [" +
+                                std::to_string(TALVORO_CLOUD_ERROR_INVALID_PARAMETER) + "]"};
+  for (const bool corrupt : {true, false}) {
+    SCOPED_TRACE(corrupt ? "corrupt" : "no records");
+    restart();
     {
       TestRestoreModel model(request_.get());
       ASSERT_TRUE(model.run());
-      c.prepare();
+      if (corrupt)
+        ASSERT_TRUE(g_file_set_contents(downloaded_.c_str(), "TVRF", 4, nullptr));
+      else
+        download({});
       ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
       EXPECT_TRUE(model.restored.empty());
       std::vector<Answer> answers = host::cloud::takeAnswers();
       ASSERT_EQ(answers.size(), 1u);
-      EXPECT_EQ(answers[0].kind, Answer::Kind::kRecordList);
-      EXPECT_FALSE(answers[0].success);
-      EXPECT_FALSE(answers[0].hadList);
-      EXPECT_EQ(serviceMessages(platform().log()), c.log);
+      EXPECT_TRUE(answers[0].kind == Answer::Kind::kRecordList && !answers[0].success &&
+                  !answers[0].hadList);
+      EXPECT_EQ(log(), corrupt ? corruptLog : Lines{});
     }
     // The empty list the model kept is freed with the library.
     EXPECT_EQ(host::cloud::liveLists(), 0);
@@ -228,29 +115,14 @@ TEST_F(RestoreModelTest, AnUnreadableOrEmptyRecordFileGivesANullListAndFalse) {
   }
 }
 
-TEST_F(RestoreModelTest, CompletionIsForwardedWithTheModelOrIgnored) {
-  TestRestoreModel model(request_.get());
-  ASSERT_TRUE(model.run());
-  EXPECT_TRUE(host::cloud::callRestoreCompleted(false));
-  std::vector<std::pair<bool, void*>> seen;
-  model.setOnRestoreCompleted(
-      [&](bool success, void* userData) { seen.emplace_back(success, userData); });
-  ASSERT_TRUE(model.run());
-  ASSERT_TRUE(host::cloud::callRestoreCompleted(true));
-  ASSERT_EQ(seen.size(), 1u);
-  EXPECT_TRUE(seen[0].first);
-  EXPECT_EQ(seen[0].second, static_cast<RestoreModel*>(&model));
-}
-
+// The second's registration fails: it replies failure and takes nothing of the first's.
 TEST_F(RestoreModelTest, ASecondExchangeIsRefusedWhileTheFirstRuns) {
   TestRestoreModel first(request_.get());
   TestRestoreModel second(request_.get());
   ASSERT_TRUE(first.run());
   EXPECT_FALSE(second.run());
-  EXPECT_EQ(
-      serviceMessages(platform().log()),
-      std::vector<std::string>{"E talvoro_cloud_restore_record_set_preparation_cb() failed.(" +
-                               std::to_string(TALVORO_CLOUD_ERROR_INVALID_STATE) + ")"});
+  EXPECT_EQ(log(), Lines{"E talvoro_cloud_restore_record_set_preparation_cb() failed.(" +
+                         std::to_string(TALVORO_CLOUD_ERROR_INVALID_STATE) + ")"});
   EXPECT_EQ(launcherReplies(),
             (std::vector<int>{APP_CONTROL_RESULT_SUCCEEDED, APP_CONTROL_RESULT_FAILED}));
   download({stored("{}")});
@@ -261,7 +133,14 @@ TEST_F(RestoreModelTest, ASecondExchangeIsRefusedWhileTheFirstRuns) {
 
 // The library completes the exchange while the restoration callback still runs (its transfer
 // waits in a nested loop): the model hears of it once, after that callback, and may go then.
+// Without a handler a completion is ignored.
 TEST_F(RestoreModelTest, ACompletionDuringTheRestorationIsHeldUntilItsEnd) {
+  {
+    TestRestoreModel model(request_.get());
+    ASSERT_TRUE(model.run());
+    EXPECT_TRUE(host::cloud::callRestoreCompleted(true));
+    EXPECT_FALSE(host::cloud::callRestoreCompleted(true));
+  }
   struct CompletingModel : TestRestoreModel {
     using TestRestoreModel::TestRestoreModel;
     std::string restoreRecord(int index, const char* value) override {
@@ -276,6 +155,7 @@ TEST_F(RestoreModelTest, ACompletionDuringTheRestorationIsHeldUntilItsEnd) {
   model->completions = &completions;
   model->setOnRestoreCompleted([&](bool success, void* done) {
     EXPECT_FALSE(success);
+    EXPECT_EQ(done, static_cast<RestoreModel*>(model));
     ++completions;
     delete static_cast<CompletingModel*>(done);
   });
