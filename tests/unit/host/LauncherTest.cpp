@@ -1,10 +1,12 @@
 #include <WServiceApp.h>
 
 #include <glib.h>
+#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <service_app.h>
 #include <stdlib.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,11 +32,11 @@ class RecordingApp : public app_assist::WServiceApp {
                     (operation ? operation : "(none)"));
     free(operation);
     if (onRequest)
-      onRequest();
+      onRequest(request);
   }
 
   bool createResult = true;
-  void (*onRequest)() = nullptr;
+  std::function<void(app_control_h)> onRequest;
   std::vector<std::string> calls;
 };
 
@@ -47,9 +49,9 @@ class LauncherTest : public ::testing::Test {
   }
   void TearDown() override { host::setDeviceHooks(nullptr); }
 
-  int start(RecordingApp& app, std::vector<std::string> extra) {
-    std::vector<std::string> args{"service", "--device", device_, "--cloud",
-                                  temp_.path() + "/cloud"};
+  int start(RecordingApp& app, std::vector<std::string> extra, std::string device = "") {
+    std::vector<std::string> args{"service", "--device", device.empty() ? device_ : device,
+                                  "--cloud", cloud_};
     args.insert(args.end(), extra.begin(), extra.end());
     std::vector<char*> argv;
     for (std::string& arg : args)
@@ -59,13 +61,14 @@ class LauncherTest : public ::testing::Test {
 
   morvik_test::TempDir temp_;
   const std::string device_ = temp_.path() + "/watch";
+  const std::string cloud_ = temp_.path() + "/cloud";
   emu::EmulatedWatch watch_;
 };
 
 TEST_F(LauncherTest, DeliversRequestsInOrderAndEndsWhenTheAppExits) {
   RecordingApp app;
-  app.onRequest = [] {
-    static int delivered = 0;
+  int delivered = 0;
+  app.onRequest = [&](app_control_h) {
     if (++delivered == 2)
       service_app_exit();
   };
@@ -85,6 +88,59 @@ TEST_F(LauncherTest, DeliversRequestsInOrderAndEndsWhenTheAppExits) {
       << summary;
   EXPECT_NE(summary.find("cloud     request 3, restore: not delivered"), std::string::npos)
       << summary;
+}
+
+// What the app does wrong with its one request, and the summary line that must say so.
+TEST_F(LauncherTest, AFlowThatEndsBadlyIsAFailureInTheSummary) {
+  const struct {
+    const char* name;
+    std::function<void(app_control_h, const std::string& device)> act;
+    std::string line;  // DIR stands for the watch's directory
+  } cases[] = {
+      {"answered twice",
+       [](app_control_h request, const std::string&) {
+         app_control_h reply = nullptr;
+         app_control_create(&reply);
+         app_control_reply_to_launch_request(reply, request, APP_CONTROL_RESULT_SUCCEEDED);
+         app_control_reply_to_launch_request(reply, request, APP_CONTROL_RESULT_FAILED);
+         app_control_destroy(reply);
+       },
+       "reply     launch request 1 was answered more than once"},
+      // A directory in the profile's place: the run's changes to the watch cannot be saved.
+      {"watch not saved",
+       [](app_control_h, const std::string& device) {
+         ASSERT_EQ(g_unlink((device + "/device.json").c_str()), 0);
+         ASSERT_EQ(g_mkdir((device + "/device.json").c_str(), 0755), 0);
+       },
+       "watch     NOT SAVED: DIR/device.json: "},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string device = temp_.path() + "/" + c.name;
+    std::string error;
+    ASSERT_TRUE(emu::createSampleWatch(device, error)) << error;
+    emu::EmulatedWatch watch;
+    host::setDeviceHooks(&watch);
+    RecordingApp app;
+    app.onRequest = [&](app_control_h request) {
+      c.act(request, device);
+      service_app_exit();
+    };
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(start(app, {"--operation", "none"}, device), 4);
+    const std::string summary = testing::internal::GetCapturedStdout();
+    host::setDeviceHooks(nullptr);
+    std::string line = "\n" + c.line;
+    if (line.find("DIR") != std::string::npos)
+      line.replace(line.find("DIR"), 3, device);
+    EXPECT_NE(summary.find(line), std::string::npos) << summary;
+  }
+  // Nothing half-written is left in the watch.
+  GDir* dir = g_dir_open((temp_.path() + "/watch not saved").c_str(), 0, nullptr);
+  ASSERT_NE(dir, nullptr);
+  while (const char* name = g_dir_read_name(dir))
+    EXPECT_FALSE(g_str_has_prefix(name, "device.json.")) << name;
+  g_dir_close(dir);
 }
 
 TEST_F(LauncherTest, DeadlineEndsARunThatNeverExits) {
@@ -110,7 +166,7 @@ TEST_F(LauncherTest, WatchdogEndsTheProcessWhenTheAppHangsInANestedLoop) {
   EXPECT_EXIT(
       {
         RecordingApp app;
-        app.onRequest = [] {
+        app.onRequest = [](app_control_h) {
           GMainLoop* stuck = g_main_loop_new(nullptr, FALSE);
           g_main_loop_run(stuck);
         };
