@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "ProcessRun.h"
-#include "TempDir.h"
 
 namespace {
 
@@ -23,12 +22,9 @@ TEST(BenchCliTest, BadOptionsEndWithOneLineAndStatusTwo) {
       {{"--runs"}, "Missing argument for --runs"},
       {{"--runs", "0"}, "--runs needs a number from 1 to 100, not '0'"},
       {{"--runs=101"}, "--runs needs a number from 1 to 100, not '101'"},
-      {{"--runs=7x"}, "not '7x'"},
       {{"--runs=99999999999999999999"}, "not '99999999999999999999'"},
       {{"--runs=2", "--runs", "3"}, "--runs may be given once"},
-      {{"--work=a", "--work=b"}, "--work may be given once"},
       {{"--work="}, "--work needs a directory"},
-      {{"--bogus"}, "Unknown option --bogus"},
       {{"extra"}, "unexpected argument 'extra'"},
       {{"--work", temp.path()}, "already exists"},
   };
@@ -41,16 +37,6 @@ TEST(BenchCliTest, BadOptionsEndWithOneLineAndStatusTwo) {
     EXPECT_EQ(linesOf(result.err)[0].rfind("morvik-bench: ", 0), 0u) << result.err;
     EXPECT_NE(result.err.find(c.says), std::string::npos) << result.err;
     EXPECT_TRUE(result.out.empty());
-  }
-}
-
-TEST(BenchCliTest, HelpNamesTheLastLineAndVersionTheProject) {
-  for (const char* help : {"--help", "-h"}) {
-    const morvik_test::ProcessResult result = runProcess({MORVIK_BENCH_BIN, help});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_NE(result.out.find("--runs=N"), std::string::npos) << result.out;
-    EXPECT_NE(result.out.find("ratio=R rss_per_doc=M doc_mb=D backup_ms=B restore_ms=S floor_ms=F"),
-              std::string::npos);
   }
   const morvik_test::ProcessResult version = runProcess({MORVIK_BENCH_BIN, "--version"});
   EXPECT_EQ(version.status, 0);

@@ -2,7 +2,6 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
-#include <json-glib/json-glib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,57 +11,43 @@
 #include <vector>
 
 #include "ProcessRun.h"
-#include "TempDir.h"
 
 namespace {
 
 using morvik_test::linesOf;
 using morvik_test::ProcessResult;
 
-class CliTest : public ::testing::Test {
+class CliTest : public morvik_test::CliFixture {
  protected:
-  void makeSampleWatch() {
-    ProcessResult made = morvik_test::runProcess({MORVIK_EMU_BIN, "init", device_, "--sample"});
-    ASSERT_EQ(made.status, 0) << made.err;
-  }
+  void SetUp() override { device_ = watch("watch", "--sample"); }
 
-  ProcessResult service(std::vector<std::string> extra) {
-    std::vector<std::string> args{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_};
-    args.insert(args.end(), extra.begin(), extra.end());
-    return morvik_test::runProcess(args);
-  }
-
-  morvik_test::TempDir temp_;
-  const std::string root_ = temp_.path();
-  const std::string device_ = root_ + "/watch";
-  const std::string cloud_ = root_ + "/cloud";
+  std::string device_;
 };
 
 // On a simulated clock: the end comes 2 s after the last retail-mode request, to the millisecond.
 TEST_F(CliTest, RetailModeRequestsEndTheServiceTwoSecondsAfterTheLast) {
-  makeSampleWatch();
   const std::vector<std::string> retail{"--operation", "none", "--extra", "retail-mode=1"};
   std::vector<std::string> args = retail;
   for (const double end : {2.0, 3.5}) {
     std::vector<std::string> run = args;
     run.insert(run.end(), {"--schedule", "1", "--json", "-"});
-    ProcessResult result = service(run);
+    ProcessResult result = service(device_, run);
     EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
     g_autoptr(JsonParser) parser = json_parser_new();
-    ASSERT_TRUE(json_parser_load_from_data(parser, result.out.c_str(), -1, nullptr)) << result.out;
-    JsonObject* ended =
-        json_object_get_object_member(json_node_get_object(json_parser_get_root(parser)), "ended");
+    JsonObject* summary = morvik_test::jsonObject(parser, result.out);
+    ASSERT_NE(summary, nullptr);
+    JsonObject* ended = json_object_get_object_member(summary, "ended");
     EXPECT_STREQ(json_object_get_string_member(ended, "by"), "service");
     EXPECT_NEAR(json_object_get_double_member(ended, "at"), end, 0.001);
-    EXPECT_EQ(result.err, "");
     args.insert(args.end(), {"--then", "1.5"});
     args.insert(args.end(), retail.begin(), retail.end());
   }
 }
 
 TEST_F(CliTest, RequestWithoutExtraLogsTheErrorAndRunsIntoTheDeadline) {
-  makeSampleWatch();
-  ProcessResult run = service({"--operation", "none", "--deadline", "1.5", "--schedule", "1"});
+  ProcessResult run =
+      service(device_, {"--operation", "none", "--deadline", "1.5", "--schedule", "1"});
   EXPECT_EQ(run.status, 3);
   // The device log's shape; stderr is no terminal here, so the line has no colour.
   const std::regex expected(
@@ -72,12 +57,12 @@ TEST_F(CliTest, RequestWithoutExtraLogsTheErrorAndRunsIntoTheDeadline) {
   std::vector<std::string> lines = linesOf(run.err);
   ASSERT_EQ(lines.size(), 1u) << run.err;
   EXPECT_TRUE(std::regex_match(lines[0], expected)) << lines[0];
-  EXPECT_NE(run.out.find("ended     by the deadline of 1.5 s"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("waiting   for nothing"), std::string::npos) << run.out;
+  EXPECT_TRUE(morvik_test::hasLine(run.out, "ended     by the deadline of 1.5 s")) << run.out;
+  EXPECT_TRUE(morvik_test::hasLine(run.out, "waiting   for nothing")) << run.out;
 
+  // The file holds the run's marker line, then the same line.
   g_autofree char* logged = nullptr;
   ASSERT_TRUE(g_file_get_contents((device_ + "/log/dlog.log").c_str(), &logged, nullptr, nullptr));
-  // The file holds the run's marker line, then the same line.
   const std::vector<std::string> fileLines = linesOf(logged);
   ASSERT_EQ(fileLines.size(), 2u) << logged;
   EXPECT_NE(fileLines[0].find(" I/morvik-host(P"), std::string::npos) << fileLines[0];
@@ -88,14 +73,12 @@ TEST_F(CliTest, RequestWithoutExtraLogsTheErrorAndRunsIntoTheDeadline) {
   EXPECT_EQ(fileLines[1], lines[0]);
 }
 
-TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
-  makeSampleWatch();
-  g_file_set_contents((root_ + "/plain-file").c_str(), "x", -1, nullptr);
+TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing) {
+  file("plain-file", "x");
   g_mkdir((root_ + "/empty").c_str(), 0755);
   // Profiles that would crash or hang a reader.
   g_mkdir((root_ + "/deep").c_str(), 0755);
-  const std::string deep = std::string(200000, '[') + std::string(200000, ']');
-  g_file_set_contents((root_ + "/deep/device.json").c_str(), deep.c_str(), -1, nullptr);
+  file("deep/device.json", std::string(200000, '[') + std::string(200000, ']'));
   g_mkdir((root_ + "/fifo").c_str(), 0755);
   mkfifo((root_ + "/fifo/device.json").c_str(), 0644);
   const struct {
@@ -130,7 +113,6 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
     EXPECT_NE(lines[0].find(c.reason), std::string::npos) << lines[0];
     EXPECT_EQ(run.out, "");
   }
-  // A refused run creates nothing: no log, no cloud.
   for (const std::string& dir : {device_, root_ + "/deep", root_ + "/empty"})
     EXPECT_FALSE(g_file_test((dir + "/log").c_str(), G_FILE_TEST_EXISTS)) << dir;
   EXPECT_FALSE(g_file_test(cloud_.c_str(), G_FILE_TEST_EXISTS));

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "ProcessRun.h"
-#include "TempDir.h"
 
 namespace {
 
@@ -23,21 +22,11 @@ void expectRefused(const EmuRun& run, const std::string& reason) {
   EXPECT_NE(run.err.find(reason), std::string::npos) << run.err;
 }
 
-class CloudCliTest : public ::testing::Test {
- protected:
-  std::string file(const std::string& name, const std::string& contents) {
-    const std::string path = temp_.path() + "/" + name;
-    EXPECT_TRUE(g_file_set_contents(path.c_str(), contents.data(),
-                                    static_cast<gssize>(contents.size()), nullptr));
-    return path;
-  }
-
-  morvik_test::TempDir temp_;
-  const std::string cloud_ = temp_.path() + "/cloud";
-};
+using CloudCliTest = morvik_test::CliFixture;
 
 TEST_F(CloudCliTest, ImportedDocumentsBecomeSetsThatExportByteForByte) {
-  const std::string first = "{\"watch_main_key\":\"clock-a\"}";
+  const std::string first =
+      "{\"watch_main_key\":\"caf\xc3\xa9\",\"n\":[1.5,-2,true,null],\"e\":\"\\u00e9\\n\"}";
   const std::string second = "  {\"watch_main_key\":\"caf\xc3\xa9\"}\n";
   EmuRun run = emu({"import", cloud_, file("first.json", first)});
   ASSERT_EQ(run.status, 0) << run.err;
@@ -58,9 +47,12 @@ TEST_F(CloudCliTest, ImportedDocumentsBecomeSetsThatExportByteForByte) {
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out, first);
 
-  // An export imports back as the next set, unchanged.
-  ASSERT_EQ(emu({"import", cloud_, file("again.json", run.out)}).status, 0);
-  EXPECT_EQ(emu({"export", cloud_, "--set", "3"}).out, first);
+  // A pretty export imports back as the next set, and its bytes are kept too.
+  const EmuRun pretty = emu({"export", cloud_, "--set", "1", "--pretty"});
+  EXPECT_NE(pretty.out.find("\n  \"n\" : [\n    1.5,"), std::string::npos) << pretty.out;
+  ASSERT_EQ(emu({"import", cloud_, file("pretty.json", pretty.out)}).status, 0);
+  EXPECT_EQ(emu({"export", cloud_, "--set", "3"}).out, pretty.out);
+  EXPECT_EQ(emu({"export", cloud_, "--set", "3", "--pretty"}).out, pretty.out);
 }
 
 TEST_F(CloudCliTest, BadInputGetsOneLineAndANonZeroStatus) {
@@ -73,10 +65,8 @@ TEST_F(CloudCliTest, BadInputGetsOneLineAndANonZeroStatus) {
   expectRefused(emu({"export", cloud_}), "no backup set");
   expectRefused(emu({"sets"}), "sets needs");
   expectRefused(emu({"import", cloud_}), "import needs");
-  expectRefused(emu({"import", cloud_, temp_.path() + "/absent.json"}), "not a readable file");
-  expectRefused(emu({"import", cloud_, temp_.path()}), "not a readable file");
+  expectRefused(emu({"import", cloud_, root_ + "/absent.json"}), "not a readable file");
   expectRefused(emu({"import", cloud_, file("text.txt", "hello")}), "not a backup document");
-  expectRefused(emu({"import", cloud_, file("blank.json", " \n")}), "not a backup document");
   expectRefused(emu({"import", cloud_, file("nul.json", std::string("{\0}", 3))}), "UTF-8");
   expectRefused(emu({"import", cloud_, file("latin1.json", "{\"a\":\"\xe9\"}")}), "UTF-8");
   EXPECT_EQ(emu({"sets", cloud_}).out, "no backup sets in " + cloud_ + "\n");
@@ -84,8 +74,6 @@ TEST_F(CloudCliTest, BadInputGetsOneLineAndANonZeroStatus) {
   ASSERT_EQ(emu({"import", cloud_, file("doc.json", "{}")}).status, 0);
   expectRefused(emu({"export", cloud_, "--set", "7"}), "no set 7");
   expectRefused(emu({"export", cloud_, "--set", "x"}), "--set needs a set ID");
-  expectRefused(emu({"export", cloud_, "--set"}), "missing argument for --set");
-  expectRefused(emu({"export", cloud_, "--bogus", "1"}), "unknown option --bogus");
   expectRefused(emu({"export", cloud_, "--set=1", "--set", "1"}), "--set is given more than once");
   EXPECT_EQ(emu({"export", cloud_, "--set=1"}).out, "{}");
 }
@@ -113,20 +101,6 @@ TEST_F(CloudCliTest, ImportTakesStrictJsonOnlyAndSaysWhere) {
   EXPECT_FALSE(g_file_test((cloud_ + "/set-000001.dat").c_str(), G_FILE_TEST_EXISTS));
 }
 
-TEST_F(CloudCliTest, PrettyExportImportsBackAsTheSameDocument) {
-  const std::string document =
-      "{\"watch_main_key\":\"caf\xc3\xa9\",\"n\":[1.5,-2,true,null],\"e\":\"\\u00e9\\n\"}";
-  ASSERT_EQ(emu({"import", cloud_, file("doc.json", document)}).status, 0);
-  const EmuRun pretty = emu({"export", cloud_, "--pretty"});
-  ASSERT_EQ(pretty.status, 0) << pretty.err;
-  EXPECT_NE(pretty.out.find("\n  \"n\" : [\n    1.5,"), std::string::npos) << pretty.out;
-  ASSERT_EQ(emu({"import", cloud_, file("pretty.json", pretty.out)}).status, 0);
-  EXPECT_EQ(emu({"export", cloud_, "--set", "2", "--pretty"}).out, pretty.out);
-  // Without --pretty the stored bytes come back as they went in.
-  EXPECT_EQ(emu({"export", cloud_, "--set", "2"}).out, pretty.out);
-  EXPECT_EQ(emu({"export", cloud_, "--set", "1"}).out, document);
-}
-
 TEST_F(CloudCliTest, ADamagedSetIsReportedNotExported) {
   ASSERT_EQ(emu({"import", cloud_, file("doc.json", "{\"ok\":true}")}).status, 0);
   ASSERT_EQ(emu({"import", cloud_, file("doc2.json", "{\"ok\":2}")}).status, 0);
@@ -149,7 +123,7 @@ TEST_F(CloudCliTest, ADamagedSetIsReportedNotExported) {
 }
 
 TEST_F(CloudCliTest, CloudFaultSwitchesAreListedAndChecked) {
-  const std::string watch = temp_.path() + "/watch";
+  const std::string watch = root_ + "/watch";
   ASSERT_EQ(emu({"init", watch, "--blank"}).status, 0);
   EmuRun run = emu({"fault", watch, "list"});
   ASSERT_EQ(run.status, 0) << run.err;

@@ -6,13 +6,11 @@
 #include <vector>
 
 #include "ProcessRun.h"
-#include "TempDir.h"
 
 namespace {
 
 using morvik_test::ProcessResult;
 using morvik_test::runEmu;
-using morvik_test::runProcess;
 
 // One fault switch on one flow, and what the run's JSON result must come to: "STATUS ENDED-BY:
 // each exchange; the sets in the cloud; the items the audit found left out, and not restored".
@@ -50,35 +48,29 @@ int setsIn(const std::string& cloud) {
 }
 
 // On the simulated clock of one schedule: the silent peers' 20 s and 30 s waits take no time.
-class FaultSwitchesCliTest : public ::testing::TestWithParam<FaultCase> {
+class FaultSwitchesCliTest : public morvik_test::CliFixture,
+                             public ::testing::WithParamInterface<FaultCase> {
  protected:
-  ProcessResult service(const std::string& watch, const char* operation) {
-    return runProcess({MORVIK_SERVICE_BIN, "--device", watch, "--cloud", cloud_, "--operation",
-                       operation, "--schedule", "1", "--json", "-"});
+  ProcessResult run(const std::string& watch, const char* operation) {
+    return service(watch, {"--operation", operation, "--schedule", "1", "--json", "-"});
   }
-
-  morvik_test::TempDir temp_;
-  const std::string watch_ = temp_.path() + "/watch";
-  const std::string cloud_ = temp_.path() + "/cloud";
 };
 
 TEST_P(FaultSwitchesCliTest, EndsAsDesignedAndLeavesNothingHalfDone) {
   const FaultCase& c = GetParam();
   const bool backup = std::string(c.operation) == "backup";
   if (!backup) {
-    const std::string sample = temp_.path() + "/sample";
-    ASSERT_EQ(runEmu({"init", sample, "--sample"}).status, 0);
-    ASSERT_EQ(service(sample, "backup").status, 0);
+    ASSERT_EQ(run(watch("sample", "--sample"), "backup").status, 0);
   }
-  ASSERT_EQ(runEmu({"init", watch_, backup ? "--sample" : "--blank"}).status, 0);
-  ProcessResult set = runEmu({"fault", watch_, c.fault});
+  const std::string device = watch("watch", backup ? "--sample" : "--blank");
+  ProcessResult set = runEmu({"fault", device, c.fault});
   ASSERT_EQ(set.status, 0) << set.err;
 
-  ProcessResult run = service(watch_, c.operation);
+  ProcessResult ran = run(device, c.operation);
   g_autoptr(JsonParser) parser = json_parser_new();
-  ASSERT_TRUE(json_parser_load_from_data(parser, run.out.c_str(), -1, nullptr)) << run.out;
-  JsonObject* result = json_node_get_object(json_parser_get_root(parser));
-  std::string outcome = std::to_string(run.status) + " " +
+  JsonObject* result = morvik_test::jsonObject(parser, ran.out);
+  ASSERT_NE(result, nullptr);
+  std::string outcome = std::to_string(ran.status) + " " +
                         text(json_object_get_object_member(result, "ended"), "by") + ":";
   JsonArray* exchanges = json_object_get_array_member(result, "exchanges");
   for (guint i = 0; i < json_array_get_length(exchanges); ++i) {
@@ -90,10 +82,10 @@ TEST_P(FaultSwitchesCliTest, EndsAsDesignedAndLeavesNothingHalfDone) {
   outcome += "; sets " + std::to_string(setsIn(cloud_)) + "; left out " +
              items(result, "left_out") + "; not restored " + items(result, "not_restored");
   EXPECT_EQ(outcome, c.outcome);
-  EXPECT_EQ(json_object_get_int_member(result, "status"), run.status);
+  EXPECT_EQ(json_object_get_int_member(result, "status"), ran.status);
   EXPECT_TRUE(
       json_object_get_boolean_member(json_object_get_object_member(result, "watch"), "saved"));
-  EXPECT_EQ(runEmu({"show", watch_}).status, 0);
+  EXPECT_EQ(runEmu({"show", device}).status, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(
