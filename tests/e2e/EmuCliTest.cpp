@@ -42,6 +42,8 @@ TEST_F(EmuCliTest, OptionsAreConventionalAndBadInputIsOneLineAndStatusTwo) {
       {{"init", root_ + "/h", "--sample", "--blank"}, "not both"},
       {{"init", sample, "--blank"}, "morvik-emu: '" + sample + "' already holds a watch"},
       {{"frobnicate"}, "unknown command 'frobnicate'"},
+      {{"fault", sample, "cloud-fail=upload-later"}, "prepare, keys, upload, download, complete"},
+      {{"fault", sample, "cloud-delay=soon"}, "milliseconds"},
       {{"diff", sample}, "morvik-emu: diff needs DIR1 and DIR2"},
       {{"diff", sample, root_ + "/nowhere"}, "nowhere/device.json"},
       // A parameter that looks like an option follows "--".
@@ -72,7 +74,6 @@ TEST_F(EmuCliTest, ShowSetsAndDiffSpeakJson) {
   ASSERT_EQ(json_array_get_length(photos), 2u);
   EXPECT_TRUE(json_object_get_null_member(json_array_get_object_element(photos, 0), "file_bytes"));
   EXPECT_GT(json_object_get_int_member(json_array_get_object_element(photos, 1), "file_bytes"), 0);
-  EXPECT_EQ(json_array_get_length(json_object_get_array_member(watch, "faces")), 3u);
   EXPECT_STREQ(json_object_get_string_member(json_object_get_object_member(watch, "faults"),
                                              "watchapp-late"),
                "300");
@@ -99,42 +100,37 @@ TEST_F(EmuCliTest, ShowSetsAndDiffSpeakJson) {
   ASSERT_NE(sets, nullptr);
   JsonArray* list = json_object_get_array_member(sets, "sets");
   ASSERT_EQ(json_array_get_length(list), 2u);
-  JsonObject* good = json_array_get_object_element(list, 0);
-  EXPECT_EQ(json_object_get_int_member(good, "id"), 1);
-  EXPECT_EQ(json_object_get_int_member(good, "records"), 1);
-  EXPECT_EQ(json_object_get_int_member(good, "value_bytes"), 7);
+  EXPECT_EQ(json_object_get_int_member(json_array_get_object_element(list, 0), "value_bytes"), 7);
   JsonObject* bad = json_array_get_object_element(list, 1);
   EXPECT_EQ(json_object_get_int_member(bad, "id"), 2);
   EXPECT_TRUE(json_object_has_member(bad, "error"));
-  EXPECT_FALSE(json_object_has_member(bad, "records"));
 }
 
 TEST_F(EmuCliTest, LogShowsRunsTagsAndLevels) {
   const std::string sample = watch("sample", "--sample");
   for (const char* operation : {"backup", "none"})
-    ASSERT_NE(
-        service(sample, {"--operation", operation, "--deadline", "0.5", "--schedule", "1"}).status,
-        -1);
-  ProcessResult run = runEmu({"log", sample, "--run", "1", "--tag", "emu-watchface"});
-  ASSERT_EQ(run.status, 0) << run.err;
-  std::vector<std::string> lines = linesOf(run.out);
-  ASSERT_EQ(lines.size(), 2u) << run.out;
-  EXPECT_NE(lines[0].find(" I/morvik-host(P"), std::string::npos) << lines[0];
-  EXPECT_NE(lines[0].find("): run begins: morvik-service --device " + sample), std::string::npos);
-  EXPECT_NE(lines[1].find(" I/emu-watchface(P"), std::string::npos) << lines[1];
-  EXPECT_NE(lines[1].find("): backup request: sending 3 faces and 2 photos"), std::string::npos);
-
-  run = runEmu({"log", sample, "--last", "--level=error"});
-  ASSERT_EQ(run.status, 0) << run.err;
-  lines = linesOf(run.out);
-  ASSERT_EQ(lines.size(), 2u) << run.out;
-  EXPECT_NE(lines[0].find("--operation none"), std::string::npos) << lines[0];
-  EXPECT_NE(lines[1].find(" E/morvik-service(P"), std::string::npos) << lines[1];
-  EXPECT_NE(lines[1].find("msg is nullptr!"), std::string::npos) << lines[1];
-
-  const size_t all = linesOf(runEmu({"log", sample}).out).size();
-  EXPECT_EQ(all, linesOf(runEmu({"log", sample, "--run", "1"}).out).size() +
-                     linesOf(runEmu({"log", sample, "--run", "2"}).out).size());
+    service(sample, {"--operation", operation, "--deadline", "0.5", "--schedule", "1"});
+  const struct {
+    std::vector<std::string> args;
+    std::vector<std::string> lines;  // a part of each line shown
+  } cases[] = {
+      {{"--run", "1", "--tag", "emu-watchface"},
+       {" I/morvik-host(P", "): run begins: morvik-service --device " + sample,
+        " I/emu-watchface(P", "): backup request: sending 3 faces and 2 photos"}},
+      {{"--last", "--level=error"},
+       {"run begins: ", "--operation none", " E/morvik-service(P", "msg is nullptr!"}},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args{"log", sample};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const std::vector<std::string> lines = linesOf(runEmu(args).out);
+    ASSERT_EQ(lines.size(), 2u) << args.back();
+    for (size_t i = 0; i < c.lines.size(); ++i)
+      EXPECT_NE(lines[i / 2].find(c.lines[i]), std::string::npos) << lines[i / 2];
+  }
+  EXPECT_EQ(linesOf(runEmu({"log", sample}).out).size(),
+            linesOf(runEmu({"log", sample, "--run", "1"}).out).size() +
+                linesOf(runEmu({"log", sample, "--run", "2"}).out).size());
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
            {"log", sample, "--run", "3"},
            {"log", sample, "--run", "1", "--last"},

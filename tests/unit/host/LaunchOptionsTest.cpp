@@ -9,31 +9,6 @@ namespace {
 
 using Args = std::vector<std::string>;
 
-TEST(LaunchOptionsTest, ReadsRequestsSpacedInTime) {
-  host::LaunchOptions options;
-  std::string error;
-  ASSERT_TRUE(host::parseLaunchOptions(
-      Args{"--device",    "d",           "--cloud",       "c",          "--operation",
-           "none",        "--extra",     "retail-mode=1", "--then",     "1.5",
-           "--operation", "info",        "--extra",       "a=b=c",      "--then",
-           "0",           "--operation", "Backup",        "--deadline", "7"},
-      options, error))
-      << error;
-  EXPECT_EQ(options.deviceDir, "d");
-  EXPECT_EQ(options.cloudDir, "c");
-  EXPECT_DOUBLE_EQ(options.deadlineSeconds, 7);
-  ASSERT_EQ(options.requests.size(), 3u);
-  EXPECT_EQ(options.requests[0].operation, "");
-  EXPECT_EQ(options.requests[0].extras, (host::KeyValues{{"retail-mode", "1"}}));
-  EXPECT_DOUBLE_EQ(options.requests[0].delaySeconds, 0);
-  EXPECT_EQ(options.requests[1].operation,
-            "http://talvoro.com/appcontrol/operation/talvoro_cloud/get_backup_info");
-  EXPECT_EQ(options.requests[1].extras, (host::KeyValues{{"a", "b=c"}}));
-  EXPECT_DOUBLE_EQ(options.requests[1].delaySeconds, 1.5);
-  // Only the short names are expanded.
-  EXPECT_EQ(options.requests[2].operation, "Backup");
-}
-
 TEST(LaunchOptionsTest, RefusesBadCommandLinesWithAReason) {
   auto full = [](Args extra) {
     extra.insert(extra.begin(), {"--device", "d", "--cloud", "c"});

@@ -152,13 +152,13 @@ TEST_F(LauncherTest, DeadlineEndsARunThatNeverExits) {
 }
 
 TEST_F(LauncherTest, RefusedCreateDeliversNothing) {
-  RecordingApp app;
-  app.createResult = false;
+  RecordingApp refused;
+  refused.createResult = false;
   testing::internal::CaptureStderr();
-  EXPECT_EQ(start(app, {"--operation", "none", "--deadline", "0.2"}), 1);
+  EXPECT_EQ(start(refused, {"--operation", "none", "--deadline", "0.2"}), 1);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("onCreate returned false"),
             std::string::npos);
-  EXPECT_EQ(app.calls, std::vector<std::string>{"create"});
+  EXPECT_EQ(refused.calls, std::vector<std::string>{"create"});
 }
 
 TEST_F(LauncherTest, WatchdogEndsTheProcessWhenTheAppHangsInANestedLoop) {

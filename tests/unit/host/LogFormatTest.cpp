@@ -66,16 +66,4 @@ TEST(LogFormatTest, ColourPassesOnlyToTerminalsAndIsAlwaysReset) {
   }
 }
 
-TEST(LogFormatTest, LevelsByLetterOrName) {
-  const struct {
-    const char* name;
-    char priority;
-  } cases[] = {{"e", 'E'},     {"ERROR", 'E'}, {"warn", 'W'}, {"V", 'V'},
-               {"fatal", 'F'}, {"x", 0},       {"", 0},       {"errors", 0}};
-  for (const auto& c : cases)
-    EXPECT_EQ(host::logPriorityByName(c.name), c.priority) << c.name;
-  EXPECT_LT(host::logPriorityRank('I'), host::logPriorityRank('W'));
-  EXPECT_LT(host::logPriorityRank('E'), host::logPriorityRank('F'));
-}
-
 }  // namespace

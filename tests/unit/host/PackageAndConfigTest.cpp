@@ -1,5 +1,3 @@
-#include <app_common.h>
-#include <app_manager.h>
 #include <dlog.h>
 #include <pkgmgr-info.h>
 #include <tzplatform_config.h>
@@ -91,24 +89,6 @@ TEST_F(PackageAndConfigTest, ConfigurationStringsAreCopiesAndReadOnlyKeysRefuseW
   value = vconf_get_str("db/pel/clocks_set_idle");
   EXPECT_STREQ(value, "com.indie.clock-tidal");
   free(value);
-}
-
-TEST_F(PackageAndConfigTest, SharedTrustedPathsLiveUnderTheDeviceAndEndWithASlash) {
-  char* own = app_get_shared_trusted_path();
-  ASSERT_NE(own, nullptr);
-  EXPECT_EQ(std::string(own), deviceDir() + "/apps/com.talvoro.morvik.service/shared/trusted/");
-  EXPECT_TRUE(g_file_test(own, G_FILE_TEST_IS_DIR));
-  free(own);
-
-  char* other = nullptr;
-  EXPECT_EQ(app_manager_get_shared_trusted_path("com.talvoro.watchface", &other),
-            APP_MANAGER_ERROR_NONE);
-  EXPECT_EQ(std::string(other), deviceDir() + "/apps/com.talvoro.watchface/shared/trusted/");
-  free(other);
-  other = nullptr;
-  EXPECT_EQ(app_manager_get_shared_trusted_path("com.example.absent", &other),
-            APP_MANAGER_ERROR_NO_SUCH_APP);
-  EXPECT_EQ(other, nullptr);
 }
 
 // A backup document logged whole would be copied into every log line it passes through.
