@@ -42,27 +42,32 @@ class RecordingApp : public app_assist::WServiceApp {
 
 class LauncherTest : public ::testing::Test {
  protected:
-  void SetUp() override {
+  // Runs `app` on a new sample watch, ROOT/`name`, as the service's main() does.
+  int run(RecordingApp& app, std::vector<std::string> extra, const char* name = "watch") {
+    const std::string device = temp_.path() + "/" + name;
     std::string error;
-    ASSERT_TRUE(emu::createSampleWatch(device_, error)) << error;
-    host::setDeviceHooks(&watch_);
-  }
-  void TearDown() override { host::setDeviceHooks(nullptr); }
-
-  int start(RecordingApp& app, std::vector<std::string> extra, std::string device = "") {
-    std::vector<std::string> args{"service", "--device", device.empty() ? device_ : device,
-                                  "--cloud", cloud_};
+    EXPECT_TRUE(emu::createSampleWatch(device, error)) << error;
+    emu::EmulatedWatch watch;
+    host::setDeviceHooks(&watch);
+    std::vector<std::string> args{"service", "--device", device, "--cloud",
+                                  temp_.path() + "/cloud"};
     args.insert(args.end(), extra.begin(), extra.end());
     std::vector<char*> argv;
     for (std::string& arg : args)
       argv.push_back(&arg[0]);
-    return app.start(static_cast<int>(argv.size()), argv.data());
+    testing::internal::CaptureStdout();
+    const int status = app.start(static_cast<int>(argv.size()), argv.data());
+    summary_ = testing::internal::GetCapturedStdout();
+    host::setDeviceHooks(nullptr);
+    return status;
+  }
+
+  bool summaryHas(const std::string& line) const {
+    return summary_.find("\n" + line) != std::string::npos;
   }
 
   morvik_test::TempDir temp_;
-  const std::string device_ = temp_.path() + "/watch";
-  const std::string cloud_ = temp_.path() + "/cloud";
-  emu::EmulatedWatch watch_;
+  std::string summary_;
 };
 
 TEST_F(LauncherTest, DeliversRequestsInOrderAndEndsWhenTheAppExits) {
@@ -72,33 +77,29 @@ TEST_F(LauncherTest, DeliversRequestsInOrderAndEndsWhenTheAppExits) {
     if (++delivered == 2)
       service_app_exit();
   };
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(start(app, {"--operation", "backup", "--then", "0.05", "--operation", "none", "--then",
-                        "5", "--operation", "restore"}),
+  EXPECT_EQ(run(app, {"--operation", "backup", "--then", "0.05", "--operation", "none", "--then",
+                      "5", "--operation", "restore"}),
             4);
-  std::string summary = testing::internal::GetCapturedStdout();
   EXPECT_EQ(app.calls,
             (std::vector<std::string>{
                 "create", "first http://talvoro.com/appcontrol/operation/talvoro_cloud/backup",
                 "next (none)", "terminate"}));
-  EXPECT_NE(summary.find("ended     by the service itself"), std::string::npos) << summary;
+  EXPECT_TRUE(summaryHas("ended     by the service itself")) << summary_;
   // The app answered neither cloud request, and the run ended before the third was due.
-  EXPECT_NE(summary.find("cloud     request 1, backup: the service never answered"),
-            std::string::npos)
-      << summary;
-  EXPECT_NE(summary.find("cloud     request 3, restore: not delivered"), std::string::npos)
-      << summary;
+  EXPECT_TRUE(summaryHas("cloud     request 1, backup: the service never answered")) << summary_;
+  EXPECT_TRUE(summaryHas("cloud     request 3, restore: not delivered")) << summary_;
 }
 
 // What the app does wrong with its one request, and the summary line that must say so.
 TEST_F(LauncherTest, AFlowThatEndsBadlyIsAFailureInTheSummary) {
+  const std::string unsaved = temp_.path() + "/unsaved";
   const struct {
     const char* name;
-    std::function<void(app_control_h, const std::string& device)> act;
-    std::string line;  // DIR stands for the watch's directory
+    std::function<void(app_control_h)> act;
+    std::string line;
   } cases[] = {
-      {"answered twice",
-       [](app_control_h request, const std::string&) {
+      {"twice",
+       [](app_control_h request) {
          app_control_h reply = nullptr;
          app_control_create(&reply);
          app_control_reply_to_launch_request(reply, request, APP_CONTROL_RESULT_SUCCEEDED);
@@ -107,36 +108,25 @@ TEST_F(LauncherTest, AFlowThatEndsBadlyIsAFailureInTheSummary) {
        },
        "reply     launch request 1 was answered more than once"},
       // A directory in the profile's place: the run's changes to the watch cannot be saved.
-      {"watch not saved",
-       [](app_control_h, const std::string& device) {
-         ASSERT_EQ(g_unlink((device + "/device.json").c_str()), 0);
-         ASSERT_EQ(g_mkdir((device + "/device.json").c_str(), 0755), 0);
+      {"unsaved",
+       [&](app_control_h) {
+         ASSERT_EQ(g_unlink((unsaved + "/device.json").c_str()), 0);
+         ASSERT_EQ(g_mkdir((unsaved + "/device.json").c_str(), 0755), 0);
        },
-       "watch     NOT SAVED: DIR/device.json: "},
+       "watch     NOT SAVED: " + unsaved + "/device.json: "},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    const std::string device = temp_.path() + "/" + c.name;
-    std::string error;
-    ASSERT_TRUE(emu::createSampleWatch(device, error)) << error;
-    emu::EmulatedWatch watch;
-    host::setDeviceHooks(&watch);
     RecordingApp app;
     app.onRequest = [&](app_control_h request) {
-      c.act(request, device);
+      c.act(request);
       service_app_exit();
     };
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(start(app, {"--operation", "none"}, device), 4);
-    const std::string summary = testing::internal::GetCapturedStdout();
-    host::setDeviceHooks(nullptr);
-    std::string line = "\n" + c.line;
-    if (line.find("DIR") != std::string::npos)
-      line.replace(line.find("DIR"), 3, device);
-    EXPECT_NE(summary.find(line), std::string::npos) << summary;
+    EXPECT_EQ(run(app, {"--operation", "none"}, c.name), 4);
+    EXPECT_TRUE(summaryHas(c.line)) << summary_;
   }
   // Nothing half-written is left in the watch.
-  GDir* dir = g_dir_open((temp_.path() + "/watch not saved").c_str(), 0, nullptr);
+  GDir* dir = g_dir_open(unsaved.c_str(), 0, nullptr);
   ASSERT_NE(dir, nullptr);
   while (const char* name = g_dir_read_name(dir))
     EXPECT_FALSE(g_str_has_prefix(name, "device.json.")) << name;
@@ -145,9 +135,7 @@ TEST_F(LauncherTest, AFlowThatEndsBadlyIsAFailureInTheSummary) {
 
 TEST_F(LauncherTest, DeadlineEndsARunThatNeverExits) {
   RecordingApp app;
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(start(app, {"--operation", "none", "--deadline", "0.2"}), 3);
-  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(run(app, {"--operation", "none", "--deadline", "0.2"}), 3);
   EXPECT_EQ(app.calls, (std::vector<std::string>{"create", "first (none)", "terminate"}));
 }
 
@@ -155,7 +143,7 @@ TEST_F(LauncherTest, RefusedCreateDeliversNothing) {
   RecordingApp refused;
   refused.createResult = false;
   testing::internal::CaptureStderr();
-  EXPECT_EQ(start(refused, {"--operation", "none", "--deadline", "0.2"}), 1);
+  EXPECT_EQ(run(refused, {"--operation", "none"}, "refused"), 1);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("onCreate returned false"),
             std::string::npos);
   EXPECT_EQ(refused.calls, std::vector<std::string>{"create"});
@@ -170,7 +158,7 @@ TEST_F(LauncherTest, WatchdogEndsTheProcessWhenTheAppHangsInANestedLoop) {
           GMainLoop* stuck = g_main_loop_new(nullptr, FALSE);
           g_main_loop_run(stuck);
         };
-        start(app, {"--operation", "none", "--deadline", "0.3"});
+        run(app, {"--operation", "none", "--deadline", "0.3"});
       },
       testing::ExitedWithCode(3), "");
 }
