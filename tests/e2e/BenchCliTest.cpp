@@ -21,10 +21,8 @@ TEST(BenchCliTest, BadOptionsEndWithOneLineAndStatusTwo) {
   } cases[] = {
       {{"--runs"}, "Missing argument for --runs"},
       {{"--runs", "0"}, "--runs needs a number from 1 to 100, not '0'"},
-      {{"--runs=101"}, "--runs needs a number from 1 to 100, not '101'"},
       {{"--runs=99999999999999999999"}, "not '99999999999999999999'"},
       {{"--runs=2", "--runs", "3"}, "--runs may be given once"},
-      {{"--work="}, "--work needs a directory"},
       {{"extra"}, "unexpected argument 'extra'"},
       {{"--work", temp.path()}, "already exists"},
   };

@@ -60,17 +60,28 @@ TEST_F(CliTest, RequestWithoutExtraLogsTheErrorAndRunsIntoTheDeadline) {
   EXPECT_TRUE(morvik_test::hasLine(run.out, "ended     by the deadline of 1.5 s")) << run.out;
   EXPECT_TRUE(morvik_test::hasLine(run.out, "waiting   for nothing")) << run.out;
 
-  // The file holds the run's marker line, then the same line.
-  g_autofree char* logged = nullptr;
-  ASSERT_TRUE(g_file_get_contents((device_ + "/log/dlog.log").c_str(), &logged, nullptr, nullptr));
-  const std::vector<std::string> fileLines = linesOf(logged);
-  ASSERT_EQ(fileLines.size(), 2u) << logged;
-  EXPECT_NE(fileLines[0].find(" I/morvik-host(P"), std::string::npos) << fileLines[0];
-  EXPECT_NE(fileLines[0].find("): run begins: morvik-service --device " + device_ + " --cloud " +
-                              cloud_ + " --operation none --deadline 1.5 --schedule 1"),
-            std::string::npos)
-      << fileLines[0];
-  EXPECT_EQ(fileLines[1], lines[0]);
+  // The device's log holds the run's marker line, then the same line; the other runs and
+  // levels are left out.
+  ASSERT_EQ(service(device_, {"--operation", "backup", "--schedule", "1"}).status, 0);
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"log", device_, "--run", "1", "--level=error"},
+           {"log", device_, "--run", "1", "--tag", "morvik-service"}}) {
+    ProcessResult log = morvik_test::runEmu(args);
+    const std::vector<std::string> logged = linesOf(log.out);
+    ASSERT_EQ(logged.size(), 2u) << log.out << log.err;
+    EXPECT_NE(logged[0].find(" I/morvik-host(P"), std::string::npos) << logged[0];
+    EXPECT_NE(logged[0].find("): run begins: morvik-service --device " + device_ + " --cloud " +
+                             cloud_ + " --operation none --deadline 1.5 --schedule 1"),
+              std::string::npos)
+        << logged[0];
+    EXPECT_EQ(logged[1], lines[0]);
+  }
+  for (const std::vector<std::string>& args :
+       std::vector<std::vector<std::string>>{{"log", device_, "--run", "3"},
+                                             {"log", device_, "--run", "1", "--last"},
+                                             {"log", device_, "--level", "loud"},
+                                             {"log", root_}})
+    EXPECT_EQ(morvik_test::runEmu(args).status, 2) << args.back();
 }
 
 TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing) {
@@ -81,27 +92,23 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing
   file("deep/device.json", std::string(200000, '[') + std::string(200000, ']'));
   g_mkdir((root_ + "/fifo").c_str(), 0755);
   mkfifo((root_ + "/fifo/device.json").c_str(), 0644);
+  auto run = [&](const std::string& device, const std::string& cloud, const char* operation) {
+    return std::vector<std::string>{MORVIK_SERVICE_BIN, "--device", device, "--cloud", cloud,
+                                    "--operation",      operation};
+  };
+  std::vector<std::string> unknown = run(device_, cloud_, "none");
+  unknown.push_back("--x");
   const struct {
     std::vector<std::string> args;
     const char* reason;
   } cases[] = {
       {{MORVIK_SERVICE_BIN}, "--device DIR is required"},
-      {{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_, "--operation", "none", "--x"},
-       "unknown option '--x'"},
-      {{MORVIK_SERVICE_BIN, "--device", root_ + "/absent", "--cloud", cloud_, "--operation",
-        "none"},
-       "is not a readable, writable directory"},
-      {{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", root_ + "/plain-file", "--operation",
-        "none"},
-       "cloud directory"},
-      {{MORVIK_SERVICE_BIN, "--device", root_ + "/empty", "--cloud", cloud_, "--operation", "none"},
-       "device.json"},
-      {{MORVIK_SERVICE_BIN, "--device", root_ + "/deep", "--cloud", cloud_, "--operation",
-        "backup"},
-       "nests deeper than 512 levels"},
-      {{MORVIK_SERVICE_BIN, "--device", root_ + "/fifo", "--cloud", cloud_, "--operation", "backup",
-        "--deadline", "2"},
-       "device.json: not a regular file"},
+      {unknown, "unknown option '--x'"},
+      {run(root_ + "/absent", cloud_, "none"), "is not a readable, writable directory"},
+      {run(device_, root_ + "/plain-file", "none"), "cloud directory"},
+      {run(root_ + "/empty", cloud_, "none"), "device.json"},
+      {run(root_ + "/deep", cloud_, "backup"), "nests deeper than 512 levels"},
+      {run(root_ + "/fifo", cloud_, "backup"), "device.json: not a regular file"},
       {{MORVIK_EMU_BIN, "show", root_ + "/deep"}, "nests deeper than 512 levels"},
   };
   for (const auto& c : cases) {
@@ -121,7 +128,7 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing
   const int held = open(device_.c_str(), O_RDONLY | O_DIRECTORY);
   ASSERT_EQ(flock(held, LOCK_EX), 0);
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_, "--operation", "backup"},
+           run(device_, cloud_, "backup"),
            {MORVIK_EMU_BIN, "fault", device_, "watchface-silent"}}) {
     ProcessResult busy = morvik_test::runProcess(args);
     EXPECT_EQ(busy.status, 2);

@@ -106,40 +106,6 @@ TEST_F(EmuCliTest, ShowSetsAndDiffSpeakJson) {
   EXPECT_TRUE(json_object_has_member(bad, "error"));
 }
 
-TEST_F(EmuCliTest, LogShowsRunsTagsAndLevels) {
-  const std::string sample = watch("sample", "--sample");
-  for (const char* operation : {"backup", "none"})
-    service(sample, {"--operation", operation, "--deadline", "0.5", "--schedule", "1"});
-  const struct {
-    std::vector<std::string> args;
-    std::vector<std::string> lines;  // a part of each line shown
-  } cases[] = {
-      {{"--run", "1", "--tag", "emu-watchface"},
-       {" I/morvik-host(P", "): run begins: morvik-service --device " + sample,
-        " I/emu-watchface(P", "): backup request: sending 3 faces and 2 photos"}},
-      {{"--last", "--level=error"},
-       {"run begins: ", "--operation none", " E/morvik-service(P", "msg is nullptr!"}},
-  };
-  for (const auto& c : cases) {
-    std::vector<std::string> args{"log", sample};
-    args.insert(args.end(), c.args.begin(), c.args.end());
-    const std::vector<std::string> lines = linesOf(runEmu(args).out);
-    ASSERT_EQ(lines.size(), 2u) << args.back();
-    for (size_t i = 0; i < c.lines.size(); ++i)
-      EXPECT_NE(lines[i / 2].find(c.lines[i]), std::string::npos) << lines[i / 2];
-  }
-  EXPECT_EQ(linesOf(runEmu({"log", sample}).out).size(),
-            linesOf(runEmu({"log", sample, "--run", "1"}).out).size() +
-                linesOf(runEmu({"log", sample, "--run", "2"}).out).size());
-  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {"log", sample, "--run", "3"},
-           {"log", sample, "--run", "1", "--last"},
-           {"log", sample, "--level", "loud"},
-           {"log", root_},
-       })
-    EXPECT_EQ(runEmu(args).status, 2) << args.back();
-}
-
 TEST_F(EmuCliTest, DoctorNamesEachFinding) {
   const std::string sample = watch("sample", "--sample");
   ProcessResult run = runEmu({"doctor", sample});

@@ -39,11 +39,9 @@ std::string items(JsonObject* result, const char* member) {
 
 int setsIn(const std::string& cloud) {
   int count = 0;
-  GDir* dir = g_dir_open(cloud.c_str(), 0, nullptr);
-  while (const char* name = dir ? g_dir_read_name(dir) : nullptr)
-    count += g_str_has_prefix(name, "set-") ? 1 : 0;
-  if (dir)
-    g_dir_close(dir);
+  while (g_file_test((cloud + "/set-00000" + std::to_string(count + 1) + ".dat").c_str(),
+                     G_FILE_TEST_EXISTS))
+    ++count;
   return count;
 }
 

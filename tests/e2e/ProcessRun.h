@@ -11,7 +11,6 @@
 
 namespace morvik_test {
 
-// How a spawned program ended.
 struct ProcessResult {
   int status = -1;  // exit status, or -1 when it did not exit normally
   std::string out;
@@ -21,7 +20,6 @@ struct ProcessResult {
 // Runs `args` (program first) to its end, capturing both outputs.
 ProcessResult runProcess(std::vector<std::string> args);
 
-// morvik-emu with `args`.
 ProcessResult runEmu(std::vector<std::string> args);
 
 // The non-empty lines of `text`, and whether one of them holds `part`.

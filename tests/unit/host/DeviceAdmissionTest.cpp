@@ -16,16 +16,6 @@ namespace {
 
 const char* const kApp = "com.talvoro.morvik.service";
 
-std::vector<std::string> namesIn(const std::string& dir) {
-  std::vector<std::string> names;
-  GDir* listing = g_dir_open(dir.c_str(), 0, nullptr);
-  while (const char* name = listing ? g_dir_read_name(listing) : nullptr)
-    names.push_back(name);
-  if (listing)
-    g_dir_close(listing);
-  return names;
-}
-
 class DeviceAdmissionTest : public ::testing::Test {
  protected:
   // A device directory of exactly `length` bytes under the test's own.
@@ -55,7 +45,7 @@ TEST_F(DeviceAdmissionTest, ADirectoryWhosePathsWouldNotFitTheWatchsBufferIsRefu
   const std::string tooLong = deviceOfLength(longest + 1);
   EXPECT_FALSE(host::admitDevice(tooLong, kApp, lock, error));
   EXPECT_NE(error.find("is too long"), std::string::npos) << error;
-  EXPECT_TRUE(namesIn(tooLong).empty());
+  EXPECT_EQ(g_rmdir(tooLong.c_str()), 0);  // nothing was made in it
 }
 
 // Temporary files whose writer died are removed by the next run; one a live writer holds is not.
@@ -80,10 +70,6 @@ TEST_F(DeviceAdmissionTest, StaleTemporaryFilesGoAndLiveOnesStay) {
   for (const std::string& kept :
        {trusted + "/backup.dat", trusted + "/notes.dat.txt", device + "/device.json"})
     EXPECT_TRUE(g_file_test(kept.c_str(), G_FILE_TEST_IS_REGULAR)) << kept;
-  // The live writer finishes: its file takes its place and no temporary is left.
-  ASSERT_TRUE(live.renameTo(trusted + "/restore.dat", error)) << error;
-  EXPECT_TRUE(g_file_test((trusted + "/restore.dat").c_str(), G_FILE_TEST_IS_REGULAR));
-  EXPECT_EQ(namesIn(trusted).size(), 3u);
 }
 
 // The log file is made with the first line, and a link planted at its name is not followed.
@@ -95,10 +81,6 @@ TEST_F(DeviceAdmissionTest, TheLogFileIsOpenedLateAndNeverThroughALink) {
     EXPECT_FALSE(g_file_test(logDir.c_str(), G_FILE_TEST_EXISTS));
     sink.write('I', "tag", "first", 0);
   }
-  g_autofree char* written = nullptr;
-  ASSERT_TRUE(g_file_get_contents((logDir + "/dlog.log").c_str(), &written, nullptr, nullptr));
-  EXPECT_TRUE(g_str_has_suffix(written, "): first\n")) << written;
-
   const std::string target = temp_.path() + "/elsewhere";
   ASSERT_TRUE(g_file_set_contents(target.c_str(), "kept", -1, nullptr));
   g_unlink((logDir + "/dlog.log").c_str());

@@ -20,12 +20,7 @@ TEST(LogFormatTest, LinesHaveTheDeviceReadersShapeAndReadBack) {
   EXPECT_EQ(written[0], std::string(kTime) + " I/tag     (P   42, T 4243): a (P 1, T 2): b");
   host::DeviceLogLine read;
   ASSERT_TRUE(host::parseDeviceLogLine(written[0], read));
-  EXPECT_EQ(read.time, kTime);
-  EXPECT_EQ(read.priority, 'I');
-  EXPECT_EQ(read.tag, "tag");
-  EXPECT_EQ(read.pid, 42);
-  EXPECT_EQ(read.tid, 4243);
-  EXPECT_EQ(read.message, "a (P 1, T 2): b");
+  EXPECT_EQ(host::formatDeviceLogLine(read, false), written);
 
   // Each line of a message carries the whole header.
   const std::vector<std::string> two = host::formatDeviceLogLine(lineWith("one\ntwo"), false);
