@@ -56,11 +56,8 @@ JsonObject* jsonObject(JsonParser* parser, const std::string& text) {
     return nullptr;
   }
   JsonNode* root = json_parser_get_root(parser);
-  if (!JSON_NODE_HOLDS_OBJECT(root)) {
-    ADD_FAILURE() << "not a JSON object: " << text;
-    return nullptr;
-  }
-  return json_node_get_object(root);
+  EXPECT_TRUE(JSON_NODE_HOLDS_OBJECT(root)) << text;
+  return JSON_NODE_HOLDS_OBJECT(root) ? json_node_get_object(root) : nullptr;
 }
 
 std::string CliFixture::watch(const std::string& name, const char* kind) {

@@ -75,18 +75,13 @@ TEST_F(DeviceAdmissionTest, StaleTemporaryFilesGoAndLiveOnesStay) {
 // The log file is made with the first line, and a link planted at its name is not followed.
 TEST_F(DeviceAdmissionTest, TheLogFileIsOpenedLateAndNeverThroughALink) {
   const std::string logDir = temp_.path() + "/log";
-  {
-    host::LogSink sink(logDir + "/dlog.log");
-    sink.setEchoToStderr(false);
-    EXPECT_FALSE(g_file_test(logDir.c_str(), G_FILE_TEST_EXISTS));
-    sink.write('I', "tag", "first", 0);
-  }
-  const std::string target = temp_.path() + "/elsewhere";
-  ASSERT_TRUE(g_file_set_contents(target.c_str(), "kept", -1, nullptr));
-  g_unlink((logDir + "/dlog.log").c_str());
-  ASSERT_EQ(symlink(target.c_str(), (logDir + "/dlog.log").c_str()), 0);
   host::LogSink sink(logDir + "/dlog.log");
   sink.setEchoToStderr(false);
+  EXPECT_FALSE(g_file_test(logDir.c_str(), G_FILE_TEST_EXISTS));
+  const std::string target = temp_.path() + "/elsewhere";
+  ASSERT_TRUE(g_file_set_contents(target.c_str(), "kept", -1, nullptr));
+  ASSERT_EQ(g_mkdir(logDir.c_str(), 0755), 0);
+  ASSERT_EQ(symlink(target.c_str(), (logDir + "/dlog.log").c_str()), 0);
   sink.write('E', "tag", "through the link", 0);
   g_autofree char* kept = nullptr;
   ASSERT_TRUE(g_file_get_contents(target.c_str(), &kept, nullptr, nullptr));
