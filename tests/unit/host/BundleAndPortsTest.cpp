@@ -61,20 +61,13 @@ void collect(int portId, const char* remoteAppId, const char*, bool, bundle* mes
   inbox->messages.push_back(message->keyValues());
 }
 
-class MessagePortTest : public morvik_test::PlatformFixture {
- protected:
-  void SetUp() override {
-    PlatformFixture::SetUp();
-    platform().packages().install({kWatchface, kWatchface, "svcapp", true});
-    watchface_ = std::make_shared<FakeApp>(std::vector<std::string>{kWatchfacePort});
-    platform().registerApp(kWatchface, watchface_);
-  }
-
-  std::shared_ptr<FakeApp> watchface_;
-};
+using MessagePortTest = morvik_test::PlatformFixture;
 
 // The service registers its port again for each flow: the peers keep sending to the same ID.
-TEST_F(MessagePortTest, PeerMessagesReachTheLocalPortLaterUnderOneId) {
+TEST_F(MessagePortTest, MessagesCrossLaterOnlyToKnownPortsAndUnderOneIdPerName) {
+  platform().packages().install({kWatchface, kWatchface, "svcapp", true});
+  auto watchface = std::make_shared<FakeApp>(std::vector<std::string>{kWatchfacePort});
+  platform().registerApp(kWatchface, watchface);
   Inbox first, second;
   int id = message_port_register_trusted_local_port(kOwnPort, collect, &first);
   ASSERT_GT(id, 0);
@@ -96,9 +89,8 @@ TEST_F(MessagePortTest, PeerMessagesReachTheLocalPortLaterUnderOneId) {
   runLoopFor(0.1);
   EXPECT_EQ(second.messages.size(), 1u);
   EXPECT_EQ(platform().record().ofKind(BoundaryEvent::Kind::kMessageDropped).size(), 1u);
-}
 
-TEST_F(MessagePortTest, SentMessagesReachOnlyAKnownPeerPortLater) {
+  // The other way: only to a known peer's port, and later.
   bundle* message = bundle_create();
   bundle_add_str(message, "operation", "talvoro_cloud_restore");
   bundle_add_str(message, "type", "image");
@@ -112,11 +104,11 @@ TEST_F(MessagePortTest, SentMessagesReachOnlyAKnownPeerPortLater) {
             MESSAGE_PORT_ERROR_NONE);
   // The bundle stays the sender's: freeing it at once must not lose the message.
   bundle_free(message);
-  EXPECT_TRUE(watchface_->messages.empty());
+  EXPECT_TRUE(watchface->messages.empty());
   runLoopFor(0.05);
-  ASSERT_EQ(watchface_->messages.size(), 1u);
-  EXPECT_EQ(watchface_->messages[0].fromAppId, kSelfAppId);
-  EXPECT_EQ(watchface_->messages[0].entries,
+  ASSERT_EQ(watchface->messages.size(), 1u);
+  EXPECT_EQ(watchface->messages[0].fromAppId, kSelfAppId);
+  EXPECT_EQ(watchface->messages[0].entries,
             (host::KeyValues{{"operation", "talvoro_cloud_restore"}, {"type", "image"}}));
 }
 

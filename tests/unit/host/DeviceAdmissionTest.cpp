@@ -33,7 +33,6 @@ class DeviceAdmissionTest : public ::testing::Test {
 // that would not leave room is refused, never truncated, and nothing is made in it.
 TEST_F(DeviceAdmissionTest, ADirectoryWhosePathsWouldNotFitTheWatchsBufferIsRefused) {
   const size_t longest = host::maxDeviceDirBytes(kApp);
-  EXPECT_EQ(longest, 64u);
   ASSERT_GT(longest, temp_.path().size() + 1);
   std::string error;
   {
