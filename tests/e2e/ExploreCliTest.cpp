@@ -22,12 +22,11 @@ using ExploreCliTest = morvik_test::CliFixture;
 // The cases once found by hand, and a range of seeds, end with every invariant held.
 TEST_F(ExploreCliTest, NamedCasesAndASeedRangeHoldEveryInvariant) {
   for (const auto& args : std::vector<std::vector<std::string>>{
-           {"explore", "--scenario", "all"}, {"explore", "--seeds", "12", "--first", "9000"}}) {
+           {"explore", "--scenario", "all"}, {"explore", "--seeds", "8", "--first", "9000"}}) {
     ProcessResult run = runEmu(args);
     EXPECT_EQ(run.status, 0) << run.out << run.err;
     ASSERT_FALSE(linesOf(run.out).empty());
-    EXPECT_EQ(linesOf(run.out).back(),
-              std::string("explore: seeds=") + (args[1] == "--seeds" ? "12" : "8") + " failures=0");
+    EXPECT_EQ(linesOf(run.out).back(), "explore: seeds=8 failures=0");
   }
 }
 
