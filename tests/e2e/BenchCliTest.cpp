@@ -4,16 +4,14 @@
 #include <vector>
 
 #include "ProcessRun.h"
-#include "TempDir.h"
 
 namespace {
 
 using morvik_test::linesOf;
 using morvik_test::runProcess;
 
-// The measured runs themselves are covered in-process (tests/unit/bench); here only what a
-// user types: bad input ends at once with one line that says what is wrong, before any watch
-// is built.
+// The measured runs are covered in-process; here bad input ends at once, before any watch is
+// built, with one line that says what is wrong.
 TEST(BenchCliTest, BadOptionsEndWithOneLineAndStatusTwo) {
   morvik_test::TempDir temp;
   const struct {
@@ -22,13 +20,8 @@ TEST(BenchCliTest, BadOptionsEndWithOneLineAndStatusTwo) {
   } cases[] = {
       {{"--runs"}, "Missing argument for --runs"},
       {{"--runs", "0"}, "--runs needs a number from 1 to 100, not '0'"},
-      {{"--runs=101"}, "--runs needs a number from 1 to 100, not '101'"},
-      {{"--runs=7x"}, "not '7x'"},
       {{"--runs=99999999999999999999"}, "not '99999999999999999999'"},
       {{"--runs=2", "--runs", "3"}, "--runs may be given once"},
-      {{"--work=a", "--work=b"}, "--work may be given once"},
-      {{"--work="}, "--work needs a directory"},
-      {{"--bogus"}, "Unknown option --bogus"},
       {{"extra"}, "unexpected argument 'extra'"},
       {{"--work", temp.path()}, "already exists"},
   };
@@ -42,19 +35,6 @@ TEST(BenchCliTest, BadOptionsEndWithOneLineAndStatusTwo) {
     EXPECT_NE(result.err.find(c.says), std::string::npos) << result.err;
     EXPECT_TRUE(result.out.empty());
   }
-}
-
-TEST(BenchCliTest, HelpNamesTheLastLineAndVersionTheProject) {
-  for (const char* help : {"--help", "-h"}) {
-    const morvik_test::ProcessResult result = runProcess({MORVIK_BENCH_BIN, help});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_NE(result.out.find("--runs=N"), std::string::npos) << result.out;
-    EXPECT_NE(result.out.find("ratio=R rss_per_doc=M doc_mb=D backup_ms=B restore_ms=S floor_ms=F"),
-              std::string::npos);
-  }
-  const morvik_test::ProcessResult version = runProcess({MORVIK_BENCH_BIN, "--version"});
-  EXPECT_EQ(version.status, 0);
-  EXPECT_EQ(version.out, std::string("morvik-bench ") + MORVIK_VERSION + "\n");
 }
 
 }  // namespace

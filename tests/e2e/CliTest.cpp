@@ -11,58 +11,44 @@
 #include <vector>
 
 #include "ProcessRun.h"
-#include "TempDir.h"
 
 namespace {
 
 using morvik_test::linesOf;
 using morvik_test::ProcessResult;
 
-class CliTest : public ::testing::Test {
+class CliTest : public morvik_test::CliFixture {
  protected:
-  void makeSampleWatch() {
-    ProcessResult made = morvik_test::runProcess({MORVIK_EMU_BIN, "init", device_, "--sample"});
-    ASSERT_EQ(made.status, 0) << made.err;
-  }
+  void SetUp() override { device_ = watch("watch", "--sample"); }
 
-  ProcessResult service(std::vector<std::string> extra) {
-    std::vector<std::string> args{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_};
-    args.insert(args.end(), extra.begin(), extra.end());
-    return morvik_test::runProcess(args);
-  }
-
-  morvik_test::TempDir temp_;
-  const std::string root_ = temp_.path();
-  const std::string device_ = root_ + "/watch";
-  const std::string cloud_ = root_ + "/cloud";
+  std::string device_;
 };
 
-TEST_F(CliTest, RetailModeRequestEndsTheServiceAboutTwoSecondsLater) {
-  makeSampleWatch();
-  ProcessResult run =
-      service({"--operation", "none", "--extra", "retail-mode=1", "--deadline", "20"});
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_GE(run.seconds, 2.0);
-  EXPECT_LT(run.seconds, 20.0);
-  EXPECT_NE(run.out.find("ended     by the service itself"), std::string::npos) << run.out;
-  EXPECT_EQ(run.err, "");
-}
-
-TEST_F(CliTest, SecondRetailModeRequestPostponesTheEnd) {
-  makeSampleWatch();
-  ProcessResult run =
-      service({"--operation", "none", "--extra", "retail-mode=1", "--then", "1", "--operation",
-               "none", "--extra", "retail-mode=1", "--deadline", "20"});
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_GE(run.seconds, 3.0);
-  EXPECT_LT(run.seconds, 20.0);
+// On a simulated clock: the end comes 2 s after the last retail-mode request, to the millisecond.
+TEST_F(CliTest, RetailModeRequestsEndTheServiceTwoSecondsAfterTheLast) {
+  const std::vector<std::string> retail{"--operation", "none", "--extra", "retail-mode=1"};
+  std::vector<std::string> args = retail;
+  for (const double end : {2.0, 3.5}) {
+    std::vector<std::string> run = args;
+    run.insert(run.end(), {"--schedule", "1", "--json", "-"});
+    ProcessResult result = service(device_, run);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    g_autoptr(JsonParser) parser = json_parser_new();
+    JsonObject* summary = morvik_test::jsonObject(parser, result.out);
+    ASSERT_NE(summary, nullptr);
+    JsonObject* ended = json_object_get_object_member(summary, "ended");
+    EXPECT_STREQ(json_object_get_string_member(ended, "by"), "service");
+    EXPECT_NEAR(json_object_get_double_member(ended, "at"), end, 0.001);
+    args.insert(args.end(), {"--then", "1.5"});
+    args.insert(args.end(), retail.begin(), retail.end());
+  }
 }
 
 TEST_F(CliTest, RequestWithoutExtraLogsTheErrorAndRunsIntoTheDeadline) {
-  makeSampleWatch();
-  ProcessResult run = service({"--operation", "none", "--deadline", "1.5"});
+  ProcessResult run =
+      service(device_, {"--operation", "none", "--deadline", "1.5", "--schedule", "1"});
   EXPECT_EQ(run.status, 3);
-  EXPECT_GE(run.seconds, 1.5);
   // The device log's shape; stderr is no terminal here, so the line has no colour.
   const std::regex expected(
       "[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}[+-][0-9]{4} "
@@ -71,59 +57,55 @@ TEST_F(CliTest, RequestWithoutExtraLogsTheErrorAndRunsIntoTheDeadline) {
   std::vector<std::string> lines = linesOf(run.err);
   ASSERT_EQ(lines.size(), 1u) << run.err;
   EXPECT_TRUE(std::regex_match(lines[0], expected)) << lines[0];
-  EXPECT_NE(run.out.find("ended     by the deadline of 1.5 s"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("waiting   for nothing"), std::string::npos) << run.out;
+  EXPECT_TRUE(morvik_test::hasLine(run.out, "ended     by the deadline of 1.5 s")) << run.out;
+  EXPECT_TRUE(morvik_test::hasLine(run.out, "waiting   for nothing")) << run.out;
 
-  g_autofree char* logged = nullptr;
-  ASSERT_TRUE(g_file_get_contents((device_ + "/log/dlog.log").c_str(), &logged, nullptr, nullptr));
-  // The file holds the run's marker line, then the same line.
-  const std::vector<std::string> fileLines = linesOf(logged);
-  ASSERT_EQ(fileLines.size(), 2u) << logged;
-  EXPECT_NE(fileLines[0].find(" I/morvik-host(P"), std::string::npos) << fileLines[0];
-  EXPECT_NE(fileLines[0].find("): run begins: morvik-service --device " + device_ + " --cloud " +
-                              cloud_ + " --operation none --deadline 1.5"),
-            std::string::npos)
-      << fileLines[0];
-  EXPECT_EQ(fileLines[1], lines[0]);
+  // The device's log holds the run's marker line, then the same line; the other runs and
+  // levels are left out.
+  ASSERT_EQ(service(device_, {"--operation", "backup", "--schedule", "1"}).status, 0);
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"log", device_, "--run", "1", "--level=error"},
+           {"log", device_, "--run", "1", "--tag", "morvik-service"}}) {
+    ProcessResult log = morvik_test::runEmu(args);
+    const std::vector<std::string> logged = linesOf(log.out);
+    ASSERT_EQ(logged.size(), 2u) << log.out << log.err;
+    EXPECT_NE(logged[0].find(" I/morvik-host(P"), std::string::npos) << logged[0];
+    EXPECT_NE(logged[0].find("): run begins: morvik-service --device " + device_ + " --cloud " +
+                             cloud_ + " --operation none --deadline 1.5 --schedule 1"),
+              std::string::npos)
+        << logged[0];
+    EXPECT_EQ(logged[1], lines[0]);
+  }
+  for (const std::vector<std::string>& args :
+       std::vector<std::vector<std::string>>{{"log", device_, "--run", "3"},
+                                             {"log", device_, "--run", "1", "--last"},
+                                             {"log", device_, "--level", "loud"},
+                                             {"log", root_}})
+    EXPECT_EQ(morvik_test::runEmu(args).status, 2) << args.back();
 }
 
-TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
-  makeSampleWatch();
-  g_file_set_contents((root_ + "/plain-file").c_str(), "x", -1, nullptr);
+TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing) {
+  file("plain-file", "x");
   g_mkdir((root_ + "/empty").c_str(), 0755);
-  // A directory too long for the watch's 128-byte record path, and profiles that would crash or
-  // hang a reader.
-  ASSERT_LT(root_.size(), 60u);
-  const std::string tooLong = root_ + "/" + std::string(64 - root_.size(), 'd');
-  g_mkdir(tooLong.c_str(), 0755);
+  // Profiles that would crash or hang a reader.
   g_mkdir((root_ + "/deep").c_str(), 0755);
-  const std::string deep = std::string(200000, '[') + std::string(200000, ']');
-  g_file_set_contents((root_ + "/deep/device.json").c_str(), deep.c_str(), -1, nullptr);
+  file("deep/device.json", std::string(200000, '[') + std::string(200000, ']'));
   g_mkdir((root_ + "/fifo").c_str(), 0755);
   mkfifo((root_ + "/fifo/device.json").c_str(), 0644);
+  auto run = [&](const std::string& device, const std::string& cloud, const char* operation) {
+    return std::vector<std::string>{MORVIK_SERVICE_BIN, "--device", device, "--cloud", cloud,
+                                    "--operation",      operation};
+  };
   const struct {
     std::vector<std::string> args;
     const char* reason;
   } cases[] = {
       {{MORVIK_SERVICE_BIN}, "--device DIR is required"},
-      {{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_, "--operation", "none", "--x"},
-       "unknown option '--x'"},
-      {{MORVIK_SERVICE_BIN, "--device", root_ + "/absent", "--cloud", cloud_, "--operation",
-        "none"},
-       "is not a readable, writable directory"},
-      {{MORVIK_SERVICE_BIN, "--device", device_, "--cloud", root_ + "/plain-file", "--operation",
-        "none"},
-       "cloud directory"},
-      {{MORVIK_SERVICE_BIN, "--device", root_ + "/empty", "--cloud", cloud_, "--operation", "none"},
-       "device.json"},
-      {{MORVIK_SERVICE_BIN, "--device", tooLong, "--cloud", cloud_, "--operation", "backup"},
-       "is too long"},
-      {{MORVIK_SERVICE_BIN, "--device", root_ + "/deep", "--cloud", cloud_, "--operation",
-        "backup"},
-       "nests deeper than 512 levels"},
-      {{MORVIK_SERVICE_BIN, "--device", root_ + "/fifo", "--cloud", cloud_, "--operation", "backup",
-        "--deadline", "2"},
-       "device.json: not a regular file"},
+      {run(root_ + "/absent", cloud_, "none"), "is not a readable, writable directory"},
+      {run(device_, root_ + "/plain-file", "none"), "cloud directory"},
+      {run(root_ + "/empty", cloud_, "none"), "device.json"},
+      {run(root_ + "/deep", cloud_, "backup"), "nests deeper than 512 levels"},
+      {run(root_ + "/fifo", cloud_, "backup"), "device.json: not a regular file"},
       {{MORVIK_EMU_BIN, "show", root_ + "/deep"}, "nests deeper than 512 levels"},
   };
   for (const auto& c : cases) {
@@ -135,8 +117,7 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
     EXPECT_NE(lines[0].find(c.reason), std::string::npos) << lines[0];
     EXPECT_EQ(run.out, "");
   }
-  // A refused run creates nothing: no log, no cloud.
-  for (const std::string& dir : {device_, tooLong, root_ + "/deep", root_ + "/empty"})
+  for (const std::string& dir : {device_, root_ + "/deep", root_ + "/empty"})
     EXPECT_FALSE(g_file_test((dir + "/log").c_str(), G_FILE_TEST_EXISTS)) << dir;
   EXPECT_FALSE(g_file_test(cloud_.c_str(), G_FILE_TEST_EXISTS));
 
@@ -144,7 +125,7 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
   const int held = open(device_.c_str(), O_RDONLY | O_DIRECTORY);
   ASSERT_EQ(flock(held, LOCK_EX), 0);
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {MORVIK_SERVICE_BIN, "--device", device_, "--cloud", cloud_, "--operation", "backup"},
+           run(device_, cloud_, "backup"),
            {MORVIK_EMU_BIN, "fault", device_, "watchface-silent"}}) {
     ProcessResult busy = morvik_test::runProcess(args);
     EXPECT_EQ(busy.status, 2);
@@ -154,32 +135,6 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLine) {
   close(held);
   EXPECT_FALSE(g_file_test(cloud_.c_str(), G_FILE_TEST_EXISTS));
   EXPECT_EQ(morvik_test::runEmu({"fault", device_, "list"}).out.find("[set:"), std::string::npos);
-
-  ProcessResult help = morvik_test::runProcess({MORVIK_SERVICE_BIN, "--help"});
-  EXPECT_EQ(help.status, 0);
-  EXPECT_NE(help.out.find("--then=SECONDS"), std::string::npos);
-}
-
-TEST_F(CliTest, EmuMakesAndShowsWatchesAndRefusesToOverwriteOne) {
-  makeSampleWatch();
-  ProcessResult shown = morvik_test::runProcess({MORVIK_EMU_BIN, "show", device_});
-  EXPECT_EQ(shown.status, 0) << shown.err;
-  EXPECT_NE(shown.out.find("idle clock  com.talvoro.watchface"), std::string::npos) << shown.out;
-  EXPECT_NE(shown.out.find("com.indie.clock-tidal"), std::string::npos);
-
-  ProcessResult again = morvik_test::runProcess({MORVIK_EMU_BIN, "init", device_, "--blank"});
-  EXPECT_EQ(again.status, 2);
-  EXPECT_EQ(again.err, "morvik-emu: '" + device_ + "' already holds a watch\n");
-
-  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {MORVIK_EMU_BIN, "init", root_ + "/w2", "--grey"},
-           {MORVIK_EMU_BIN, "show", root_ + "/absent"},
-           {MORVIK_EMU_BIN, "launch"},
-       }) {
-    ProcessResult bad = morvik_test::runProcess(args);
-    EXPECT_NE(bad.status, 0);
-    EXPECT_EQ(linesOf(bad.err).size(), 1u) << bad.err;
-  }
 }
 
 }  // namespace

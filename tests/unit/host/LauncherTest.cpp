@@ -1,10 +1,12 @@
 #include <WServiceApp.h>
 
 #include <glib.h>
+#include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <service_app.h>
 #include <stdlib.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,79 +32,121 @@ class RecordingApp : public app_assist::WServiceApp {
                     (operation ? operation : "(none)"));
     free(operation);
     if (onRequest)
-      onRequest();
+      onRequest(request);
   }
 
   bool createResult = true;
-  void (*onRequest)() = nullptr;
+  std::function<void(app_control_h)> onRequest;
   std::vector<std::string> calls;
 };
 
 class LauncherTest : public ::testing::Test {
  protected:
-  void SetUp() override {
+  // Runs `app` on a new sample watch, ROOT/`name`, as the service's main() does.
+  int run(RecordingApp& app, std::vector<std::string> extra, const char* name = "watch") {
+    const std::string device = temp_.path() + "/" + name;
     std::string error;
-    ASSERT_TRUE(emu::createSampleWatch(device_, error)) << error;
-    host::setDeviceHooks(&watch_);
-  }
-  void TearDown() override { host::setDeviceHooks(nullptr); }
-
-  int start(RecordingApp& app, std::vector<std::string> extra) {
-    std::vector<std::string> args{"service", "--device", device_, "--cloud",
+    EXPECT_TRUE(emu::createSampleWatch(device, error)) << error;
+    emu::EmulatedWatch watch;
+    host::setDeviceHooks(&watch);
+    std::vector<std::string> args{"service", "--device", device, "--cloud",
                                   temp_.path() + "/cloud"};
     args.insert(args.end(), extra.begin(), extra.end());
     std::vector<char*> argv;
     for (std::string& arg : args)
       argv.push_back(&arg[0]);
-    return app.start(static_cast<int>(argv.size()), argv.data());
+    testing::internal::CaptureStdout();
+    const int status = app.start(static_cast<int>(argv.size()), argv.data());
+    summary_ = testing::internal::GetCapturedStdout();
+    host::setDeviceHooks(nullptr);
+    return status;
+  }
+
+  bool summaryHas(const std::string& line) const {
+    return summary_.find("\n" + line) != std::string::npos;
   }
 
   morvik_test::TempDir temp_;
-  const std::string device_ = temp_.path() + "/watch";
-  emu::EmulatedWatch watch_;
+  std::string summary_;
 };
 
 TEST_F(LauncherTest, DeliversRequestsInOrderAndEndsWhenTheAppExits) {
   RecordingApp app;
-  app.onRequest = [] {
-    static int delivered = 0;
+  int delivered = 0;
+  app.onRequest = [&](app_control_h) {
     if (++delivered == 2)
       service_app_exit();
   };
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(start(app, {"--operation", "backup", "--then", "0.05", "--operation", "none", "--then",
-                        "5", "--operation", "restore"}),
+  EXPECT_EQ(run(app, {"--operation", "backup", "--then", "0.05", "--operation", "none", "--then",
+                      "5", "--operation", "restore"}),
             4);
-  std::string summary = testing::internal::GetCapturedStdout();
   EXPECT_EQ(app.calls,
             (std::vector<std::string>{
                 "create", "first http://talvoro.com/appcontrol/operation/talvoro_cloud/backup",
                 "next (none)", "terminate"}));
-  EXPECT_NE(summary.find("ended     by the service itself"), std::string::npos) << summary;
+  EXPECT_TRUE(summaryHas("ended     by the service itself")) << summary_;
   // The app answered neither cloud request, and the run ended before the third was due.
-  EXPECT_NE(summary.find("cloud     request 1, backup: the service never answered"),
-            std::string::npos)
-      << summary;
-  EXPECT_NE(summary.find("cloud     request 3, restore: not delivered"), std::string::npos)
-      << summary;
+  EXPECT_TRUE(summaryHas("cloud     request 1, backup: the service never answered")) << summary_;
+  EXPECT_TRUE(summaryHas("cloud     request 3, restore: not delivered")) << summary_;
+}
+
+// What the app does wrong with its one request, and the summary line that must say so.
+TEST_F(LauncherTest, AFlowThatEndsBadlyIsAFailureInTheSummary) {
+  const std::string unsaved = temp_.path() + "/unsaved";
+  const struct {
+    const char* name;
+    std::function<void(app_control_h)> act;
+    std::string line;
+  } cases[] = {
+      {"twice",
+       [](app_control_h request) {
+         app_control_h reply = nullptr;
+         app_control_create(&reply);
+         app_control_reply_to_launch_request(reply, request, APP_CONTROL_RESULT_SUCCEEDED);
+         app_control_reply_to_launch_request(reply, request, APP_CONTROL_RESULT_FAILED);
+         app_control_destroy(reply);
+       },
+       "reply     launch request 1 was answered more than once"},
+      // A directory in the profile's place: the run's changes to the watch cannot be saved.
+      {"unsaved",
+       [&](app_control_h) {
+         ASSERT_EQ(g_unlink((unsaved + "/device.json").c_str()), 0);
+         ASSERT_EQ(g_mkdir((unsaved + "/device.json").c_str(), 0755), 0);
+       },
+       "watch     NOT SAVED: " + unsaved + "/device.json: "},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    RecordingApp app;
+    app.onRequest = [&](app_control_h request) {
+      c.act(request);
+      service_app_exit();
+    };
+    EXPECT_EQ(run(app, {"--operation", "none"}, c.name), 4);
+    EXPECT_TRUE(summaryHas(c.line)) << summary_;
+  }
+  // Nothing half-written is left in the watch.
+  GDir* dir = g_dir_open(unsaved.c_str(), 0, nullptr);
+  ASSERT_NE(dir, nullptr);
+  while (const char* name = g_dir_read_name(dir))
+    EXPECT_FALSE(g_str_has_prefix(name, "device.json.")) << name;
+  g_dir_close(dir);
 }
 
 TEST_F(LauncherTest, DeadlineEndsARunThatNeverExits) {
   RecordingApp app;
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(start(app, {"--operation", "none", "--deadline", "0.2"}), 3);
-  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(run(app, {"--operation", "none", "--deadline", "0.2"}), 3);
   EXPECT_EQ(app.calls, (std::vector<std::string>{"create", "first (none)", "terminate"}));
 }
 
 TEST_F(LauncherTest, RefusedCreateDeliversNothing) {
-  RecordingApp app;
-  app.createResult = false;
+  RecordingApp refused;
+  refused.createResult = false;
   testing::internal::CaptureStderr();
-  EXPECT_EQ(start(app, {"--operation", "none", "--deadline", "0.2"}), 1);
+  EXPECT_EQ(run(refused, {"--operation", "none"}, "refused"), 1);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("onCreate returned false"),
             std::string::npos);
-  EXPECT_EQ(app.calls, std::vector<std::string>{"create"});
+  EXPECT_EQ(refused.calls, std::vector<std::string>{"create"});
 }
 
 TEST_F(LauncherTest, WatchdogEndsTheProcessWhenTheAppHangsInANestedLoop) {
@@ -110,11 +154,11 @@ TEST_F(LauncherTest, WatchdogEndsTheProcessWhenTheAppHangsInANestedLoop) {
   EXPECT_EXIT(
       {
         RecordingApp app;
-        app.onRequest = [] {
+        app.onRequest = [](app_control_h) {
           GMainLoop* stuck = g_main_loop_new(nullptr, FALSE);
           g_main_loop_run(stuck);
         };
-        start(app, {"--operation", "none", "--deadline", "0.3"});
+        run(app, {"--operation", "none", "--deadline", "0.3"});
       },
       testing::ExitedWithCode(3), "");
 }

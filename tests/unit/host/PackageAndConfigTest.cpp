@@ -1,94 +1,17 @@
-#include <app_common.h>
-#include <app_manager.h>
 #include <dlog.h>
-#include <pkgmgr-info.h>
-#include <tzplatform_config.h>
 #include <vconf.h>
 
-#include <glib.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "PlatformFixture.h"
-#include "host/LogFormat.h"
 
 namespace {
 
-class PackageAndConfigTest : public morvik_test::PlatformFixture {
- protected:
-  void SetUp() override {
-    PlatformFixture::SetUp();
-    platform().packages().install(
-        {"com.talvoro.watchface", "com.talvoro.watchface", "watchapp", true});
-    platform().packages().install(
-        {"com.talvoro.watchface-service", "com.talvoro.watchface-service", "svcapp", true});
-    platform().packages().install(
-        {"com.indie.clock-tidal", "com.indie.clock-tidal", "watchapp", false});
-    platform().packages().install({"com.indie.multi", "com.indie.multi.a", "watchapp", false});
-    platform().packages().install({"com.indie.multi", "com.indie.multi.b", "watchapp", false});
-  }
-
-  struct Listing {
-    std::vector<std::pair<std::string, bool>> apps;
-    int stopAfter = -1;
-  };
-
-  static int listApp(const pkgmgrinfo_appinfo_h handle, void* data) {
-    auto* listing = static_cast<Listing*>(data);
-    char* pkgId = nullptr;
-    bool preload = false;
-    EXPECT_EQ(pkgmgrinfo_appinfo_get_pkgid(handle, &pkgId), PMINFO_R_OK);
-    EXPECT_EQ(pkgmgrinfo_appinfo_is_preload(handle, &preload), PMINFO_R_OK);
-    listing->apps.emplace_back(pkgId, preload);
-    if (listing->stopAfter >= 0 && static_cast<int>(listing->apps.size()) >= listing->stopAfter)
-      return -1;
-    return 0;
-  }
-
-  int listWatchApps(Listing& listing, uid_t uid) {
-    pkgmgrinfo_appinfo_filter_h filter = nullptr;
-    EXPECT_EQ(pkgmgrinfo_appinfo_filter_create(&filter), PMINFO_R_OK);
-    EXPECT_EQ(
-        pkgmgrinfo_appinfo_filter_add_string(filter, PMINFO_APPINFO_PROP_APP_COMPONENT, "watchapp"),
-        PMINFO_R_OK);
-    int result = pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(filter, listApp, &listing, uid);
-    pkgmgrinfo_appinfo_filter_destroy(filter);
-    return result;
-  }
-};
-
-TEST_F(PackageAndConfigTest, FilterListsWatchAppsInOrderWithTheirPreloadFlag) {
-  Listing listing;
-  EXPECT_EQ(listWatchApps(listing, tzplatform_getuid(TZ_SYS_GLOBALAPP_USER)), PMINFO_R_OK);
-  EXPECT_EQ(listing.apps,
-            (std::vector<std::pair<std::string, bool>>{{"com.talvoro.watchface", true},
-                                                       {"com.indie.clock-tidal", false},
-                                                       {"com.indie.multi", false},
-                                                       {"com.indie.multi", false}}));
-
-  Listing stopped;
-  stopped.stopAfter = 2;
-  EXPECT_EQ(listWatchApps(stopped, tzplatform_getuid(TZ_SYS_DEFAULT_USER)), PMINFO_R_OK);
-  EXPECT_EQ(stopped.apps.size(), 2u);
-}
-
-TEST_F(PackageAndConfigTest, FilterRefusesUnknownPropertiesAndUsers) {
-  pkgmgrinfo_appinfo_filter_h filter = nullptr;
-  ASSERT_EQ(pkgmgrinfo_appinfo_filter_create(&filter), PMINFO_R_OK);
-  EXPECT_EQ(pkgmgrinfo_appinfo_filter_add_string(filter, "PMINFO_APPINFO_PROP_APP_COLOUR", "red"),
-            PMINFO_R_EINVAL);
-  Listing listing;
-  EXPECT_EQ(pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(filter, listApp, &listing, 1234),
-            PMINFO_R_EINVAL);
-  EXPECT_TRUE(listing.apps.empty());
-  EXPECT_EQ(pkgmgrinfo_appinfo_filter_destroy(filter), PMINFO_R_OK);
-  EXPECT_EQ(pkgmgrinfo_appinfo_filter_destroy(nullptr), PMINFO_R_EINVAL);
-}
+using PackageAndConfigTest = morvik_test::PlatformFixture;
 
 TEST_F(PackageAndConfigTest, ConfigurationStringsAreCopiesAndReadOnlyKeysRefuseWrites) {
   EXPECT_EQ(vconf_get_str("db/pel/clocks_set_idle"), nullptr);
@@ -103,55 +26,6 @@ TEST_F(PackageAndConfigTest, ConfigurationStringsAreCopiesAndReadOnlyKeysRefuseW
   value = vconf_get_str("db/pel/clocks_set_idle");
   EXPECT_STREQ(value, "com.indie.clock-tidal");
   free(value);
-}
-
-TEST_F(PackageAndConfigTest, SharedTrustedPathsLiveUnderTheDeviceAndEndWithASlash) {
-  char* own = app_get_shared_trusted_path();
-  ASSERT_NE(own, nullptr);
-  EXPECT_EQ(std::string(own), deviceDir() + "/apps/com.talvoro.morvik.service/shared/trusted/");
-  EXPECT_TRUE(g_file_test(own, G_FILE_TEST_IS_DIR));
-  free(own);
-
-  char* other = nullptr;
-  EXPECT_EQ(app_manager_get_shared_trusted_path("com.talvoro.watchface", &other),
-            APP_MANAGER_ERROR_NONE);
-  EXPECT_EQ(std::string(other), deviceDir() + "/apps/com.talvoro.watchface/shared/trusted/");
-  free(other);
-  other = nullptr;
-  EXPECT_EQ(app_manager_get_shared_trusted_path("com.example.absent", &other),
-            APP_MANAGER_ERROR_NO_SUCH_APP);
-  EXPECT_EQ(other, nullptr);
-}
-
-TEST_F(PackageAndConfigTest, LogLinesGoToTheDeviceLogAndTheCapture) {
-  EXPECT_GT(dlog_print(DLOG_ERROR, "morvik-service", "code %d", 3), 0);
-  EXPECT_LT(dlog_print(DLOG_SILENT, "morvik-service", "never"), 0);
-  ASSERT_EQ(platform().log().lines().size(), 1u);
-  EXPECT_EQ(platform().log().lines()[0].priority, 'E');
-  EXPECT_EQ(platform().log().texts("morvik-service"), std::vector<std::string>{"code 3"});
-
-  // A run's marker goes to the file, before the lines of the run.
-  std::string program = "/build/morvik-service", device = "my watch";
-  char* argv[] = {&program[0], &device[0]};
-  platform().log().beginRun(2, argv);
-
-  g_autofree char* path = g_build_filename(deviceDir().c_str(), "log", "dlog.log", nullptr);
-  g_autofree char* contents = nullptr;
-  ASSERT_TRUE(g_file_get_contents(path, &contents, nullptr, nullptr));
-  g_auto(GStrv) lines = g_strsplit(contents, "\n", -1);
-  ASSERT_EQ(g_strv_length(lines), 3u) << contents;
-  EXPECT_STREQ(lines[2], "");
-  host::DeviceLogLine line;
-  ASSERT_TRUE(host::parseDeviceLogLine(lines[0], line)) << lines[0];
-  EXPECT_EQ(line.priority, 'E');
-  EXPECT_EQ(line.tag, "morvik-service");
-  EXPECT_EQ(line.pid, static_cast<int>(getpid()));
-  EXPECT_EQ(line.tid, static_cast<int>(gettid()));
-  EXPECT_EQ(line.message, "code 3");
-  ASSERT_TRUE(host::parseDeviceLogLine(lines[1], line)) << lines[1];
-  EXPECT_TRUE(host::isRunMarker(line));
-  EXPECT_EQ(line.message, "run begins: morvik-service 'my watch'");
-  EXPECT_EQ(platform().log().lines().back().tag, "morvik-host");
 }
 
 // A backup document logged whole would be copied into every log line it passes through.

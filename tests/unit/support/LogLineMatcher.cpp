@@ -1,7 +1,5 @@
 #include "LogLineMatcher.h"
 
-#include <cctype>
-
 namespace morvik_test {
 
 namespace {
@@ -26,12 +24,8 @@ bool parseServiceLogLine(const host::LogLine& line, ServiceLogLine& parsed) {
   if (open == std::string::npos || open < colon)
     return false;
   std::string number = text.substr(open + 1, close - open - 1);
-  if (number.empty())
+  if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos)
     return false;
-  for (char c : number) {
-    if (!isdigit(static_cast<unsigned char>(c)))
-      return false;
-  }
   parsed.file = text.substr(0, colon);
   parsed.function = text.substr(colon + 2, open - colon - 2);
   parsed.line = std::stoi(number);
