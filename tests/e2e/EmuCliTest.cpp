@@ -6,7 +6,10 @@
 #include <string>
 #include <vector>
 
+#include <utime.h>
+
 #include "ProcessRun.h"
+#include "emu/CloudStore.h"
 #include "emu/DeviceProfile.h"
 
 namespace {
@@ -118,6 +121,31 @@ TEST_F(EmuCliTest, DoctorNamesEachFinding) {
                 "fault switch store-silent is set"}));
 
   EXPECT_EQ(runEmu({"doctor", root_ + "/absent"}).status, 2);
+
+  // A cloud: a document that is not strict JSON, an unreadable set, a writer's file left behind.
+  ASSERT_EQ(g_mkdir(cloud_.c_str(), 0755), 0);
+  EXPECT_EQ(runEmu({"doctor", cloud_}).out, "no findings: " + cloud_ + " is a cloud with 0 sets\n");
+  emu::CloudStore store(cloud_);
+  unsigned long long id = 0;
+  for (const char* value : {"{\"a\":1}", "{'a':1}", "{}"}) {
+    host::CloudRecord record;
+    record.key = "key";
+    record.value = std::string(value);
+    ASSERT_TRUE(store.add({record}, id, error)) << error;
+  }
+  ASSERT_TRUE(g_file_set_contents(store.setPath(3).c_str(), "TVRF", 4, nullptr));
+  const std::string left = cloud_ + "/.incoming-1-0x1.dat";
+  ASSERT_TRUE(g_file_set_contents(left.c_str(), "", 0, nullptr));
+  struct utimbuf old = {1000, 1000};
+  ASSERT_EQ(utime(left.c_str(), &old), 0);
+  run = runEmu({"doctor", cloud_});
+  EXPECT_EQ(run.status, 1);
+  const std::vector<std::string> lines = linesOf(run.out);
+  ASSERT_EQ(lines.size(), 3u) << run.out;
+  EXPECT_EQ(lines[0], "set 2: its document is not strict JSON: line 1, column 2: ''' is not JSON");
+  EXPECT_EQ(lines[1].rfind("set 3 is unreadable: ", 0), 0u) << lines[1];
+  EXPECT_EQ(lines[2].rfind("stale temporary file .incoming-1-0x1.dat (untouched for ", 0), 0u)
+      << lines[2];
 }
 
 }  // namespace

@@ -32,6 +32,11 @@ TEST(LaunchOptionsTest, RefusesBadCommandLinesWithAReason) {
       {full({"--operation", "none", "--colour", "red"}), "unknown option '--colour'"},
       {full({"--operation"}), "--operation needs a value"},
       {full({"--operation", ""}), "--operation needs backup"},
+      {full({"--device", "e", "--operation", "none"}), "--device is given twice"},
+      {full({"--operation", "none", "--deadline", "604801"}), "--deadline needs a positive"},
+      {full({"--operation", "none", "--then", "4294968", "--operation", "none"}),
+       "--then needs a number of seconds from 0 to"},
+      {full({"--operation", "none", "stray"}), "unexpected argument 'stray'"},
   };
   for (const auto& c : cases) {
     host::LaunchOptions options;
@@ -41,6 +46,25 @@ TEST(LaunchOptionsTest, RefusesBadCommandLinesWithAReason) {
     EXPECT_EQ(error.rfind(c.reason, 0), 0u) << error;
     EXPECT_EQ(error.find('\n'), std::string::npos);
   }
+}
+
+// The forms a user types: --opt=value, the longest deadline (its milliseconds overflow an
+// unsigned int), --version without the required options.
+TEST(LaunchOptionsTest, ReadsConventionalForms) {
+  host::LaunchOptions options;
+  std::string error;
+  ASSERT_TRUE(host::parseLaunchOptions(Args{"--device=d", "--cloud=c", "--operation=backup",
+                                            "--deadline=604800", "--then=2", "--operation=none"},
+                                       options, error))
+      << error;
+  EXPECT_EQ(options.deviceDir, "d");
+  EXPECT_DOUBLE_EQ(options.deadlineSeconds, 604800);
+  ASSERT_EQ(options.requests.size(), 2u);
+  EXPECT_EQ(options.requests[0].operation, host::expandOperation("backup"));
+  EXPECT_DOUBLE_EQ(options.requests[1].delaySeconds, 2);
+  host::LaunchOptions version;
+  ASSERT_TRUE(host::parseLaunchOptions(Args{"--version"}, version, error)) << error;
+  EXPECT_EQ(version.action, host::LaunchOptions::Action::kVersion);
 }
 
 }  // namespace
