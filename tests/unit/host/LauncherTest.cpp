@@ -126,11 +126,10 @@ TEST_F(LauncherTest, AFlowThatEndsBadlyIsAFailureInTheSummary) {
     EXPECT_TRUE(summaryHas(c.line)) << summary_;
   }
   // Nothing half-written is left in the watch.
-  GDir* dir = g_dir_open(unsaved.c_str(), 0, nullptr);
+  g_autoptr(GDir) dir = g_dir_open(unsaved.c_str(), 0, nullptr);
   ASSERT_NE(dir, nullptr);
   while (const char* name = g_dir_read_name(dir))
     EXPECT_FALSE(g_str_has_prefix(name, "device.json.")) << name;
-  g_dir_close(dir);
 }
 
 TEST_F(LauncherTest, DeadlineEndsARunThatNeverExits) {
