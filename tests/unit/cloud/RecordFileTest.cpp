@@ -62,10 +62,9 @@ class RecordFileOnDiskTest : public ::testing::Test {
  protected:
   std::vector<std::string> names() {
     std::vector<std::string> found;
-    GDir* dir = g_dir_open(temp_.path().c_str(), 0, nullptr);
-    while (const char* name = g_dir_read_name(dir))
+    g_autoptr(GDir) dir = g_dir_open(temp_.path().c_str(), 0, nullptr);
+    while (const char* name = dir ? g_dir_read_name(dir) : nullptr)
       found.push_back(name);
-    g_dir_close(dir);
     return found;
   }
 
