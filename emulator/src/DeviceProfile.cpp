@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
+
 #include "MvSvcJsonNesting.h"
 #include "host/RecordFile.h"
 
@@ -151,8 +153,18 @@ class ObjectReader {
     return true;
   }
 
+  // Names come from the file and may hold line breaks: the reason stays one line.
   bool fail(const std::string& what) {
-    error_ = where_ + " " + what;
+    error_.clear();
+    for (const char c : where_ + " " + what) {
+      if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
+        char escaped[8];
+        snprintf(escaped, sizeof(escaped), "\\u%04x", static_cast<unsigned char>(c));
+        error_ += escaped;
+      } else {
+        error_ += c;
+      }
+    }
     return false;
   }
 
