@@ -11,6 +11,7 @@
 #include <cstdio>
 
 #include "MvSvcJsonNesting.h"
+#include "host/Personality.h"
 #include "host/RecordFile.h"
 
 namespace emu {
@@ -234,6 +235,16 @@ void addStringMap(JsonBuilder* builder,
   json_builder_end_object(builder);
 }
 
+// Each switch of "platform" must be one the host knows, with a value it takes.
+bool validPlatform(const std::map<std::string, std::string>& settings, std::string& error) {
+  host::Personality personality;
+  std::string reason;
+  if (personality.setAll(settings, reason))
+    return true;
+  error = std::string(DeviceProfile::kFileName) + ": platform: " + reason;
+  return false;
+}
+
 }  // namespace
 
 bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
@@ -322,7 +333,8 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
                           catalogue.push_back(entry);
                           return ok;
                         }) &&
-         reader.stringMap("faults", faults);
+         reader.stringMap("faults", faults) && reader.stringMap("platform", platform) &&
+         validPlatform(platform, error);
 }
 
 bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const {
@@ -391,6 +403,8 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_end_array(builder);
 
   addStringMap(builder, "faults", faults);
+  if (!platform.empty())
+    addStringMap(builder, "platform", platform);
   json_builder_end_object(builder);
 
   g_autoptr(JsonNode) root = json_builder_get_root(builder);

@@ -15,6 +15,10 @@ bool EmulatedWatch::boot(host::Platform& platform,
   if (!profile_.load(deviceDir_, error))
     return false;
   booted_ = profile_;
+  if (!platform.personality().setAll(profile_.platform, error)) {
+    error = deviceDir_ + "/" + DeviceProfile::kFileName + ": platform: " + error;
+    return false;
+  }
   for (const auto& entry : profile_.config)
     platform.config().set(entry.first, entry.second);
   for (const host::PackageInfo& info : profile_.packages)

@@ -54,6 +54,8 @@ struct DeviceProfile {
   std::vector<WatchAppState> watchApps;
   std::vector<CatalogueItem> catalogue;
   std::map<std::string, std::string> faults;
+  // The platform's personality on this watch (host::Personality's switches), by name.
+  std::map<std::string, std::string> platform;
 
   // Reads DIR/device.json, a regular file of at most kMaxFileBytes. Returns false with a
   // one-line reason. A string that is not UTF-8 is carried as the README describes, so what

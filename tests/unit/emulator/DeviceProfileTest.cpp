@@ -12,6 +12,7 @@
 
 #include "TempDir.h"
 #include "emu/SampleWatch.h"
+#include "host/Personality.h"
 
 namespace {
 
@@ -54,6 +55,12 @@ TEST_F(DeviceProfileTest, BrokenProfilesAreRefusedWithAOneLineReason) {
       // A name cannot carry its bytes: such a profile is refused, not saved broken.
       {"{\"format\":1,\"name\":\"x\",\"config\":{\"\\377\":\"v\"}}",
        "device.json \"config\" has a name that is not UTF-8 text"},
+      {"{\"format\":1,\"name\":\"x\",\"platform\":{\"cloud-registration\":\"merge\"}}",
+       "device.json: platform: cloud-registration needs one of: refuse, replace"},
+      {"{\"format\":1,\"name\":\"x\",\"platform\":{\"vconf-value-limit\":\"0\"}}",
+       "device.json: platform: vconf-value-limit needs a byte count from 1 to 1073741824, or off"},
+      {"{\"format\":1,\"name\":\"x\",\"platform\":{\"bogus\":\"on\"}}",
+       "device.json: platform: unknown platform switch 'bogus'"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -72,6 +79,26 @@ TEST_F(DeviceProfileTest, BrokenProfilesAreRefusedWithAOneLineReason) {
   ASSERT_TRUE(g_file_set_contents(path_.c_str(), "", 0, nullptr));
   ASSERT_EQ(truncate(path_.c_str(), static_cast<off_t>(emu::DeviceProfile::kMaxFileBytes) + 1), 0);
   EXPECT_EQ(refusal(), path_ + ": larger than 64 MiB");
+}
+
+TEST_F(DeviceProfileTest, APlatformPersonalitySavesAndLoadsAsTheHostReadsIt) {
+  std::string error;
+  ASSERT_TRUE(emu::createBlankWatch(dir_, error)) << error;
+  emu::DeviceProfile profile;
+  ASSERT_TRUE(profile.load(dir_, error)) << error;
+  profile.platform = {{"cloud-registration", "replace"}, {"message-size-limit", "4096"}};
+  ASSERT_TRUE(profile.save(dir_, error)) << error;
+  emu::DeviceProfile loaded;
+  ASSERT_TRUE(loaded.load(dir_, error)) << error;
+  host::Personality personality;
+  ASSERT_TRUE(personality.setAll(loaded.platform, error)) << error;
+  EXPECT_EQ(personality.cloudRegistration, host::Personality::CloudRegistration::kReplace);
+  EXPECT_EQ(personality.messageSizeLimit, 4096u);
+  // What was not set keeps the platform's own default, and reads back as a valid setting.
+  host::Personality echoed;
+  ASSERT_TRUE(echoed.setAll(personality.settings(), error)) << error;
+  EXPECT_EQ(echoed.settings(), personality.settings());
+  EXPECT_EQ(echoed.settings().size(), host::personalitySwitches().size());
 }
 
 // The benchmark compares runs and sizes: its watch is the same every time (down to the digest of

@@ -16,6 +16,7 @@
 #include "host/LogSink.h"
 #include "host/MessagePortTable.h"
 #include "host/PackageDatabase.h"
+#include "host/Personality.h"
 
 namespace host {
 
@@ -49,6 +50,9 @@ class Platform {
   ConfigStore& config() { return config_; }
   PackageDatabase& packages() { return packages_; }
   MessagePortTable& ports() { return ports_; }
+  // The behaviours the device leaves open; set before the app starts.
+  Personality& personality() { return personality_; }
+  const Personality& personality() const { return personality_; }
 
   // Seconds since this platform started.
   double now() const;
@@ -119,6 +123,7 @@ class Platform {
   ConfigStore config_;
   PackageDatabase packages_;
   MessagePortTable ports_;
+  Personality personality_;
   std::map<std::string, std::shared_ptr<EmulatedApp>> apps_;
   std::map<guint, PostedTask*> pending_;  // by source; the sources own the tasks
   guint64 posted_ = 0;
