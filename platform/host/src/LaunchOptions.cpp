@@ -21,7 +21,7 @@ const char* const kSummary =
     "to stdout and DIR/log/summary.log.\n"
     "\n"
     "OP is backup, restore, info (get backup information), none (a request without an\n"
-    "operation) or a full operation URI.";
+    "operation) or a full operation URI. A restore takes the newest set, or --set ID.";
 
 const char* const kDescription =
     "Exit status:\n"
@@ -59,8 +59,13 @@ bool parseSeconds(const char* text, double& seconds) {
 
 bool once(Parse& parse, const char* name, GError** error) {
   if (!parse.seen.insert(name).second)
-    return fail(error, std::string(name) + " is given twice");
+    return fail(error, repeatedOption(name));
   return true;
+}
+
+bool isOperationUri(const char* value) {
+  g_autofree char* scheme = g_uri_parse_scheme(value);
+  return scheme && g_uri_is_valid(value, G_URI_FLAGS_NONE, nullptr);
 }
 
 gboolean onDevice(const gchar* name, const gchar* value, gpointer data, GError** error) {
@@ -117,10 +122,24 @@ gboolean onOperation(const gchar*, const gchar* value, gpointer data, GError** e
   Parse& parse = *static_cast<Parse*>(data);
   if (parse.hasOperation)
     return fail(error, "a launch request has one --operation; use --then SECONDS before the next");
-  if (value[0] == '\0')
-    return fail(error, "--operation needs backup, restore, info, none or an operation URI");
-  parse.options->requests.back().operation = expandOperation(value);
+  const std::string operation = expandOperation(value);
+  if (operation == value && !isOperationUri(value))
+    return fail(error, std::string("unknown operation '") + value +
+                           "': use backup, restore, info, none or a full operation URI");
+  parse.options->requests.back().operation = operation;
   parse.hasOperation = true;
+  return TRUE;
+}
+
+gboolean onSet(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  LaunchRequest& request = parse.options->requests.back();
+  if (request.setId)
+    return fail(error, repeatedOption(name) + " for one launch request");
+  guint64 id = 0;
+  if (!g_ascii_string_to_unsigned(value, 10, 1, G_MAXUINT64, &id, nullptr))
+    return fail(error, std::string("--set needs a set ID, not '") + value + "'");
+  request.setId = id;
   return TRUE;
 }
 
@@ -167,6 +186,8 @@ std::unique_ptr<GOptionContext, ContextDeleter> makeContext(Parse* parse) {
        "The launch request's operation", "OP"},
       {"extra", 0, 0, G_OPTION_ARG_CALLBACK, callback(onExtra),
        "Extra data of the launch request (repeatable)", "KEY=VALUE"},
+      {"set", 0, 0, G_OPTION_ARG_CALLBACK, callback(onSet),
+       "The backup set the launch request's restore takes (default: the newest)", "ID"},
       {"then", 0, 0, G_OPTION_ARG_CALLBACK, callback(onThen),
        "Starts another launch request, SECONDS after the previous one", "SECONDS"},
       {"deadline", 0, 0, G_OPTION_ARG_CALLBACK, callback(onDeadline),
@@ -190,6 +211,10 @@ std::unique_ptr<GOptionContext, ContextDeleter> makeContext(Parse* parse) {
 }
 
 }  // namespace
+
+std::string repeatedOption(const std::string& name) {
+  return name + " is given more than once";
+}
 
 std::string expandOperation(const std::string& name) {
   if (name == "backup")
@@ -248,6 +273,13 @@ bool parseLaunchOptions(const std::vector<std::string>& args,
   if (!parse.hasOperation) {
     error = "every launch request needs --operation";
     return false;
+  }
+  for (size_t i = 0; i < options.requests.size(); ++i) {
+    if (options.requests[i].setId && options.requests[i].operation != expandOperation("restore")) {
+      error = "--set chooses the set of a restore, and launch request " + std::to_string(i + 1) +
+              " is not one";
+      return false;
+    }
   }
   return true;
 }
