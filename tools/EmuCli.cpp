@@ -68,7 +68,7 @@ gboolean VerbOptions::onOption(const char* name, const char* value, gpointer sel
     return TRUE;
   }
   for (Option& option : options->options_) {
-    if (option.name != longName)
+    if (option.name != longName && !(longName.size() == 1 && longName[0] == option.shortName))
       continue;
     switch (option.kind) {
       case Kind::kFlag:
@@ -81,7 +81,7 @@ gboolean VerbOptions::onOption(const char* name, const char* value, gpointer sel
       case Kind::kValue:
         if ((option.set && *option.set) || option.value->has_value()) {
           g_set_error_literal(error, G_OPTION_ERROR, G_OPTION_ERROR_FAILED,
-                              host::repeatedOption(name).c_str());
+                              host::repeatedOption("--" + option.name).c_str());
           return FALSE;
         }
         if (option.set)
@@ -100,6 +100,7 @@ int VerbOptions::parse(int argc, char** argv) {
   for (const Option& option : options_) {
     GOptionEntry entry = {};
     entry.long_name = option.name.c_str();
+    entry.short_name = option.shortName;
     entry.flags = option.kind == Kind::kFlag            ? G_OPTION_FLAG_NO_ARG
                   : option.kind == Kind::kOptionalValue ? G_OPTION_FLAG_OPTIONAL_ARG
                                                         : G_OPTION_FLAG_NONE;

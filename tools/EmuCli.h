@@ -57,6 +57,8 @@ class VerbOptions {
                      const char* help,
                      bool* given,
                      std::optional<std::string>* value);
+  // Gives the option added last a one-letter name too ("-o").
+  void shortName(char letter) { options_.back().shortName = letter; }
   // May be given any number of times.
   void values(const char* name,
               const char* valueName,
@@ -78,6 +80,7 @@ class VerbOptions {
     bool* set;
     std::optional<std::string>* value;
     std::vector<std::string>* values;
+    char shortName = 0;
   };
 
   static gboolean onOption(const char* name, const char* value, gpointer self, GError** error);

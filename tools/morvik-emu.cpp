@@ -50,6 +50,11 @@ const Verb kVerbs[] = {
      "shows TAG from LEVEL up, *:LEVEL every other tag, e.g. 'morvik-service:E *:S'.\n"
      "Exit status: 0 printed, 2 no log, or no such run, 3 the output could not be written.",
      emucli::runLog},
+    {"timeline", "TRACE [-o FILE.svg]", "draw a run's trace as an SVG sequence picture",
+     "TRACE is what morvik-service --trace FILE wrote: one column per app, time going down,\n"
+     "an arrow from each request to its reply, a bar for each wait on a peer.\n"
+     "Exit status: 0 drawn, 2 unreadable trace, 3 the picture could not be written.",
+     emucli::runTimeline},
     {"doctor", "DIR|CLOUD", "check a watch or a cloud, one line per finding",
      "A watch: its profile's schema, photo files, downloaded apps missing from the store\n"
      "catalogue, fault switches set. A cloud: unreadable sets, documents that are not strict\n"

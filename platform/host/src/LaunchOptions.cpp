@@ -94,6 +94,16 @@ gboolean onJson(const gchar* name, const gchar* value, gpointer data, GError** e
   return TRUE;
 }
 
+gboolean onTrace(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  if (!once(parse, name, error))
+    return FALSE;
+  if (value[0] == '\0')
+    return fail(error, "--trace needs a file name");
+  parse.options->tracePath = value;
+  return TRUE;
+}
+
 gboolean onDeadline(const gchar* name, const gchar* value, gpointer data, GError** error) {
   Parse& parse = *static_cast<Parse*>(data);
   if (!once(parse, name, error))
@@ -194,6 +204,8 @@ std::unique_ptr<GOptionContext, ContextDeleter> makeContext(Parse* parse) {
        "Ends a run that has not ended by itself (default 120)", "SECONDS"},
       {"json", 0, 0, G_OPTION_ARG_CALLBACK, callback(onJson),
        "Writes the run's result as JSON to FILE, or to stdout for -", "FILE"},
+      {"trace", 0, 0, G_OPTION_ARG_CALLBACK, callback(onTrace),
+       "Writes the run as a timeline (Chrome trace-event JSON) to FILE", "FILE"},
       {"schedule", 0, 0, G_OPTION_ARG_CALLBACK, callback(onSchedule),
        "Delays every delivery by a seeded amount, on a simulated clock", "SEED"},
       {"help", 'h', 0, G_OPTION_ARG_NONE, &parse->help, "Shows this help", nullptr},

@@ -28,6 +28,7 @@ struct LaunchOptions {
   std::vector<LaunchRequest> requests;
   double deadlineSeconds = 120;
   std::string jsonPath;                  // empty: no JSON result; "-": standard output
+  std::string tracePath;                 // empty: no trace of the run
   std::optional<uint64_t> scheduleSeed;  // deliveries on a seeded schedule, simulated clock
   std::vector<std::string> arguments;    // as given, for the log's run marker
 };
