@@ -57,9 +57,16 @@ function_name="_$(printf '%s' "$name" | tr -c 'a-zA-Z0-9\n' '_')"
 } >"$output.tmp"
 mv "$output.tmp" "$output"
 
-# The man page; each command's help goes in verbatim, escaped for roff.
+# The man page; each command's help goes in verbatim, escaped for roff. GLib's usage line says
+# "[OPTION…]", which help2man would turn into "[OPTION???]": help2man reads the tool through a
+# wrapper that spells it in ASCII.
+ascii() { sed -e 's/\xe2\x80\xa6/.../g'; }
 include=$(mktemp)
-trap 'rm -f "$include"' EXIT
+wrapdir=$(mktemp -d)
+wrapper=$wrapdir/$name
+trap 'rm -rf "$include" "$wrapdir"' EXIT
+printf '#!/bin/sh\n"%s" "$@" 2>&1 | sed -e "s/\\xe2\\x80\\xa6/.../g"\n' "$tool" >"$wrapper"
+chmod +x "$wrapper"
 include_option=()
 if [ -n "$commands" ]; then
   include_option=(--include="$include")
@@ -67,10 +74,10 @@ if [ -n "$commands" ]; then
   for command in $commands; do
     echo ".SS \"$name $command\""
     echo ".nf"
-    "$tool" "$command" --help | sed -e 's/\\/\\e/g' -e "s/^\([.']\)/\\\\\&\1/"
+    "$tool" "$command" --help | ascii | sed -e 's/\\/\\e/g' -e "s/^\([.']\)/\\\\\&\1/"
     echo ".fi"
   done >>"$include"
 fi
 help2man --no-info --no-discard-stderr --section=1 --version-string="$version" \
-  --name="$description" "${include_option[@]}" --output="$outdir/man/$name.1.tmp" "$tool"
+  --name="$description" "${include_option[@]}" --output="$outdir/man/$name.1.tmp" "$wrapper"
 mv "$outdir/man/$name.1.tmp" "$outdir/man/$name.1"

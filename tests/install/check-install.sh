@@ -25,6 +25,8 @@ check "the manifest is installed" \
   'grep -q "com.talvoro.morvik.service" "$prefix/share/packages/com.talvoro.morvik.service.xml"'
 check "the man page has every command's help" \
   'grep -q "^\.SS \"morvik-emu doctor\"" "$prefix/share/man/man1/morvik-emu.1"'
+check "the usage lines read in any locale" \
+  '! grep -l -e "???" -e "$(printf "\xe2\x80\xa6")" "$prefix"/share/man/man1/*.1'
 check "the man page has a command's options" \
   'grep -q -- "--pretty" "$prefix/share/man/man1/morvik-emu.1"'
 
