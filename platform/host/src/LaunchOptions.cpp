@@ -84,24 +84,30 @@ gboolean onCloud(const gchar* name, const gchar* value, gpointer data, GError** 
   return TRUE;
 }
 
+// An output file, named once and not empty.
+bool outputPath(Parse& parse,
+                const char* name,
+                const char* value,
+                const char* need,
+                std::string& path,
+                GError** error) {
+  if (!once(parse, name, error))
+    return false;
+  if (value[0] == '\0')
+    return fail(error, std::string(name) + " needs " + need);
+  path = value;
+  return true;
+}
+
 gboolean onJson(const gchar* name, const gchar* value, gpointer data, GError** error) {
   Parse& parse = *static_cast<Parse*>(data);
-  if (!once(parse, name, error))
-    return FALSE;
-  if (value[0] == '\0')
-    return fail(error, "--json needs a file name, or - for standard output");
-  parse.options->jsonPath = value;
-  return TRUE;
+  return outputPath(parse, name, value, "a file name, or - for standard output",
+                    parse.options->jsonPath, error);
 }
 
 gboolean onTrace(const gchar* name, const gchar* value, gpointer data, GError** error) {
   Parse& parse = *static_cast<Parse*>(data);
-  if (!once(parse, name, error))
-    return FALSE;
-  if (value[0] == '\0')
-    return fail(error, "--trace needs a file name");
-  parse.options->tracePath = value;
-  return TRUE;
+  return outputPath(parse, name, value, "a file name", parse.options->tracePath, error);
 }
 
 gboolean onDeadline(const gchar* name, const gchar* value, gpointer data, GError** error) {
@@ -191,7 +197,7 @@ std::unique_ptr<GOptionContext, ContextDeleter> makeContext(Parse* parse) {
       {"device", 0, 0, G_OPTION_ARG_CALLBACK, callback(onDevice), "The emulated watch (required)",
        "DIR"},
       {"cloud", 0, 0, G_OPTION_ARG_CALLBACK, callback(onCloud),
-       "The emulated cloud (required; made when missing)", "DIR"},
+       "The emulated cloud (required; a backup makes it when missing)", "DIR"},
       {"operation", 0, 0, G_OPTION_ARG_CALLBACK, callback(onOperation),
        "The launch request's operation", "OP"},
       {"extra", 0, 0, G_OPTION_ARG_CALLBACK, callback(onExtra),
