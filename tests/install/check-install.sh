@@ -39,6 +39,14 @@ check "commands complete" '[ "$(complete_words morvik-emu do)" = doctor ]'
 check "a command's options complete" '[ "$(complete_words morvik-emu export c --p)" = --pretty ]'
 check "top-level options complete" '[ "$(complete_words morvik-emu --v)" = --version ]'
 check "other commands' options do not" '[ -z "$(complete_words morvik-emu show d --pre)" ]'
+check "choices complete" '[ "$(complete_words morvik-emu log w --level E)" = E ]'
+check "choices complete after =" '[ "$(complete_words morvik-emu log w --level = W)" = W ]'
+service_words() {
+  bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _morvik_service
+           echo "${COMPREPLY[*]}"' _ "$prefix/share/bash-completion/completions/morvik-service" "$@"
+}
+check "operations complete" '[ "$(service_words morvik-service --operation re)" = restore ]'
+check "placeholders do not" '[ -z "$(service_words morvik-service --operation U)" ]'
 
 echo "$((checks - failures)) passed, $failures failed"
 [ "$failures" -eq 0 ]

@@ -192,7 +192,7 @@ int runLog(const Verb& verb, int argc, char** argv) {
   options.value("run", "N", "Only the Nth run, counted from 1 at the top of the log", &runText);
   options.flag("last", "Only the last run (with --follow: and the runs after it)", &last);
   options.values("tag", "TAG", "Only lines of TAG; may be given more than once", &tags);
-  options.value("level", "LEVEL", "Only lines at LEVEL or above (V, D, I, W, E, F, or a name)",
+  options.value("level", "V|D|I|W|E|F", "Only lines at this level or above (or its name)",
                 &levelText);
   options.value("pid", "PID", "Only lines of the process PID", &pidText);
   options.flag("follow", "Keep printing lines as they are written, until interrupted", &follow);

@@ -199,7 +199,7 @@ std::unique_ptr<GOptionContext, ContextDeleter> makeContext(Parse* parse) {
       {"cloud", 0, 0, G_OPTION_ARG_CALLBACK, callback(onCloud),
        "The emulated cloud (required; a backup makes it when missing)", "DIR"},
       {"operation", 0, 0, G_OPTION_ARG_CALLBACK, callback(onOperation),
-       "The launch request's operation", "OP"},
+       "The launch request's operation", "backup|restore|info|none|URI"},
       {"extra", 0, 0, G_OPTION_ARG_CALLBACK, callback(onExtra),
        "Extra data of the launch request (repeatable)", "KEY=VALUE"},
       {"set", 0, 0, G_OPTION_ARG_CALLBACK, callback(onSet),
