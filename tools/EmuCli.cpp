@@ -1,15 +1,33 @@
 #include "EmuCli.h"
 
+#include <errno.h>
+
 #include <cstdio>
 #include <cstring>
 
+#include "emu/DirectoryKind.h"
 #include "emu/StrictJson.h"
+#include "host/JsonText.h"
+#include "host/LaunchOptions.h"
 
 namespace emucli {
 
 int fail(const std::string& reason) {
   fprintf(stderr, "morvik-emu: %s\n", reason.c_str());
   return kStatusUsage;
+}
+
+int writeOut(const std::string& text) {
+  if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
+    return failedOutput();
+  return kStatusOk;
+}
+
+int failedOutput() {
+  const int error = errno;
+  fprintf(stderr, "morvik-emu: cannot write the output: %s\n",
+          error ? g_strerror(error) : "short write");
+  return kStatusOutput;
 }
 
 VerbOptions::VerbOptions(const Verb& verb) : verb_(verb) {}
@@ -50,7 +68,7 @@ gboolean VerbOptions::onOption(const char* name, const char* value, gpointer sel
     return TRUE;
   }
   for (Option& option : options->options_) {
-    if (option.name != longName)
+    if (option.name != longName && !(longName.size() == 1 && longName[0] == option.shortName))
       continue;
     switch (option.kind) {
       case Kind::kFlag:
@@ -62,8 +80,8 @@ gboolean VerbOptions::onOption(const char* name, const char* value, gpointer sel
       case Kind::kOptionalValue:
       case Kind::kValue:
         if ((option.set && *option.set) || option.value->has_value()) {
-          g_set_error(error, G_OPTION_ERROR, G_OPTION_ERROR_FAILED, "%s is given more than once",
-                      name);
+          g_set_error_literal(error, G_OPTION_ERROR, G_OPTION_ERROR_FAILED,
+                              host::repeatedOption("--" + option.name).c_str());
           return FALSE;
         }
         if (option.set)
@@ -82,6 +100,7 @@ int VerbOptions::parse(int argc, char** argv) {
   for (const Option& option : options_) {
     GOptionEntry entry = {};
     entry.long_name = option.name.c_str();
+    entry.short_name = option.shortName;
     entry.flags = option.kind == Kind::kFlag            ? G_OPTION_FLAG_NO_ARG
                   : option.kind == Kind::kOptionalValue ? G_OPTION_FLAG_OPTIONAL_ARG
                                                         : G_OPTION_FLAG_NONE;
@@ -148,10 +167,8 @@ bool listCloudSets(const emu::CloudStore& store,
                    std::vector<unsigned long long>& ids,
                    std::string& error,
                    std::vector<std::string>* ignored) {
-  if (!g_file_test(store.dir().c_str(), G_FILE_TEST_IS_DIR)) {
-    error = "cloud directory '" + store.dir() + "' does not exist";
+  if (!emu::requireCloud(store.dir(), false, error))
     return false;
-  }
   return store.list(ids, error, ignored);
 }
 
@@ -172,16 +189,16 @@ bool readSetDocument(const emu::CloudStore& store,
 }
 
 void addString(JsonBuilder* builder, const char* member, const std::string& value) {
-  json_builder_set_member_name(builder, member);
-  json_builder_add_string_value(builder, value.c_str());
+  host::addTextMember(builder, member, value);
 }
 
 void addStringOrNull(JsonBuilder* builder, const char* member, const std::string* value) {
+  if (value) {
+    host::addTextMember(builder, member, *value);
+    return;
+  }
   json_builder_set_member_name(builder, member);
-  if (value)
-    json_builder_add_string_value(builder, value->c_str());
-  else
-    json_builder_add_null_value(builder);
+  json_builder_add_null_value(builder);
 }
 
 void addInt(JsonBuilder* builder, const char* member, long long value) {
@@ -192,9 +209,7 @@ void addInt(JsonBuilder* builder, const char* member, long long value) {
 int printJson(JsonBuilder* builder) {
   g_autoptr(JsonNode) root = json_builder_get_root(builder);
   const std::string text = emu::generateJson(root, true) + "\n";
-  if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
-    return fail("cannot write to stdout");
-  return kStatusOk;
+  return writeOut(text);
 }
 
 }  // namespace emucli

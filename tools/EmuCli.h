@@ -15,9 +15,15 @@ namespace emucli {
 // Exit statuses shared by every verb; 1 is each verb's own "not as expected" (see its --help).
 constexpr int kStatusOk = 0;
 constexpr int kStatusUsage = 2;
+// Standard output did not take everything (a full disk, a closed pipe).
+constexpr int kStatusOutput = 3;
 
 // Prints "morvik-emu: REASON" on stderr and returns kStatusUsage.
 int fail(const std::string& reason);
+// Writes `text` to stdout and flushes it: kStatusOk, or failedOutput().
+int writeOut(const std::string& text);
+// Names the failed write (errno) on stderr and returns kStatusOutput.
+int failedOutput();
 
 // `morvik-emu NAME PARAMETERS`: one row of the verb table.
 struct Verb {
@@ -51,6 +57,8 @@ class VerbOptions {
                      const char* help,
                      bool* given,
                      std::optional<std::string>* value);
+  // Gives the option added last a one-letter name too ("-o").
+  void shortName(char letter) { options_.back().shortName = letter; }
   // May be given any number of times.
   void values(const char* name,
               const char* valueName,
@@ -72,6 +80,7 @@ class VerbOptions {
     bool* set;
     std::optional<std::string>* value;
     std::vector<std::string>* values;
+    char shortName = 0;
   };
 
   static gboolean onOption(const char* name, const char* value, gpointer self, GError** error);
@@ -94,7 +103,7 @@ bool readSetDocument(const emu::CloudStore& store,
                      std::string& document,
                      std::string& error);
 
-// Members of the object `builder` is in.
+// Members of the object `builder` is in; text as host/JsonText.h writes it.
 void addString(JsonBuilder* builder, const char* member, const std::string& value);
 void addStringOrNull(JsonBuilder* builder, const char* member, const std::string* value);
 void addInt(JsonBuilder* builder, const char* member, long long value);

@@ -15,6 +15,7 @@ int runExport(const Verb& verb, int argc, char** argv);
 int runImport(const Verb& verb, int argc, char** argv);
 int runLog(const Verb& verb, int argc, char** argv);
 int runDoctor(const Verb& verb, int argc, char** argv);
+int runTimeline(const Verb& verb, int argc, char** argv);
 int runExplore(const Verb& verb, int argc, char** argv);
 
 }  // namespace emucli

@@ -1,6 +1,8 @@
 // morvik-emu: makes and inspects emulated watches and clouds.
 #include <glib.h>
 
+#include <errno.h>
+
 #include <cstdio>
 #include <string>
 
@@ -28,23 +30,31 @@ const Verb kVerbs[] = {
     {"fault", "DIR NAME[=VALUE] | DIR clear [NAME] | DIR list",
      "set, clear or list the watch's fault switches", "Exit status: 0 done, 2 refused.",
      emucli::runFault},
-    {"sets", "CLOUD", "list the cloud's backup sets",
-     "Exit status: 0 listed, 1 listed but a set is unreadable (named on its line), 2 no such "
-     "cloud.",
+    {"sets", "CLOUD [--delete ID]", "list the cloud's backup sets, or delete one",
+     "A deleted set's ID is never given again.\n"
+     "Exit status: 0 listed (or deleted), 1 listed but a set is unreadable (named on its line),\n"
+     "2 no such cloud or set.",
      emucli::runSets},
     {"export", "CLOUD", "print a set's backup document (default: the newest)",
      "Without --pretty the document comes out byte for byte as it is stored.\n"
      "Exit status: 0 printed, 2 no such set, unreadable set or document.",
      emucli::runExport},
-    {"import", "CLOUD FILE", "store a backup document as a new set",
-     "The document must be strict JSON (an object) that json-glib reads back the same;\n"
+    {"import", "CLOUD FILE|-", "store a backup document (- reads standard input) as a new set",
+     "The document must be one strict JSON text (an object) that json-glib reads back the same;\n"
      "a refusal names the line and column. Exit status: 0 stored, 2 refused.",
      emucli::runImport},
-    {"log", "DIR", "print the watch's log, filtered like the device's log reader",
+    {"log", "DIR [TAG:LEVEL...]", "print the watch's log, filtered like the device's log reader",
      "Run markers (\"run begins: ...\") always show, so runs stay apart.\n"
-     "Levels, lowest first: V (verbose), D (debug), I (info), W (warn), E (error), F (fatal).\n"
-     "Exit status: 0 printed, 2 no log, or no such run.",
+     "Levels, lowest first: V (verbose), D (debug), I (info), W (warn), E (error), F (fatal);\n"
+     "S (silent) in a filter shows none. Filters as the device's reader takes them: TAG:LEVEL\n"
+     "shows TAG from LEVEL up, *:LEVEL every other tag, e.g. 'morvik-service:E *:S'.\n"
+     "Exit status: 0 printed, 2 no log, or no such run, 3 the output could not be written.",
      emucli::runLog},
+    {"timeline", "TRACE [-o FILE.svg]", "draw a run's trace as an SVG sequence picture",
+     "TRACE is what morvik-service --trace FILE wrote: one column per app, time going down,\n"
+     "an arrow from each request to its reply, a bar for each wait on a peer.\n"
+     "Exit status: 0 drawn, 2 unreadable trace, 3 the picture could not be written.",
+     emucli::runTimeline},
     {"doctor", "DIR|CLOUD", "check a watch or a cloud, one line per finding",
      "A watch: its profile's schema, photo files, downloaded apps missing from the store\n"
      "catalogue, fault switches set. A cloud: unreadable sets, documents that are not strict\n"
@@ -75,13 +85,12 @@ std::string usage() {
       "  --version        Show the version\n\n"
       "Run 'morvik-emu COMMAND --help' for a command's options and exit statuses.\n"
       "Exit status: 0 success; 1 the command's own (diff: the setups differ, sets: a set is\n"
-      "unreadable, doctor: findings); 2 bad usage or unreadable input.\n";
+      "unreadable, doctor: findings); 2 bad usage or unreadable input; 3 the output could not\n"
+      "be written (a full disk, a closed pipe).\n";
   return text;
 }
 
-}  // namespace
-
-int main(int argc, char* argv[]) {
+int dispatch(int argc, char* argv[]) {
   // Options up to the command; strict POSIX leaves the command and everything after it alone.
   gboolean help = FALSE;
   gboolean version = FALSE;
@@ -120,4 +129,15 @@ int main(int argc, char* argv[]) {
       return verb.run(verb, count - 1, args + 1);
   }
   return emucli::fail(std::string("unknown command '") + args[1] + "' (see morvik-emu --help)");
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  errno = 0;
+  const int status = dispatch(argc, argv);
+  // Whatever was printed must have arrived: a full disk is no success.
+  if (status != emucli::kStatusOutput && (fflush(stdout) != 0 || ferror(stdout)))
+    return emucli::failedOutput();
+  return status;
 }

@@ -20,6 +20,7 @@
 #include "emu/CloudStore.h"
 #include "emu/SampleWatch.h"
 #include "emu/WatchDiff.h"
+#include "host/LaunchOptions.h"
 
 namespace {
 
@@ -96,7 +97,7 @@ gboolean refuse(GError** error, const std::string& message) {
 gboolean onRuns(const gchar* name, const gchar* value, gpointer data, GError** error) {
   Options& options = *static_cast<Options*>(data);
   if (options.runsGiven)
-    return refuse(error, std::string(name) + " may be given once");
+    return refuse(error, host::repeatedOption(name));
   char* end = nullptr;
   const long runs = strtol(value, &end, 10);
   if (end == value || *end != '\0' || runs < 1 || runs > kMaxRuns)
@@ -110,7 +111,7 @@ gboolean onRuns(const gchar* name, const gchar* value, gpointer data, GError** e
 gboolean onWork(const gchar* name, const gchar* value, gpointer data, GError** error) {
   Options& options = *static_cast<Options*>(data);
   if (options.workGiven)
-    return refuse(error, std::string(name) + " may be given once");
+    return refuse(error, host::repeatedOption(name));
   if (!*value)
     return refuse(error, std::string(name) + " needs a directory");
   options.workDir = value;

@@ -507,11 +507,19 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
     fail(exchange, error);
     return;
   }
-  if (ids.empty()) {
+  auto chosen = chosenSets_.find(exchange.launchId);
+  if (chosen != chosenSets_.end()) {
+    if (std::find(ids.begin(), ids.end(), chosen->second) == ids.end()) {
+      fail(exchange, "the cloud has no set " + std::to_string(chosen->second));
+      return;
+    }
+    exchange.setId = chosen->second;
+  } else if (ids.empty()) {
     succeed(exchange, "the cloud holds no backup set, nothing restored");
     return;
+  } else {
+    exchange.setId = ids.back();
   }
-  exchange.setId = ids.back();
   if (!store_.outline(exchange.setId, exchange.downloaded, error) ||
       !host::shareRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error)) {
     fail(exchange, error);

@@ -1,6 +1,7 @@
 #include "emu/CloudStore.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <unistd.h>
@@ -17,6 +18,8 @@ namespace {
 
 const char kSetPrefix[] = "set-";
 const char kSetSuffix[] = ".dat";
+// What a deleted set leaves: an empty file that keeps its ID from being given again.
+const char kDeletedSuffix[] = ".deleted";
 // Beyond this many tries at claiming the next ID, something else keeps taking them.
 const int kClaimTries = 100;
 
@@ -27,20 +30,20 @@ struct DirCloser {
 const char kIncomingPrefix[] = ".incoming-";
 
 // The one name of each ID: at least six digits, zero-padded, no other leading zero.
-std::string canonicalSetName(unsigned long long id) {
+std::string canonicalSetName(unsigned long long id, const char* suffix = kSetSuffix) {
   char name[64];
-  snprintf(name, sizeof name, "%s%06llu%s", kSetPrefix, id, kSetSuffix);
+  snprintf(name, sizeof name, "%s%06llu%s", kSetPrefix, id, suffix);
   return name;
 }
 
 // "set-<digits>.dat" -> the ID, for the canonical name of an ID up to kMaxSetId only: "set-1.dat"
 // or "set-0000001.dat" would otherwise read as a second set 1, and a longer one would overflow.
-bool parseSetName(const char* name, unsigned long long& id) {
+bool parseSetName(const char* name, unsigned long long& id, const char* setSuffix = kSetSuffix) {
   const size_t prefix = sizeof kSetPrefix - 1;
-  const size_t suffix = sizeof kSetSuffix - 1;
+  const size_t suffix = strlen(setSuffix);
   const size_t length = strlen(name);
   if (length <= prefix + suffix || length > prefix + suffix + 18 ||
-      strncmp(name, kSetPrefix, prefix) != 0 || strcmp(name + length - suffix, kSetSuffix) != 0)
+      strncmp(name, kSetPrefix, prefix) != 0 || strcmp(name + length - suffix, setSuffix) != 0)
     return false;
   unsigned long long value = 0;
   for (size_t i = prefix; i < length - suffix; ++i) {
@@ -48,7 +51,7 @@ bool parseSetName(const char* name, unsigned long long& id) {
       return false;
     value = value * 10 + static_cast<unsigned>(name[i] - '0');
   }
-  if (canonicalSetName(value) != name)
+  if (canonicalSetName(value, setSuffix) != name)
     return false;
   id = value;
   return true;
@@ -90,6 +93,39 @@ bool CloudStore::list(std::vector<unsigned long long>& ids,
   ids.swap(found);
   if (ignored)
     std::sort(ignored->begin(), ignored->end());
+  return true;
+}
+
+unsigned long long CloudStore::highestDeleted() const {
+  unsigned long long highest = 0;
+  g_autoptr(GDir) dir = g_dir_open(dir_.c_str(), 0, nullptr);
+  while (const char* name = dir ? g_dir_read_name(dir) : nullptr) {
+    unsigned long long id = 0;
+    if (parseSetName(name, id, kDeletedSuffix))
+      highest = std::max(highest, id);
+  }
+  return highest;
+}
+
+bool CloudStore::remove(unsigned long long id, std::string& error) {
+  const std::string path = setPath(id);
+  if (!g_file_test(path.c_str(), G_FILE_TEST_IS_REGULAR)) {
+    error = "the cloud has no set " + std::to_string(id);
+    return false;
+  }
+  // The mark first: a backup between the two steps must not take this ID again.
+  g_autofree char* mark =
+      g_build_filename(dir_.c_str(), canonicalSetName(id, kDeletedSuffix).c_str(), nullptr);
+  const int fd = g_open(mark, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (fd < 0 || close(fd) != 0) {
+    error = "cannot delete set " + std::to_string(id) + ": " + g_strerror(errno);
+    return false;
+  }
+  // Readers that hold the set (a restore's link to it) keep their bytes.
+  if (g_unlink(path.c_str()) != 0) {
+    error = "cannot delete set " + std::to_string(id) + ": " + g_strerror(errno);
+    return false;
+  }
   return true;
 }
 
@@ -155,12 +191,12 @@ bool CloudStore::store(const MakeIncoming& make, unsigned long long& id, std::st
   std::vector<unsigned long long> ids;
   if (!list(ids, error))
     return false;
-  unsigned long long next = ids.empty() ? 1 : ids.back() + 1;
+  unsigned long long next = std::max(ids.empty() ? 0 : ids.back(), highestDeleted()) + 1;
   // link() refuses an existing name, so two writers never share an ID.
   for (int tries = 0; tries < kClaimTries; ++tries, ++next) {
     if (next > kMaxSetId) {
       error = "cannot store the set: set IDs end at " + std::to_string(kMaxSetId) +
-              ", and the cloud already holds set " + std::to_string(ids.back());
+              ", and the cloud already gave out set " + std::to_string(next - 1);
       return false;
     }
     int failure = 0;

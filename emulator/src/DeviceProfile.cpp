@@ -11,6 +11,7 @@
 #include <cstdio>
 
 #include "MvSvcJsonNesting.h"
+#include "host/JsonText.h"
 #include "host/Personality.h"
 #include "host/RecordFile.h"
 
@@ -20,14 +21,9 @@ const char* const DeviceProfile::kFileName = "device.json";
 
 namespace {
 
-// Where a string that is not UTF-8 keeps its exact bytes, as in the backup document: the member
-// holds the repaired text, "<member>_base64" the bytes. For a map of strings, "<map>_base64" is a
-// map of the values that need it.
+// Where a string that is not UTF-8 keeps its exact bytes, as in every JSON output
+// (host/JsonText.h).
 const char* const kExactSuffix = "_base64";
-
-bool isUtf8(const std::string& text) {
-  return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
-}
 
 std::string exactBytes(const char* base64) {
   gsize length = 0;
@@ -189,52 +185,6 @@ std::string oneLine(const char* message) {
   return line;
 }
 
-void addStringValue(JsonBuilder* builder, const std::string& value) {
-  if (isUtf8(value)) {
-    json_builder_add_string_value(builder, value.c_str());
-    return;
-  }
-  g_autofree gchar* repaired = g_utf8_make_valid(value.data(), static_cast<gssize>(value.size()));
-  json_builder_add_string_value(builder, repaired);
-}
-
-void addExactBytes(JsonBuilder* builder, const std::string& name, const std::string& value) {
-  g_autofree gchar* exact =
-      g_base64_encode(reinterpret_cast<const guchar*>(value.data()), value.size());
-  json_builder_set_member_name(builder, name.c_str());
-  json_builder_add_string_value(builder, exact);
-}
-
-void addStringMember(JsonBuilder* builder, const char* name, const std::string& value) {
-  json_builder_set_member_name(builder, name);
-  addStringValue(builder, value);
-  if (!isUtf8(value))
-    addExactBytes(builder, std::string(name) + kExactSuffix, value);
-}
-
-void addStringMap(JsonBuilder* builder,
-                  const char* name,
-                  const std::map<std::string, std::string>& values) {
-  json_builder_set_member_name(builder, name);
-  json_builder_begin_object(builder);
-  bool allUtf8 = true;
-  for (const auto& entry : values) {
-    json_builder_set_member_name(builder, entry.first.c_str());
-    addStringValue(builder, entry.second);
-    allUtf8 = allUtf8 && isUtf8(entry.second);
-  }
-  json_builder_end_object(builder);
-  if (allUtf8)
-    return;
-  json_builder_set_member_name(builder, (std::string(name) + kExactSuffix).c_str());
-  json_builder_begin_object(builder);
-  for (const auto& entry : values) {
-    if (!isUtf8(entry.second))
-      addExactBytes(builder, entry.first, entry.second);
-  }
-  json_builder_end_object(builder);
-}
-
 // Each switch of "platform" must be one the host knows, with a value it takes.
 bool validPlatform(const std::map<std::string, std::string>& settings, std::string& error) {
   host::Personality personality;
@@ -342,16 +292,16 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_object(builder);
   json_builder_set_member_name(builder, "format");
   json_builder_add_int_value(builder, kFormatVersion);
-  addStringMember(builder, "name", name);
-  addStringMap(builder, "config", config);
+  host::addTextMember(builder, "name", name);
+  host::addTextMap(builder, "config", config);
 
   json_builder_set_member_name(builder, "packages");
   json_builder_begin_array(builder);
   for (const host::PackageInfo& info : packages) {
     json_builder_begin_object(builder);
-    addStringMember(builder, "pkgid", info.pkgId);
-    addStringMember(builder, "appid", info.appId);
-    addStringMember(builder, "component", info.component);
+    host::addTextMember(builder, "pkgid", info.pkgId);
+    host::addTextMember(builder, "appid", info.appId);
+    host::addTextMember(builder, "component", info.component);
     json_builder_set_member_name(builder, "preload");
     json_builder_add_boolean_value(builder, info.preload);
     json_builder_end_object(builder);
@@ -362,8 +312,8 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const FaceEntry& face : faces) {
     json_builder_begin_object(builder);
-    addStringMember(builder, "pkgid", face.pkgId);
-    addStringMember(builder, "settings", face.settings);
+    host::addTextMember(builder, "pkgid", face.pkgId);
+    host::addTextMember(builder, "settings", face.settings);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
@@ -372,9 +322,9 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const BackgroundImage& image : images) {
     json_builder_begin_object(builder);
-    addStringMember(builder, "file_name", image.fileName);
-    addStringMember(builder, "path", image.path);
-    addStringMember(builder, "bg_type", image.bgType);
+    host::addTextMember(builder, "file_name", image.fileName);
+    host::addTextMember(builder, "path", image.path);
+    host::addTextMember(builder, "bg_type", image.bgType);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
@@ -383,9 +333,9 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const WatchAppState& app : watchApps) {
     json_builder_begin_object(builder);
-    addStringMember(builder, "appid", app.appId);
-    addStringMember(builder, "pkgid", app.pkgId);
-    addStringMember(builder, "result_xml", app.resultXml);
+    host::addTextMember(builder, "appid", app.appId);
+    host::addTextMember(builder, "pkgid", app.pkgId);
+    host::addTextMember(builder, "result_xml", app.resultXml);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
@@ -394,17 +344,17 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const CatalogueItem& entry : catalogue) {
     json_builder_begin_object(builder);
-    addStringMember(builder, "guid", entry.guid);
-    addStringMember(builder, "pkgid", entry.pkgId);
-    addStringMember(builder, "appid", entry.appId);
-    addStringMember(builder, "component", entry.component);
+    host::addTextMember(builder, "guid", entry.guid);
+    host::addTextMember(builder, "pkgid", entry.pkgId);
+    host::addTextMember(builder, "appid", entry.appId);
+    host::addTextMember(builder, "component", entry.component);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
 
-  addStringMap(builder, "faults", faults);
+  host::addTextMap(builder, "faults", faults);
   if (!platform.empty())
-    addStringMap(builder, "platform", platform);
+    host::addTextMap(builder, "platform", platform);
   json_builder_end_object(builder);
 
   g_autoptr(JsonNode) root = json_builder_get_root(builder);

@@ -1,18 +1,46 @@
 #include "emu/EmulatedWatch.h"
 
 #include "emu/CloudStore.h"
+#include "emu/DirectoryKind.h"
 #include "emu/SampleWatch.h"
 #include "emu/SetAudit.h"
 #include "host/Platform.h"
 
 namespace emu {
 
+namespace {
+
+// Only a backup makes a cloud; a restore or an information request needs one that exists,
+// holding the sets it names.
+bool usableCloud(const host::LaunchOptions& options, std::string& error) {
+  bool makesCloud = false;
+  bool readsCloud = false;
+  for (const host::LaunchRequest& request : options.requests) {
+    makesCloud = makesCloud || request.operation == host::expandOperation("backup");
+    readsCloud = readsCloud || request.operation == host::expandOperation("restore") ||
+                 request.operation == host::expandOperation("info");
+  }
+  if (!requireCloud(options.cloudDir, makesCloud || !readsCloud, error))
+    return false;
+  for (const host::LaunchRequest& request : options.requests) {
+    if (request.setId && !g_file_test(CloudStore(options.cloudDir).setPath(*request.setId).c_str(),
+                                      G_FILE_TEST_IS_REGULAR)) {
+      error = "the cloud '" + options.cloudDir + "' has no set " + std::to_string(*request.setId);
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
 bool EmulatedWatch::boot(host::Platform& platform,
                          const host::LaunchOptions& options,
                          std::string& error) {
   deviceDir_ = options.deviceDir;
   cloudDir_ = options.cloudDir;
-  if (!profile_.load(deviceDir_, error))
+  if (!requireWatch(deviceDir_, error) || !usableCloud(options, error) ||
+      !profile_.load(deviceDir_, error))
     return false;
   booted_ = profile_;
   if (!platform.personality().setAll(profile_.platform, error)) {
@@ -27,6 +55,10 @@ bool EmulatedWatch::boot(host::Platform& platform,
   for (const host::LaunchRequest& request : options.requests)
     operations.push_back(request.operation);
   cloud_ = std::make_unique<CloudAgent>(platform, options.cloudDir, profile_.faults, operations);
+  for (size_t i = 0; i < options.requests.size(); ++i) {
+    if (options.requests[i].setId)
+      cloud_->chooseSet(static_cast<unsigned>(i + 1), *options.requests[i].setId);
+  }
   bootPeers(platform);
   return true;
 }

@@ -17,6 +17,14 @@ class StrictScan {
   bool run(std::string& error) {
     while (at_ < text_.size()) {
       const char c = text_[at_];
+      const bool startsValue = c == '"' || c == '{' || c == '[' || c == '-' ||
+                               (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z');
+      if (startsValue && open_.empty()) {
+        // json-glib reads the first text and drops the rest unseen.
+        if (sawText_)
+          return fail("a second JSON text begins here; a document is one JSON text", error);
+        sawText_ = true;
+      }
       if (c == '"') {
         if (!string(error))
           return false;
@@ -168,6 +176,7 @@ class StrictScan {
   size_t line_ = 1;
   size_t column_ = 1;
   std::vector<Open> open_;
+  bool sawText_ = false;
 };
 
 // json-glib's "<data>:3:5: Parse error: unexpected ..." as "line 3, column 5: unexpected ...".

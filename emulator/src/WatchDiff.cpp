@@ -79,9 +79,45 @@ void compareKeys(const std::map<std::string, Value>& first,
   }
 }
 
+// Line `index` (from 0) of `text`, if it has one.
+std::optional<std::string> lineAt(const std::string& text, size_t index) {
+  size_t start = 0;
+  for (size_t i = 0; i < index; ++i) {
+    start = text.find('\n', start);
+    if (start == std::string::npos)
+      return std::nullopt;
+    ++start;
+  }
+  return text.substr(start, text.find('\n', start) - start);
+}
+
+std::string escapedByte(char c) {
+  char text[8];
+  g_snprintf(text, sizeof text, "\\x%02x", static_cast<unsigned char>(c));
+  return text;
+}
+
+// A line as the text output shows it: quoted, control bytes escaped, long ones cut.
+std::string quoted(const std::optional<std::string>& line) {
+  if (!line)
+    return "(end)";
+  const size_t kShown = 60;
+  const bool cut = line->size() > kShown;
+  std::string shown = "\"";
+  for (const char c : line->substr(0, kShown)) {
+    if (c == '"' || c == '\\')
+      shown += std::string("\\") + c;
+    else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
+      shown += escapedByte(c);
+    else
+      shown += c;
+  }
+  return shown + (cut ? "...\"" : "\"");
+}
+
 class Differences {
  public:
-  Differences(const Watch& first, const Watch& second, std::vector<std::string>& lines)
+  Differences(const Watch& first, const Watch& second, std::vector<WatchDifference>& lines)
       : first_(first), second_(second), lines_(lines) {}
 
   void idleClock() {
@@ -95,7 +131,7 @@ class Differences {
     compareKeys(first, second, onlyOn(what),
                 [&](const std::string& key, const std::string& a, const std::string& b) {
                   if (a != b)
-                    add(what, key, "settings differ");
+                    settingsDiffer(what, key, a, b);
                 });
   }
 
@@ -111,7 +147,7 @@ class Differences {
                   if (!bytesB)
                     add("photo", name, "file missing on " + second_.dir);
                   if (bytesA && bytesB && *bytesA != *bytesB)
-                    add("photo", name, "bytes differ");
+                    bytesDiffer(name, *bytesA, *bytesB);
                 });
   }
 
@@ -128,7 +164,39 @@ class Differences {
     const std::string a = first_.config(key);
     const std::string b = second_.config(key);
     if (a != b)
-      lines_.push_back(std::string(what) + ": " + a + " vs " + b);
+      lines_.push_back({what, std::string(what) + ": " + a + " vs " + b});
+  }
+
+  void settingsDiffer(const char* what,
+                      const std::string& key,
+                      const std::string& a,
+                      const std::string& b) {
+    size_t line = 0;
+    std::optional<std::string> lineA, lineB;
+    do {
+      lineA = lineAt(a, line);
+      lineB = lineAt(b, line);
+      ++line;
+    } while (lineA == lineB && (lineA || lineB));
+    WatchDifference& difference = add(what, key,
+                                      "settings differ at line " + std::to_string(line) + ": " +
+                                          quoted(lineA) + " vs " + quoted(lineB));
+    difference.line = line;
+    difference.firstLine = lineA;
+    difference.secondLine = lineB;
+  }
+
+  void bytesDiffer(const std::string& name, const std::string& a, const std::string& b) {
+    size_t at = 0;
+    while (at < a.size() && at < b.size() && a[at] == b[at])
+      ++at;
+    WatchDifference& difference =
+        add("photo", name,
+            "bytes differ: " + std::to_string(a.size()) + " vs " + std::to_string(b.size()) +
+                " bytes, first at byte " + std::to_string(at));
+    difference.firstSize = a.size();
+    difference.secondSize = b.size();
+    difference.firstDifferingByte = at;
   }
 
   std::function<void(const std::string&, bool)> onlyOn(const char* what) {
@@ -137,20 +205,22 @@ class Differences {
     };
   }
 
-  void add(const char* what, const std::string& key, const std::string& how) {
-    lines_.push_back(std::string(what) + " " + key + ": " + how);
+  WatchDifference& add(const char* what, const std::string& key, const std::string& how) {
+    const std::string item = std::string(what) + " " + key;
+    lines_.push_back({item, item + ": " + how});
+    return lines_.back();
   }
 
   const Watch& first_;
   const Watch& second_;
-  std::vector<std::string>& lines_;
+  std::vector<WatchDifference>& lines_;
 };
 
 }  // namespace
 
 bool diffWatches(const std::string& dir1,
                  const std::string& dir2,
-                 std::vector<std::string>& differences,
+                 std::vector<WatchDifference>& differences,
                  std::string& error) {
   differences.clear();
   Watch first;
@@ -163,6 +233,23 @@ bool diffWatches(const std::string& dir1,
   diff.settings("watch app", first.watchApps, second.watchApps);
   diff.photos();
   diff.downloads();
+  return true;
+}
+
+}  // namespace emu
+
+namespace emu {
+
+bool diffWatches(const std::string& dir1,
+                 const std::string& dir2,
+                 std::vector<std::string>& differences,
+                 std::string& error) {
+  std::vector<WatchDifference> found;
+  if (!diffWatches(dir1, dir2, found, error))
+    return false;
+  differences.clear();
+  for (WatchDifference& difference : found)
+    differences.push_back(std::move(difference.text));
   return true;
 }
 

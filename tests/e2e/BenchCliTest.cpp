@@ -21,7 +21,7 @@ TEST(BenchCliTest, BadOptionsEndWithOneLineAndStatusTwo) {
       {{"--runs"}, "Missing argument for --runs"},
       {{"--runs", "0"}, "--runs needs a number from 1 to 100, not '0'"},
       {{"--runs=99999999999999999999"}, "not '99999999999999999999'"},
-      {{"--runs=2", "--runs", "3"}, "--runs may be given once"},
+      {{"--runs=2", "--runs", "3"}, "--runs is given more than once"},
       {{"extra"}, "unexpected argument 'extra'"},
       {{"--work", temp.path()}, "already exists"},
   };

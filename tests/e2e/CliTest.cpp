@@ -2,15 +2,20 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include <regex>
 #include <string>
 #include <vector>
 
 #include "ProcessRun.h"
+#include "host/LogFormat.h"
 
 namespace {
 
@@ -84,6 +89,76 @@ TEST_F(CliTest, RequestWithoutExtraLogsTheErrorAndRunsIntoTheDeadline) {
     EXPECT_EQ(morvik_test::runEmu(args).status, 2) << args.back();
 }
 
+// What a follower has printed once `expected` lines have come, or after 10 s.
+std::string readLines(int fd, size_t expected) {
+  std::string text;
+  const gint64 until = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
+  while (linesOf(text).size() < expected && g_get_monotonic_time() < until) {
+    struct pollfd ready = {fd, POLLIN, 0};
+    if (poll(&ready, 1, 100) <= 0)
+      continue;
+    char chunk[4096];
+    const ssize_t got = read(fd, chunk, sizeof chunk);
+    if (got <= 0)
+      break;
+    text.append(chunk, static_cast<size_t>(got));
+  }
+  return text;
+}
+
+// The device reader's filter specs and --pid choose lines; --follow prints runs as they happen.
+TEST_F(CliTest, TheLogReaderFiltersAsTheDevicesDoesAndFollowsNewRuns) {
+  const std::vector<std::string> noExtra = {"--operation", "none",       "--deadline",
+                                            "0.5",         "--schedule", "1"};
+  ASSERT_EQ(service(device_, {"--operation", "backup"}).status, 0);
+  ASSERT_EQ(service(device_, noExtra).status, 3);
+  const std::vector<std::string> all = linesOf(morvik_test::runEmu({"log", device_}).out);
+  size_t ofService = 0;
+  host::DeviceLogLine marker, line;
+  for (const std::string& text : all)
+    ofService += host::parseDeviceLogLine(text, line) && line.tag == "morvik-service";
+  ASSERT_TRUE(host::parseDeviceLogLine(all[0], marker));
+  ASSERT_GT(all.size(), ofService + 2);
+  auto shown = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), {"log", device_});
+    const ProcessResult run = morvik_test::runEmu(args);
+    EXPECT_EQ(run.status, 0) << run.err;
+    return linesOf(run.out).size();
+  };
+  EXPECT_EQ(shown({"morvik-service:E", "*:S"}), 3u);  // the two markers and the one error
+  EXPECT_EQ(shown({"morvik-service:F", "*:S"}), 2u);
+  EXPECT_EQ(shown({"morvik-service", "*:s"}), ofService + 2);
+  EXPECT_EQ(shown({"morvik-service:S"}), all.size() - ofService);
+  EXPECT_EQ(shown({"--run", "1", "--pid", std::to_string(marker.pid)}),
+            linesOf(morvik_test::runEmu({"log", device_, "--run", "1"}).out).size());
+  EXPECT_EQ(
+      shown({"--pid", std::to_string(marker.pid)}),
+      all.size() - linesOf(morvik_test::runEmu({"log", device_, "--run", "2"}).out).size() + 1);
+  for (const char* bad : {"morvik-service:X", ":E", "--pid=0"})
+    EXPECT_EQ(morvik_test::runEmu({"log", device_, bad}).status, 2) << bad;
+
+  const std::vector<std::string> follow = {MORVIK_EMU_BIN,     "log", device_, "--last", "--follow",
+                                           "morvik-service:E", "*:S"};
+  std::vector<char*> argv;
+  for (const std::string& arg : follow)
+    argv.push_back(const_cast<char*>(arg.c_str()));
+  argv.push_back(nullptr);
+  GPid pid = 0;
+  int out = -1;
+  ASSERT_TRUE(g_spawn_async_with_pipes(nullptr, argv.data(), nullptr, G_SPAWN_DO_NOT_REAP_CHILD,
+                                       nullptr, nullptr, &pid, nullptr, &out, nullptr, nullptr));
+  EXPECT_EQ(linesOf(readLines(out, 2)).size(), 2u);
+  ASSERT_EQ(service(device_, noExtra).status, 3);
+  const std::vector<std::string> followed = linesOf(readLines(out, 2));
+  kill(pid, SIGTERM);
+  waitpid(pid, nullptr, 0);
+  g_spawn_close_pid(pid);
+  close(out);
+  ASSERT_EQ(followed.size(), 2u);
+  EXPECT_NE(followed[0].find("run begins: "), std::string::npos);
+  EXPECT_NE(followed[1].find(" E/morvik-service("), std::string::npos);
+}
+
 TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing) {
   file("plain-file", "x");
   g_mkdir((root_ + "/empty").c_str(), 0755);
@@ -96,9 +171,14 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing
     return std::vector<std::string>{MORVIK_SERVICE_BIN, "--device", device, "--cloud", cloud,
                                     "--operation",      operation};
   };
+  g_mkdir((root_ + "/acloud").c_str(), 0755);
+  file("acloud/set-000001.dat", "x");
+  const std::string longDir = root_ + "/" + std::string(60, 'l');
+  const std::string tooLong = "device directory '" + longDir + "' is too long: the app's files";
+  g_mkdir(longDir.c_str(), 0755);
   const struct {
     std::vector<std::string> args;
-    const char* reason;
+    std::string reason;
   } cases[] = {
       {{MORVIK_SERVICE_BIN}, "--device DIR is required"},
       {run(root_ + "/absent", cloud_, "none"), "is not a readable, writable directory"},
@@ -107,6 +187,21 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing
       {run(root_ + "/deep", cloud_, "backup"), "nests deeper than 512 levels"},
       {run(root_ + "/fifo", cloud_, "backup"), "device.json: not a regular file"},
       {{MORVIK_EMU_BIN, "show", root_ + "/deep"}, "nests deeper than 512 levels"},
+      // A cloud that is missing, a watch, or neither; a watch that is a cloud.
+      {run(device_, root_ + "/typo", "restore"), "cloud directory '" + root_ + "/typo' does not"},
+      {run(device_, root_ + "/typo", "info"), "does not exist"},
+      {run(device_, device_, "backup"), "'" + device_ + "' is a watch, not a cloud"},
+      {run(device_, root_, "backup"), "is not a cloud: it holds other files and no backup set"},
+      {run(root_ + "/acloud", cloud_, "backup"), "'" + root_ + "/acloud' is a cloud, not a watch"},
+      {{MORVIK_EMU_BIN, "doctor", root_}, "is neither a watch (it has no device.json) nor a cloud"},
+      {{MORVIK_EMU_BIN, "init", root_ + "/acloud", "--blank"}, "is a cloud, not a watch"},
+      {run(device_, cloud_, "backpu"),
+       "unknown operation 'backpu': use backup, restore, info, none"},
+      // Every tool refuses a watch whose paths would not fit the service's buffers alike.
+      {run(longDir, cloud_, "backup"), tooLong},
+      {{MORVIK_EMU_BIN, "init", longDir, "--sample"}, tooLong},
+      {{MORVIK_EMU_BIN, "explore", "--seeds", "1", "--work", root_ + "/" + std::string(40, 'w')},
+       "/seed-999999/watch' is too long: the app's files there would need"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.reason);
@@ -119,7 +214,26 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing
   }
   for (const std::string& dir : {device_, root_ + "/deep", root_ + "/empty"})
     EXPECT_FALSE(g_file_test((dir + "/log").c_str(), G_FILE_TEST_EXISTS)) << dir;
-  EXPECT_FALSE(g_file_test(cloud_.c_str(), G_FILE_TEST_EXISTS));
+  for (const std::string& dir : {cloud_, root_ + "/typo", longDir + "/device.json"})
+    EXPECT_FALSE(g_file_test(dir.c_str(), G_FILE_TEST_EXISTS)) << dir;
+
+  // A refused run answers --json with its refusal, in place of an older result.
+  const std::string result = file("result.json", "{\"status\":0}");
+  for (const auto& [operation, reason] : {std::make_pair("restore", "does not exist"),
+                                          std::make_pair("backpu", "unknown operation")}) {
+    std::vector<std::string> args = run(device_, root_ + "/typo", operation);
+    args.insert(args.begin() + 1, {"--json", result});
+    ASSERT_EQ(morvik_test::runProcess(args).status, 2);
+    g_autofree char* text = nullptr;
+    ASSERT_TRUE(g_file_get_contents(result.c_str(), &text, nullptr, nullptr));
+    g_autoptr(JsonParser) parser = json_parser_new();
+    JsonObject* refused = morvik_test::jsonObject(parser, text);
+    ASSERT_NE(refused, nullptr);
+    EXPECT_EQ(json_object_get_int_member(refused, "status"), 2);
+    EXPECT_NE(std::string(json_object_get_string_member(refused, "refused")).find(reason),
+              std::string::npos);
+    EXPECT_EQ(json_array_get_length(json_object_get_array_member(refused, "failures")), 1u);
+  }
 
   // Another process holds the watch: runs and profile writers are refused, and nothing is lost.
   const int held = open(device_.c_str(), O_RDONLY | O_DIRECTORY);

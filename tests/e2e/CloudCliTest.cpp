@@ -78,6 +78,8 @@ TEST_F(CloudCliTest, BadInputGetsOneLineAndANonZeroStatusAndStoresNothing) {
       {"{\"a\":1e400}", "the number 1e400 is out of range"},
       {std::string(100000, '['), "line 1, column 513: nests deeper than 512"},
       {"[1]", "not a JSON object"},
+      {"{\"a\":1}{\"b\":2}", "line 1, column 8: a second JSON text begins here"},
+      {"{\"a\":1}\n\n\"b\"", "line 3, column 1: a second JSON text"},
   };
   for (const auto& c : cases)
     expectRefused(emu({"import", cloud_, file("document.json", c.document)}), c.reason);
@@ -88,6 +90,39 @@ TEST_F(CloudCliTest, BadInputGetsOneLineAndANonZeroStatusAndStoresNothing) {
   expectRefused(emu({"export", cloud_, "--set", "x"}), "--set needs a set ID");
   expectRefused(emu({"export", cloud_, "--set=1", "--set", "1"}), "--set is given more than once");
   EXPECT_EQ(emu({"export", cloud_, "--set=1"}).out, "{}");
+}
+
+// A restore takes the set it is given; a deleted set's ID is never given again; a document comes
+// from standard input as from a file.
+TEST_F(CloudCliTest, SetsAreChosenByIdDeletedAndImportedFromStandardInput) {
+  const std::string sample = watch("sample", "--sample");
+  ASSERT_EQ(service(sample, {"--operation", "backup"}).status, 0);
+  auto importStdin = [&](const std::string& document) {
+    return morvik_test::runProcess({"/bin/sh", "-c", "exec \"$0\" import \"$1\" - < \"$2\"",
+                                    MORVIK_EMU_BIN, cloud_, file("in.json", document)});
+  };
+  EmuRun run = importStdin("{\"watch_main_key\":\"com.x\"}");
+  EXPECT_EQ(run.out, "stored set 2 in " + cloud_ + "\n") << run.err;
+  expectRefused(importStdin("{}{}"), "'standard input' is not a backup document: line 1, column 3");
+
+  // Set 1 is the sample's backup, older than set 2: only --set 1 restores the sample.
+  const std::string blank = watch("blank", "--blank");
+  run = service(blank, {"--operation", "restore", "--set", "1"});
+  EXPECT_EQ(run.status, 0) << run.out;
+  EXPECT_TRUE(morvik_test::hasLine(run.out, "request 1, restore: set 1: ")) << run.out;
+  EXPECT_EQ(emu({"diff", sample, blank}).out, "same setup\n");
+
+  EXPECT_EQ(emu({"sets", cloud_, "--delete", "2"}).out, "deleted set 2 from " + cloud_ + "\n");
+  expectRefused(emu({"sets", cloud_, "--delete", "2"}), "the cloud has no set 2");
+  expectRefused(emu({"sets", cloud_, "--delete", "x"}), "--delete needs a set ID, not 'x'");
+  expectRefused(service(blank, {"--operation", "restore", "--set", "2"}), "has no set 2");
+  run = emu({"sets", cloud_});
+  EXPECT_EQ(morvik_test::linesOf(run.out).size(), 1u) << run.out;
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(importStdin("{}").out, "stored set 3 in " + cloud_ + "\n");
+  ASSERT_EQ(emu({"sets", cloud_, "--delete=3"}).status, 0);
+  ASSERT_EQ(service(sample, {"--operation", "backup"}).status, 0);
+  EXPECT_EQ(emu({"export", cloud_, "--set", "4"}).status, 0);
 }
 
 }  // namespace

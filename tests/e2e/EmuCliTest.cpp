@@ -148,4 +148,107 @@ TEST_F(EmuCliTest, DoctorNamesEachFinding) {
       << lines[2];
 }
 
+// Names and dates in Latin-1, as a watch and a cloud may hold them: every JSON output is still
+// UTF-8 JSON, the exact bytes in base64 beside the repaired text.
+TEST_F(EmuCliTest, JsonOutputsAreUtf8WhateverTheNamesHold) {
+  const std::string latin = "caf\xe9";
+  const std::string one = watch("one", "--sample");
+  const std::string two = watch("two", "--sample");
+  emu::DeviceProfile profile;
+  std::string error;
+  ASSERT_TRUE(profile.load(one, error)) << error;
+  profile.images[0].fileName = latin + ".jpg";
+  profile.packages.back().appId = "com." + latin;
+  profile.faces[0].settings += "\n" + latin;
+  ASSERT_TRUE(profile.save(one, error)) << error;
+  ASSERT_EQ(g_mkdir(cloud_.c_str(), 0755), 0);
+  host::CloudRecord record;
+  record.key = "key";
+  record.date = latin;
+  record.value = std::string("{}");
+  unsigned long long id = 0;
+  ASSERT_TRUE(emu::CloudStore(cloud_).add({record}, id, error)) << error;
+
+  auto parsed = [](JsonParser* parser, const ProcessResult& run) -> JsonObject* {
+    EXPECT_TRUE(g_utf8_validate(run.out.data(), static_cast<gssize>(run.out.size()), nullptr));
+    return jsonObject(parser, run.out);
+  };
+  auto exact = [](JsonObject* object, const char* member) {
+    gsize length = 0;
+    g_autofree guchar* bytes =
+        g_base64_decode(json_object_get_string_member(object, member), &length);
+    return std::string(reinterpret_cast<char*>(bytes), length);
+  };
+  g_autoptr(JsonParser) showParser = json_parser_new();
+  JsonObject* shown = parsed(showParser, runEmu({"show", one, "--json"}));
+  ASSERT_NE(shown, nullptr);
+  JsonObject* photo =
+      json_array_get_object_element(json_object_get_array_member(shown, "photos"), 0);
+  EXPECT_STREQ(json_object_get_string_member(photo, "file_name"), "caf\uFFFD.jpg");
+  EXPECT_EQ(exact(photo, "file_name_base64"), latin + ".jpg");
+
+  g_autoptr(JsonParser) setsParser = json_parser_new();
+  JsonObject* sets = parsed(setsParser, runEmu({"sets", cloud_, "--json"}));
+  ASSERT_NE(sets, nullptr);
+  JsonObject* set = json_array_get_object_element(json_object_get_array_member(sets, "sets"), 0);
+  EXPECT_EQ(exact(set, "date_base64"), latin);
+
+  g_autoptr(JsonParser) diffParser = json_parser_new();
+  const ProcessResult diffed = runEmu({"diff", one, two, "--json"});
+  EXPECT_EQ(diffed.status, 1);
+  JsonObject* diff = parsed(diffParser, diffed);
+  ASSERT_NE(diff, nullptr);
+  JsonArray* differences = json_object_get_array_member(diff, "differences");
+  bool sawSettings = false, sawApp = false;
+  for (guint i = 0; i < json_array_get_length(differences); ++i) {
+    JsonObject* difference = json_array_get_object_element(differences, i);
+    const std::string item = json_object_get_string_member(difference, "item");
+    if (item.rfind("face ", 0) == 0 && json_object_has_member(difference, "line")) {
+      sawSettings = true;
+      EXPECT_TRUE(json_object_get_null_member(difference, "second_line"));
+      EXPECT_EQ(exact(difference, "first_line_base64"), latin);
+    }
+    if (json_object_has_member(difference, "item_base64"))
+      sawApp = exact(difference, "item_base64") == "app com." + latin;
+  }
+  EXPECT_TRUE(sawSettings && sawApp) << diffed.out;
+}
+
+// Output that does not arrive is no success: every command that prints fails with status 3 on a
+// full disk, and says why on one line.
+TEST_F(EmuCliTest, AFailedWriteOfAnyOutputIsStatusThree) {
+  const std::string sample = watch("sample", "--sample");
+  ASSERT_EQ(runEmu({"import", cloud_, file("doc.json", "{\"a\":1}")}).status, 0);
+  ASSERT_EQ(morvik_test::runProcess({MORVIK_SERVICE_BIN, "--device", sample, "--cloud", cloud_,
+                                     "--operation", "backup"})
+                .status,
+            0);
+  const std::vector<std::vector<std::string>> commands = {{"show", sample},
+                                                          {"show", sample, "--json"},
+                                                          {"diff", sample, sample},
+                                                          {"diff", sample, sample, "--json"},
+                                                          {"sets", cloud_},
+                                                          {"sets", cloud_, "--json"},
+                                                          {"export", cloud_},
+                                                          {"export", cloud_, "--pretty"},
+                                                          {"log", sample},
+                                                          {"doctor", sample},
+                                                          {"doctor", cloud_},
+                                                          {"fault", sample, "list"},
+                                                          {"init", root_ + "/new", "--blank"},
+                                                          {"import", cloud_, root_ + "/doc.json"},
+                                                          {"--help"},
+                                                          {"show", "--help"},
+                                                          {"--version"}};
+  for (const std::vector<std::string>& command : commands) {
+    std::vector<std::string> args = {"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/full",
+                                     MORVIK_EMU_BIN};
+    args.insert(args.end(), command.begin(), command.end());
+    const ProcessResult run = morvik_test::runProcess(args);
+    EXPECT_EQ(run.status, 3) << command[0] << " " << command.back();
+    EXPECT_EQ(run.err, "morvik-emu: cannot write the output: No space left on device\n")
+        << command[0];
+  }
+}
+
 }  // namespace

@@ -25,6 +25,8 @@ check "the manifest is installed" \
   'grep -q "com.talvoro.morvik.service" "$prefix/share/packages/com.talvoro.morvik.service.xml"'
 check "the man page has every command's help" \
   'grep -q "^\.SS \"morvik-emu doctor\"" "$prefix/share/man/man1/morvik-emu.1"'
+check "the usage lines read in any locale" \
+  '! grep -l -e "???" -e "$(printf "\xe2\x80\xa6")" "$prefix"/share/man/man1/*.1'
 check "the man page has a command's options" \
   'grep -q -- "--pretty" "$prefix/share/man/man1/morvik-emu.1"'
 
@@ -37,6 +39,14 @@ check "commands complete" '[ "$(complete_words morvik-emu do)" = doctor ]'
 check "a command's options complete" '[ "$(complete_words morvik-emu export c --p)" = --pretty ]'
 check "top-level options complete" '[ "$(complete_words morvik-emu --v)" = --version ]'
 check "other commands' options do not" '[ -z "$(complete_words morvik-emu show d --pre)" ]'
+check "choices complete" '[ "$(complete_words morvik-emu log w --level E)" = E ]'
+check "choices complete after =" '[ "$(complete_words morvik-emu log w --level = W)" = W ]'
+service_words() {
+  bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _morvik_service
+           echo "${COMPREPLY[*]}"' _ "$prefix/share/bash-completion/completions/morvik-service" "$@"
+}
+check "operations complete" '[ "$(service_words morvik-service --operation re)" = restore ]'
+check "placeholders do not" '[ -z "$(service_words morvik-service --operation U)" ]'
 
 echo "$((checks - failures)) passed, $failures failed"
 [ "$failures" -eq 0 ]

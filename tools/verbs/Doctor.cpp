@@ -10,7 +10,9 @@
 #include "EmuVerbs.h"
 #include "emu/CloudStore.h"
 #include "emu/DeviceProfile.h"
+#include "emu/DirectoryKind.h"
 #include "emu/StrictJson.h"
+#include "host/DeviceAdmission.h"
 
 namespace emucli {
 
@@ -129,12 +131,18 @@ int runDoctor(const Verb& verb, int argc, char** argv) {
   if (options.positional().size() != 1)
     return fail("doctor needs one watch DIR or CLOUD directory");
   const std::string& dir = options.positional()[0];
-  if (!g_file_test(dir.c_str(), G_FILE_TEST_IS_DIR))
+  const emu::DirectoryKind kind = emu::classifyDirectory(dir);
+  if (kind == emu::DirectoryKind::kMissing || kind == emu::DirectoryKind::kNotADirectory)
     return fail("'" + dir + "' is not a directory");
-  g_autofree char* profile = g_build_filename(dir.c_str(), emu::DeviceProfile::kFileName, nullptr);
-  const bool watch = g_file_test(profile, G_FILE_TEST_EXISTS);
+  if (kind == emu::DirectoryKind::kOther)
+    return fail("'" + dir + "' is neither a watch (it has no " + emu::DeviceProfile::kFileName +
+                ") nor a cloud (it holds other files and no backup set)");
+  const bool watch = kind == emu::DirectoryKind::kWatch;
   std::vector<std::string> findings;
   size_t sets = 0;
+  std::string tooLong;
+  if (watch && !host::fitsWatchBuffers(dir, tooLong))
+    findings.push_back(tooLong);
   if (watch)
     checkWatch(dir, findings);
   else

@@ -4,6 +4,7 @@
 #include <glib/gstdio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <mutex>
@@ -13,6 +14,7 @@
 
 #include "EmuVerbs.h"
 #include "explore/Explorer.h"
+#include "host/DeviceAdmission.h"
 
 namespace emucli {
 
@@ -46,6 +48,19 @@ bool parseCount(const std::optional<std::string>& text,
     return false;
   }
   return true;
+}
+
+// Each run's watch lies at WORK/seed-S/watch (or case-N/watch, no longer): the service must
+// accept it, or every run would fail without saying why.
+bool fitsEveryRun(const std::string& workDir,
+                  const std::vector<explore::Scenario>& runs,
+                  std::string& error) {
+  guint64 highestSeed = 999999;
+  for (const explore::Scenario& run : runs)
+    highestSeed = std::max<guint64>(highestSeed, run.seed);
+  g_autofree char* deepest = g_build_filename(
+      workDir.c_str(), ("seed-" + std::to_string(highestSeed)).c_str(), "watch", nullptr);
+  return host::fitsWatchBuffers(deepest, error);
 }
 
 std::string replayCommand(const explore::Scenario& scenario) {
@@ -106,6 +121,8 @@ int runExplore(const Verb& verb, int argc, char** argv) {
   std::string workDir;
   if (work) {
     workDir = *work;
+    if (!fitsEveryRun(workDir, runs, error))
+      return fail(error);
     if (g_mkdir_with_parents(workDir.c_str(), 0755) != 0)
       return fail("cannot make the work directory '" + workDir + "'");
   } else {

@@ -49,9 +49,7 @@ int runExport(const Verb& verb, int argc, char** argv) {
       return fail("set " + std::to_string(id) + " is not a JSON document: " + error);
     document = emu::generateJson(root, true) + "\n";
   }
-  if (fwrite(document.data(), 1, document.size(), stdout) != document.size() || fflush(stdout) != 0)
-    return fail("cannot write the document to stdout");
-  return kStatusOk;
+  return writeOut(document);
 }
 
 }  // namespace emucli

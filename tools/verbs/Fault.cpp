@@ -4,6 +4,7 @@
 
 #include "EmuVerbs.h"
 #include "emu/DeviceProfile.h"
+#include "emu/DirectoryKind.h"
 #include "emu/FaultSwitches.h"
 #include "host/DeviceAdmission.h"
 
@@ -41,7 +42,8 @@ int runFault(const Verb& verb, int argc, char** argv) {
   // Changing switches while a run uses the watch would be lost when the run saves it.
   host::DeviceLock lock;
   const bool listing = args[1] == "list" && args.size() == 2;
-  if ((!listing && !lock.acquire(deviceDir, error)) || !profile.load(deviceDir, error))
+  if (!emu::requireWatch(deviceDir, error) || (!listing && !lock.acquire(deviceDir, error)) ||
+      !profile.load(deviceDir, error))
     return fail(error);
 
   if (listing) {

@@ -2,6 +2,7 @@
 #include <string>
 
 #include "EmuVerbs.h"
+#include "emu/DirectoryKind.h"
 #include "emu/SampleWatch.h"
 #include "host/DeviceAdmission.h"
 
@@ -44,6 +45,10 @@ int runInit(const Verb& verb, int argc, char** argv) {
 
   const std::string& dir = options.positional()[0];
   std::string error;
+  if (!host::fitsWatchBuffers(dir, error))
+    return fail(error);
+  if (emu::classifyDirectory(dir) == emu::DirectoryKind::kCloud)
+    return fail("'" + dir + "' is a cloud, not a watch");
   host::DeviceLock lock;
   if (g_file_test(dir.c_str(), G_FILE_TEST_IS_DIR) && !lock.acquire(dir, error))
     return fail(error);

@@ -1,115 +1,247 @@
-// morvik-emu log: the watch's log, filtered like the device's log reader.
+// morvik-emu log: the watch's log, filtered like the device's log reader, once or as it grows.
 #include <glib.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "EmuVerbs.h"
+#include "emu/DirectoryKind.h"
 #include "host/LogFormat.h"
 
 namespace emucli {
 
 namespace {
 
+// How often --follow looks for new lines.
+const gulong kFollowPollMicroseconds = 100 * 1000;
+
 struct FileCloser {
   void operator()(FILE* file) const { fclose(file); }
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
-// Calls `visit` with each line of the log, without its newline.
-template <typename Visit>
-bool eachLine(const std::string& path, std::string& error, Visit visit) {
-  FilePtr file(fopen(path.c_str(), "r"));
-  if (!file) {
-    error = "cannot read the log '" + path + "'";
+// The device reader's filter specs, "TAG:LEVEL" ("morvik-service:E *:S"): a line shows when its
+// level reaches the one given for its tag, or for "*" when its tag has none. S (silent) shows
+// nothing; a tag alone means TAG:V. Without specs, everything shows.
+class FilterSpecs {
+ public:
+  bool add(const std::string& spec, std::string& error) {
+    const size_t colon = spec.rfind(':');
+    const std::string tag = colon == std::string::npos ? spec : spec.substr(0, colon);
+    const std::string level = colon == std::string::npos ? "V" : spec.substr(colon + 1);
+    char letter = level == "S" || level == "s" ? 'S' : host::logPriorityByName(level);
+    if (tag.empty() || letter == 0) {
+      error = "a filter is TAG:LEVEL with a level of V, D, I, W, E, F or S, not '" + spec + "'";
+      return false;
+    }
+    (tag == "*" ? others_ : byTag_[tag]) = letter;
+    return true;
+  }
+
+  bool shows(const host::DeviceLogLine& line) const {
+    auto it = byTag_.find(line.tag);
+    const char wanted = it != byTag_.end() ? it->second : others_;
+    return wanted != 'S' && host::logPriorityRank(line.priority) >= host::logPriorityRank(wanted);
+  }
+
+ private:
+  std::map<std::string, char> byTag_;
+  char others_ = 'V';
+};
+
+struct Filter {
+  FilterSpecs specs;
+  std::vector<std::string> tags;
+  char level = 'V';
+  std::optional<int> pid;
+  long long run = 0;  // 0: every run
+  bool laterRunsToo = false;
+
+  // Run markers always show, so that runs stay apart.
+  bool shows(const host::DeviceLogLine* parsed, bool marker, long long lineRun) const {
+    if (run != 0 && (lineRun < run || (lineRun > run && !laterRunsToo)))
+      return false;
+    if (marker)
+      return true;
+    if (!parsed)
+      return tags.empty() && level == 'V' && !pid;
+    return specs.shows(*parsed) &&
+           (tags.empty() || std::find(tags.begin(), tags.end(), parsed->tag) != tags.end()) &&
+           host::logPriorityRank(parsed->priority) >= host::logPriorityRank(level) &&
+           (!pid || parsed->pid == *pid);
+  }
+};
+
+// Reads the log a line at a time, from where it left off; a line still being written waits.
+class LogReader {
+ public:
+  explicit LogReader(std::string path) : path_(std::move(path)) {}
+  ~LogReader() { free(buffer_); }
+
+  LogReader(const LogReader&) = delete;
+  LogReader& operator=(const LogReader&) = delete;
+
+  bool open(std::string& error) {
+    file_.reset(fopen(path_.c_str(), "r"));
+    if (!file_) {
+      error = "cannot read the log '" + path_ + "'";
+      return false;
+    }
+    struct stat info;
+    inode_ = fstat(fileno(file_.get()), &info) == 0 ? info.st_ino : 0;
+    pending_.clear();
+    return true;
+  }
+
+  // The next whole line without its newline, or false at the end for now.
+  bool next(std::string& line) {
+    ssize_t length;
+    while ((length = getline(&buffer_, &capacity_, file_.get())) >= 0) {
+      pending_.append(buffer_, static_cast<size_t>(length));
+      if (pending_.empty() || pending_.back() != '\n')
+        continue;
+      pending_.pop_back();
+      line.swap(pending_);
+      pending_.clear();
+      return true;
+    }
+    clearerr(file_.get());
     return false;
   }
-  char* buffer = nullptr;
-  size_t capacity = 0;
-  ssize_t length;
-  while ((length = getline(&buffer, &capacity, file.get())) >= 0) {
-    std::string line(buffer, static_cast<size_t>(length));
-    if (!line.empty() && line.back() == '\n')
-      line.pop_back();
-    visit(line);
+
+  // The log was replaced or cut short (a new watch, a cleared log): read it from its start.
+  bool replaced() const {
+    struct stat info;
+    if (stat(path_.c_str(), &info) != 0)
+      return false;
+    const long at = ftell(file_.get());
+    return info.st_ino != inode_ || (at >= 0 && info.st_size < at);
   }
-  free(buffer);
+
+ private:
+  std::string path_;
+  FilePtr file_;
+  ino_t inode_ = 0;
+  char* buffer_ = nullptr;
+  size_t capacity_ = 0;
+  std::string pending_;
+};
+
+bool countRuns(const std::string& path, long long& runs, std::string& error) {
+  LogReader reader(path);
+  if (!reader.open(error))
+    return false;
+  std::string line;
+  host::DeviceLogLine parsed;
+  runs = 0;
+  while (reader.next(line)) {
+    if (host::parseDeviceLogLine(line, parsed) && host::isRunMarker(parsed))
+      ++runs;
+  }
   return true;
+}
+
+// Prints what the filter lets through; with `follow`, waits for more until output fails.
+int printLog(const std::string& path, const Filter& filter, bool follow) {
+  LogReader reader(path);
+  std::string error;
+  if (!reader.open(error))
+    return fail(error);
+  std::string line;
+  host::DeviceLogLine parsed;
+  long long run = 0;
+  for (;;) {
+    while (reader.next(line)) {
+      const bool readable = host::parseDeviceLogLine(line, parsed);
+      const bool marker = readable && host::isRunMarker(parsed);
+      if (marker)
+        ++run;
+      if (!filter.shows(readable ? &parsed : nullptr, marker, run))
+        continue;
+      line += '\n';
+      if (fwrite(line.data(), 1, line.size(), stdout) != line.size())
+        return failedOutput();
+    }
+    if (fflush(stdout) != 0)
+      return failedOutput();
+    if (!follow)
+      return kStatusOk;
+    g_usleep(kFollowPollMicroseconds);
+    if (reader.replaced()) {
+      if (!reader.open(error))
+        continue;  // between a removal and its replacement
+      run = 0;
+    }
+  }
 }
 
 }  // namespace
 
 int runLog(const Verb& verb, int argc, char** argv) {
-  std::optional<std::string> runText;
-  std::optional<std::string> levelText;
+  std::optional<std::string> runText, levelText, pidText;
   std::vector<std::string> tags;
   bool last = false;
+  bool follow = false;
   VerbOptions options(verb);
   options.value("run", "N", "Only the Nth run, counted from 1 at the top of the log", &runText);
-  options.flag("last", "Only the last run", &last);
+  options.flag("last", "Only the last run (with --follow: and the runs after it)", &last);
   options.values("tag", "TAG", "Only lines of TAG; may be given more than once", &tags);
-  options.value("level", "LEVEL", "Only lines at LEVEL or above (V, D, I, W, E, F, or a name)",
+  options.value("level", "V|D|I|W|E|F", "Only lines at this level or above (or its name)",
                 &levelText);
+  options.value("pid", "PID", "Only lines of the process PID", &pidText);
+  options.flag("follow", "Keep printing lines as they are written, until interrupted", &follow);
   const int status = options.parse(argc, argv);
   if (status >= 0)
     return status;
-  if (options.positional().size() != 1)
-    return fail("log needs exactly one DIR");
+  if (options.positional().empty())
+    return fail("log needs a watch DIR, then any TAG:LEVEL filters");
   if (runText && last)
     return fail("log takes --run N or --last, not both");
-  char level = 'V';
-  if (levelText && (level = host::logPriorityByName(*levelText)) == 0)
+  Filter filter;
+  std::string error;
+  for (size_t i = 1; i < options.positional().size(); ++i) {
+    if (!filter.specs.add(options.positional()[i], error))
+      return fail(error);
+  }
+  if (levelText && (filter.level = host::logPriorityByName(*levelText)) == 0)
     return fail("--level needs V, D, I, W, E or F (or verbose ... fatal), not '" + *levelText +
                 "'");
+  guint64 number = 0;
+  if (pidText && !g_ascii_string_to_unsigned(pidText->c_str(), 10, 1, G_MAXINT, &number, nullptr))
+    return fail("--pid needs a process ID, not '" + *pidText + "'");
+  if (pidText)
+    filter.pid = static_cast<int>(number);
+  filter.tags = tags;
 
-  g_autofree char* path =
-      g_build_filename(options.positional()[0].c_str(), "log", "dlog.log", nullptr);
-  if (!g_file_test(path, G_FILE_TEST_IS_REGULAR))
+  const std::string& dir = options.positional()[0];
+  if (!emu::requireWatch(dir, error))
+    return fail(error);
+  g_autofree char* path = g_build_filename(dir.c_str(), "log", "dlog.log", nullptr);
+  if (!g_file_test(path, G_FILE_TEST_IS_REGULAR) && !follow)
     return fail("there is no log at '" + std::string(path) + "'");
-  std::string error;
-  host::DeviceLogLine parsed;
-  // Runs are numbered by their markers; lines before the first belong to none.
-  long long wanted = 0;
   if (runText || last) {
     long long runs = 0;
-    if (!eachLine(path, error, [&](const std::string& line) {
-          if (host::parseDeviceLogLine(line, parsed) && host::isRunMarker(parsed))
-            ++runs;
-        }))
+    if (!countRuns(path, runs, error))
       return fail(error);
-    guint64 number = 0;
     if (runText &&
         !g_ascii_string_to_unsigned(runText->c_str(), 10, 1, G_MAXINT64, &number, nullptr))
       return fail("--run needs a run number from 1, not '" + *runText + "'");
-    wanted = last ? runs : static_cast<long long>(number);
-    if (wanted < 1 || wanted > runs)
+    filter.run = last ? runs : static_cast<long long>(number);
+    filter.laterRunsToo = last && follow;
+    if (filter.run < 1 || filter.run > runs)
       return fail("the log holds " + std::to_string(runs) + " run" + (runs == 1 ? "" : "s") +
                   (last ? "" : ", not run " + *runText));
   }
-
-  const bool filtered = !tags.empty() || level != 'V';
-  long long run = 0;
-  if (!eachLine(path, error, [&](const std::string& line) {
-        const bool readable = host::parseDeviceLogLine(line, parsed);
-        const bool marker = readable && host::isRunMarker(parsed);
-        if (marker)
-          ++run;
-        if (wanted != 0 && run != wanted)
-          return;
-        if (!marker && filtered &&
-            (!readable ||
-             (!tags.empty() && std::find(tags.begin(), tags.end(), parsed.tag) == tags.end()) ||
-             host::logPriorityRank(parsed.priority) < host::logPriorityRank(level)))
-          return;
-        printf("%s\n", line.c_str());
-      }))
-    return fail(error);
-  if (fflush(stdout) != 0)
-    return fail("cannot write to stdout");
-  return kStatusOk;
+  // A watch that has not run yet has no log: --follow waits for its first line.
+  while (follow && !g_file_test(path, G_FILE_TEST_IS_REGULAR))
+    g_usleep(kFollowPollMicroseconds);
+  return printLog(path, filter, follow);
 }
 
 }  // namespace emucli

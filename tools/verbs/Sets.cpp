@@ -76,12 +76,33 @@ int printJsonSets(const std::string& cloudDir, const std::vector<SetSummary>& se
   return printJson(builder);
 }
 
+int deleteSet(emu::CloudStore& store, const std::string& idText, bool json) {
+  guint64 id = 0;
+  if (!g_ascii_string_to_unsigned(idText.c_str(), 10, 1, G_MAXUINT64, &id, nullptr))
+    return fail("--delete needs a set ID, not '" + idText + "'");
+  std::string error;
+  if (!store.remove(id, error))
+    return fail(error);
+  if (!json) {
+    printf("deleted set %llu from %s\n", static_cast<unsigned long long>(id), store.dir().c_str());
+    return kStatusOk;
+  }
+  g_autoptr(JsonBuilder) builder = json_builder_new();
+  json_builder_begin_object(builder);
+  addString(builder, "cloud", store.dir());
+  addInt(builder, "deleted", static_cast<long long>(id));
+  json_builder_end_object(builder);
+  return printJson(builder);
+}
+
 }  // namespace
 
 int runSets(const Verb& verb, int argc, char** argv) {
   bool json = false;
+  std::optional<std::string> deleted;
   VerbOptions options(verb);
   options.flag("json", "Print the sets as JSON", &json);
+  options.value("delete", "ID", "Delete set ID (its ID is never given again)", &deleted);
   const int status = options.parse(argc, argv);
   if (status >= 0)
     return status;
@@ -94,6 +115,8 @@ int runSets(const Verb& verb, int argc, char** argv) {
   std::vector<std::string> ignored;
   if (!listCloudSets(store, ids, error, &ignored))
     return fail(error);
+  if (deleted)
+    return deleteSet(store, *deleted, json);
   for (const std::string& name : ignored)
     fprintf(stderr, "morvik-emu: ignored %s: not the name of a set ID\n", name.c_str());
 

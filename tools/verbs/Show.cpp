@@ -6,6 +6,7 @@
 
 #include "EmuVerbs.h"
 #include "emu/DeviceProfile.h"
+#include "emu/DirectoryKind.h"
 #include "emu/SampleWatch.h"
 
 namespace emucli {
@@ -158,7 +159,7 @@ int runShow(const Verb& verb, int argc, char** argv) {
   const std::string& dir = options.positional()[0];
   emu::DeviceProfile profile;
   std::string error;
-  if (!profile.load(dir, error))
+  if (!emu::requireWatch(dir, error) || !profile.load(dir, error))
     return fail(error);
   return json ? showJson(dir, profile) : showText(dir, profile);
 }

@@ -37,6 +37,9 @@ class CloudAgent {
   CloudAgent(const CloudAgent&) = delete;
   CloudAgent& operator=(const CloudAgent&) = delete;
 
+  // The restore of launch request `launchId` takes set `setId`, not the newest, as the vendor's
+  // app restores the backup the user chose.
+  void chooseSet(unsigned launchId, unsigned long long setId) { chosenSets_[launchId] = setId; }
   // True once every exchange that was started has ended.
   bool idle() const;
   // Each cloud request's outcome: a summary line (a failure where it failed, was refused, left
@@ -89,6 +92,7 @@ class CloudAgent {
   unsigned delayMs_ = 0;
   bool completeEarly_ = false;
   std::vector<std::string> operations_;
+  std::map<unsigned, unsigned long long> chosenSets_;  // by launch ID
   host::Platform::LauncherReplyHandler previousHandler_;
   // Posted steps and timeouts hold weak shares of these: they do nothing once the agent, and
   // with it the exchange, is gone.

@@ -42,6 +42,8 @@ class CloudStore {
   bool add(const std::vector<host::CloudRecord>& records,
            unsigned long long& id,
            std::string& error);
+  // Deletes set `id`. Its ID is never given again: an empty "set-<ID>.deleted" keeps it.
+  bool remove(unsigned long long id, std::string& error);
   // Stores the record file at `path`, which the caller has read and checked: a hard link to it
   // where the file systems allow, else a copy.
   bool addCopyOf(const std::string& path, unsigned long long& id, std::string& error);
@@ -54,6 +56,8 @@ class CloudStore {
   using MakeIncoming = std::function<
       bool(host::LockedTempFile& incoming, const std::string& pattern, std::string& reason)>;
 
+  // The highest ID a deleted set had, or 0.
+  unsigned long long highestDeleted() const;
   // Makes a new temporary file with `make` and links it under the next free ID.
   bool store(const MakeIncoming& make, unsigned long long& id, std::string& error);
 

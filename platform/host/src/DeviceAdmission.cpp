@@ -90,19 +90,28 @@ bool DeviceLock::acquire(const std::string& deviceDir, std::string& error) {
   return true;
 }
 
+bool fitsWatchBuffers(const std::string& deviceDir, const std::string& appId, std::string& error) {
+  const std::string path = trustedDir(deviceDir, appId);
+  if (path.size() + kTrustedFileNameBytes <= kWatchPathBufferBytes)
+    return true;
+  error = "device directory '" + deviceDir + "' is too long: the app's files there would need " +
+          std::to_string(path.size() + kTrustedFileNameBytes) + " bytes of the watch's " +
+          std::to_string(kWatchPathBufferBytes) + "-byte path buffer (at most " +
+          std::to_string(maxDeviceDirBytes(appId)) + " bytes of directory)";
+  return false;
+}
+
+bool fitsWatchBuffers(const std::string& deviceDir, std::string& error) {
+  return fitsWatchBuffers(deviceDir, HOST_LAUNCHED_APP_ID, error);
+}
+
 bool admitDevice(const std::string& deviceDir,
                  const std::string& appId,
                  DeviceLock& lock,
                  std::string& error,
                  std::vector<std::string>* removed) {
-  const std::string path = trustedDir(deviceDir, appId);
-  if (path.size() + kTrustedFileNameBytes > kWatchPathBufferBytes) {
-    error = "device directory '" + deviceDir + "' is too long: the app's files there would need " +
-            std::to_string(path.size() + kTrustedFileNameBytes) + " bytes of the watch's " +
-            std::to_string(kWatchPathBufferBytes) + "-byte path buffer (at most " +
-            std::to_string(maxDeviceDirBytes(appId)) + " bytes of directory)";
+  if (!fitsWatchBuffers(deviceDir, appId, error))
     return false;
-  }
   if (!lock.acquire(deviceDir, error))
     return false;
   removeStaleFiles(deviceDir, removed);

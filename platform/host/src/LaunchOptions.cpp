@@ -21,7 +21,7 @@ const char* const kSummary =
     "to stdout and DIR/log/summary.log.\n"
     "\n"
     "OP is backup, restore, info (get backup information), none (a request without an\n"
-    "operation) or a full operation URI.";
+    "operation) or a full operation URI. A restore takes the newest set, or --set ID.";
 
 const char* const kDescription =
     "Exit status:\n"
@@ -59,8 +59,13 @@ bool parseSeconds(const char* text, double& seconds) {
 
 bool once(Parse& parse, const char* name, GError** error) {
   if (!parse.seen.insert(name).second)
-    return fail(error, std::string(name) + " is given twice");
+    return fail(error, repeatedOption(name));
   return true;
+}
+
+bool isOperationUri(const char* value) {
+  g_autofree char* scheme = g_uri_parse_scheme(value);
+  return scheme && g_uri_is_valid(value, G_URI_FLAGS_NONE, nullptr);
 }
 
 gboolean onDevice(const gchar* name, const gchar* value, gpointer data, GError** error) {
@@ -79,14 +84,30 @@ gboolean onCloud(const gchar* name, const gchar* value, gpointer data, GError** 
   return TRUE;
 }
 
+// An output file, named once and not empty.
+bool outputPath(Parse& parse,
+                const char* name,
+                const char* value,
+                const char* need,
+                std::string& path,
+                GError** error) {
+  if (!once(parse, name, error))
+    return false;
+  if (value[0] == '\0')
+    return fail(error, std::string(name) + " needs " + need);
+  path = value;
+  return true;
+}
+
 gboolean onJson(const gchar* name, const gchar* value, gpointer data, GError** error) {
   Parse& parse = *static_cast<Parse*>(data);
-  if (!once(parse, name, error))
-    return FALSE;
-  if (value[0] == '\0')
-    return fail(error, "--json needs a file name, or - for standard output");
-  parse.options->jsonPath = value;
-  return TRUE;
+  return outputPath(parse, name, value, "a file name, or - for standard output",
+                    parse.options->jsonPath, error);
+}
+
+gboolean onTrace(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  return outputPath(parse, name, value, "a file name", parse.options->tracePath, error);
 }
 
 gboolean onDeadline(const gchar* name, const gchar* value, gpointer data, GError** error) {
@@ -117,10 +138,24 @@ gboolean onOperation(const gchar*, const gchar* value, gpointer data, GError** e
   Parse& parse = *static_cast<Parse*>(data);
   if (parse.hasOperation)
     return fail(error, "a launch request has one --operation; use --then SECONDS before the next");
-  if (value[0] == '\0')
-    return fail(error, "--operation needs backup, restore, info, none or an operation URI");
-  parse.options->requests.back().operation = expandOperation(value);
+  const std::string operation = expandOperation(value);
+  if (operation == value && !isOperationUri(value))
+    return fail(error, std::string("unknown operation '") + value +
+                           "': use backup, restore, info, none or a full operation URI");
+  parse.options->requests.back().operation = operation;
   parse.hasOperation = true;
+  return TRUE;
+}
+
+gboolean onSet(const gchar* name, const gchar* value, gpointer data, GError** error) {
+  Parse& parse = *static_cast<Parse*>(data);
+  LaunchRequest& request = parse.options->requests.back();
+  if (request.setId)
+    return fail(error, repeatedOption(name) + " for one launch request");
+  guint64 id = 0;
+  if (!g_ascii_string_to_unsigned(value, 10, 1, G_MAXUINT64, &id, nullptr))
+    return fail(error, std::string("--set needs a set ID, not '") + value + "'");
+  request.setId = id;
   return TRUE;
 }
 
@@ -162,17 +197,21 @@ std::unique_ptr<GOptionContext, ContextDeleter> makeContext(Parse* parse) {
       {"device", 0, 0, G_OPTION_ARG_CALLBACK, callback(onDevice), "The emulated watch (required)",
        "DIR"},
       {"cloud", 0, 0, G_OPTION_ARG_CALLBACK, callback(onCloud),
-       "The emulated cloud (required; made when missing)", "DIR"},
+       "The emulated cloud (required; a backup makes it when missing)", "DIR"},
       {"operation", 0, 0, G_OPTION_ARG_CALLBACK, callback(onOperation),
-       "The launch request's operation", "OP"},
+       "The launch request's operation", "backup|restore|info|none|URI"},
       {"extra", 0, 0, G_OPTION_ARG_CALLBACK, callback(onExtra),
        "Extra data of the launch request (repeatable)", "KEY=VALUE"},
+      {"set", 0, 0, G_OPTION_ARG_CALLBACK, callback(onSet),
+       "The backup set the launch request's restore takes (default: the newest)", "ID"},
       {"then", 0, 0, G_OPTION_ARG_CALLBACK, callback(onThen),
        "Starts another launch request, SECONDS after the previous one", "SECONDS"},
       {"deadline", 0, 0, G_OPTION_ARG_CALLBACK, callback(onDeadline),
        "Ends a run that has not ended by itself (default 120)", "SECONDS"},
       {"json", 0, 0, G_OPTION_ARG_CALLBACK, callback(onJson),
        "Writes the run's result as JSON to FILE, or to stdout for -", "FILE"},
+      {"trace", 0, 0, G_OPTION_ARG_CALLBACK, callback(onTrace),
+       "Writes the run as a timeline (Chrome trace-event JSON) to FILE", "FILE"},
       {"schedule", 0, 0, G_OPTION_ARG_CALLBACK, callback(onSchedule),
        "Delays every delivery by a seeded amount, on a simulated clock", "SEED"},
       {"help", 'h', 0, G_OPTION_ARG_NONE, &parse->help, "Shows this help", nullptr},
@@ -190,6 +229,10 @@ std::unique_ptr<GOptionContext, ContextDeleter> makeContext(Parse* parse) {
 }
 
 }  // namespace
+
+std::string repeatedOption(const std::string& name) {
+  return name + " is given more than once";
+}
 
 std::string expandOperation(const std::string& name) {
   if (name == "backup")
@@ -248,6 +291,13 @@ bool parseLaunchOptions(const std::vector<std::string>& args,
   if (!parse.hasOperation) {
     error = "every launch request needs --operation";
     return false;
+  }
+  for (size_t i = 0; i < options.requests.size(); ++i) {
+    if (options.requests[i].setId && options.requests[i].operation != expandOperation("restore")) {
+      error = "--set chooses the set of a restore, and launch request " + std::to_string(i + 1) +
+              " is not one";
+      return false;
+    }
   }
   return true;
 }

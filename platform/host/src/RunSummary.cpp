@@ -9,6 +9,7 @@
 #include <map>
 #include <string>
 
+#include "RunTrace.h"
 #include "host/DeliverySchedule.h"
 #include "host/Platform.h"
 
@@ -229,6 +230,7 @@ int reportRun(Platform& platform,
   reportRequests(platform, report);
   reportSchedule(platform, report);
   hooks.finish(platform, outcome, report);
+  writeRunTrace(platform, options, report);
   if (!outcome.endedBySelf)
     reportWaits(platform, report);
   reportEnd(options, outcome, report);

@@ -43,14 +43,49 @@ bool checkDirectories(const host::LaunchOptions& options, std::string& error) {
   return true;
 }
 
+// Where --json asks for the result, found even on a command line that does not parse.
+std::string jsonPathOf(const std::vector<std::string>& args) {
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--")
+      break;
+    if (args[i] == "--json" && i + 1 < args.size())
+      return args[i + 1];
+    if (args[i].rfind("--json=", 0) == 0)
+      return args[i].substr(7);
+  }
+  return std::string();
+}
+
+// A run that never started still answers --json, so a script never reads an older result.
+int refuse(const std::string& program,
+           const std::string& jsonPath,
+           int status,
+           const std::string& reason,
+           const char* hint = "") {
+  fprintf(stderr, "%s: %s%s\n", program.c_str(), reason.c_str(), hint);
+  if (jsonPath.empty())
+    return status;
+  host::RunReport report;
+  report.failure("refused", reason);
+  report.set("refused", host::jsonString(reason));
+  report.set("status", host::jsonInt(status));
+  const std::string json = report.json(true) + "\n";
+  if (jsonPath == "-") {
+    fputs(json.c_str(), stdout);
+    return status;
+  }
+  g_autoptr(GError) error = nullptr;
+  if (!g_file_set_contents(jsonPath.c_str(), json.data(), static_cast<gssize>(json.size()), &error))
+    fprintf(stderr, "%s: cannot write the JSON result: %s\n", program.c_str(), error->message);
+  return status;
+}
+
 // Reads the command line; a negative result means: go on and run.
 int readOptions(const std::string& program, int argc, char* argv[], host::LaunchOptions& options) {
   std::vector<std::string> args(argv + (argc > 0 ? 1 : 0), argv + argc);
   std::string error;
-  if (!host::parseLaunchOptions(args, options, error)) {
-    fprintf(stderr, "%s: %s (see --help)\n", program.c_str(), error.c_str());
-    return host::kStatusUsage;
-  }
+  if (!host::parseLaunchOptions(args, options, error))
+    return refuse(program, jsonPathOf(args), host::kStatusUsage, error, " (see --help)");
   if (options.action == host::LaunchOptions::Action::kHelp) {
     fputs(host::launchUsage(program).c_str(), stdout);
     return host::kStatusSucceeded;
@@ -106,15 +141,12 @@ int WServiceApp::start(int argc, char* argv[]) {
   std::string error;
   auto deviceLock = std::make_unique<host::DeviceLock>();
   if (!checkDirectories(options, error) ||
-      !host::admitDevice(options.deviceDir, HOST_LAUNCHED_APP_ID, *deviceLock, error)) {
-    fprintf(stderr, "%s: %s\n", program.c_str(), error.c_str());
-    return host::kStatusUsage;
-  }
+      !host::admitDevice(options.deviceDir, HOST_LAUNCHED_APP_ID, *deviceLock, error))
+    return refuse(program, options.jsonPath, host::kStatusUsage, error);
   host::DeviceHooks* hooks = host::deviceHooks();
-  if (!hooks) {
-    fprintf(stderr, "%s: no emulated watch is linked into this binary\n", program.c_str());
-    return host::kStatusUsage;
-  }
+  if (!hooks)
+    return refuse(program, options.jsonPath, host::kStatusUsage,
+                  "no emulated watch is linked into this binary");
 
   // The clock must be simulated before the loop reads it for the first time.
   if (options.scheduleSeed)
@@ -128,20 +160,18 @@ int WServiceApp::start(int argc, char* argv[]) {
   runtime_ = std::make_unique<Runtime>(options, std::move(deviceLock));
   host::Platform& platform = runtime_->platform;
   if (!hooks->boot(platform, runtime_->options, error) ||
-      g_mkdir_with_parents(options.cloudDir.c_str(), 0755) != 0) {
-    fprintf(stderr, "%s: %s\n", program.c_str(),
-            error.empty() ? ("cannot create cloud directory '" + options.cloudDir + "'").c_str()
-                          : error.c_str());
-    return host::kStatusUsage;
-  }
+      g_mkdir_with_parents(options.cloudDir.c_str(), 0755) != 0)
+    return refuse(
+        program, options.jsonPath, host::kStatusUsage,
+        error.empty() ? "cannot create cloud directory '" + options.cloudDir + "'" : error);
   platform.log().beginRun(argc, argv);
 
   onStart(argc, argv);
   if (!onCreate()) {
-    fprintf(stderr, "%s: the app refused to start (onCreate returned false)\n", program.c_str());
     host::RunReport report;
     hooks->finish(platform, host::RunOutcome(), report);
-    return host::kStatusCreateRefused;
+    return refuse(program, options.jsonPath, host::kStatusCreateRefused,
+                  "the app refused to start (onCreate returned false)");
   }
 
   host::LaunchRun run(platform, runtime_->options, *hooks);

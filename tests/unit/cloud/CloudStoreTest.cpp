@@ -50,9 +50,10 @@ TEST_F(CloudStoreTest, EachIdHasOneNameAndOtherSpellingsAreReportedNotRead) {
   EXPECT_TRUE(exists("set-000002.dat"));
   plant("set-999999999999999999.dat");
   EXPECT_FALSE(store_.add({record_}, id, error));
-  EXPECT_EQ(error,
-            "cannot store the set: set IDs end at 999999999999999999, and the cloud already holds "
-            "set 999999999999999999");
+  EXPECT_EQ(
+      error,
+      "cannot store the set: set IDs end at 999999999999999999, and the cloud already gave out "
+      "set 999999999999999999");
   ASSERT_TRUE(store_.list(ids, error)) << error;
   EXPECT_EQ(ids, (std::vector<unsigned long long>{1, 2, 999999999999999999ull}));
   EXPECT_TRUE(store_.removeStaleIncoming().empty());

@@ -31,8 +31,13 @@ TEST(LaunchOptionsTest, RefusesBadCommandLinesWithAReason) {
       {full({"--operation", "none", "--deadline", "nan"}), "--deadline needs a positive number"},
       {full({"--operation", "none", "--colour", "red"}), "unknown option '--colour'"},
       {full({"--operation"}), "--operation needs a value"},
-      {full({"--operation", ""}), "--operation needs backup"},
-      {full({"--device", "e", "--operation", "none"}), "--device is given twice"},
+      {full({"--operation", ""}), "unknown operation '': use backup, restore, info, none or a"},
+      {full({"--operation", "backpu"}), "unknown operation 'backpu'"},
+      {full({"--operation", "restore", "--set", "0"}), "--set needs a set ID, not '0'"},
+      {full({"--operation", "restore", "--set", "1", "--set=2"}), "--set is given more than once"},
+      {full({"--operation", "restore", "--then", "1", "--operation", "info", "--set", "1"}),
+       "--set chooses the set of a restore, and launch request 2 is not one"},
+      {full({"--device", "e", "--operation", "none"}), "--device is given more than once"},
       {full({"--operation", "none", "--deadline", "604801"}), "--deadline needs a positive"},
       {full({"--operation", "none", "--then", "4294968", "--operation", "none"}),
        "--then needs a number of seconds from 0 to"},
@@ -53,15 +58,20 @@ TEST(LaunchOptionsTest, RefusesBadCommandLinesWithAReason) {
 TEST(LaunchOptionsTest, ReadsConventionalForms) {
   host::LaunchOptions options;
   std::string error;
-  ASSERT_TRUE(host::parseLaunchOptions(Args{"--device=d", "--cloud=c", "--operation=backup",
-                                            "--deadline=604800", "--then=2", "--operation=none"},
-                                       options, error))
+  const std::string custom = "http://tizen.org/appcontrol/operation/default";
+  ASSERT_TRUE(host::parseLaunchOptions(
+      Args{"--device=d", "--cloud=c", "--operation=backup", "--deadline=604800", "--then=2",
+           "--operation=restore", "--set=7", "--then", "0", "--operation", custom},
+      options, error))
       << error;
   EXPECT_EQ(options.deviceDir, "d");
   EXPECT_DOUBLE_EQ(options.deadlineSeconds, 604800);
-  ASSERT_EQ(options.requests.size(), 2u);
+  ASSERT_EQ(options.requests.size(), 3u);
   EXPECT_EQ(options.requests[0].operation, host::expandOperation("backup"));
+  EXPECT_FALSE(options.requests[0].setId);
   EXPECT_DOUBLE_EQ(options.requests[1].delaySeconds, 2);
+  EXPECT_EQ(options.requests[1].setId, 7u);
+  EXPECT_EQ(options.requests[2].operation, custom);
   host::LaunchOptions version;
   ASSERT_TRUE(host::parseLaunchOptions(Args{"--version"}, version, error)) << error;
   EXPECT_EQ(version.action, host::LaunchOptions::Action::kVersion);

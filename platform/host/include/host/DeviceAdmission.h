@@ -18,6 +18,11 @@ constexpr size_t kTrustedFileNameBytes = 16;
 // directory for `appId` leaves a file name room in the watch's buffer.
 size_t maxDeviceDirBytes(const std::string& appId);
 
+// False with a one-line reason, the same in every tool, when `deviceDir` is too long for the
+// paths of `appId` (by default the app this platform launches) to fit the watch's buffers.
+bool fitsWatchBuffers(const std::string& deviceDir, const std::string& appId, std::string& error);
+bool fitsWatchBuffers(const std::string& deviceDir, std::string& error);
+
 // One process at a time on a device directory: an flock on the directory itself, so nothing is
 // created for it. Held until this object goes (or the process ends, however it ends).
 class DeviceLock {

@@ -15,6 +15,7 @@ struct LaunchRequest {
   std::string operation;  // empty: a request without an operation
   KeyValues extras;
   double delaySeconds = 0;  // after the previous request (after start for the first)
+  std::optional<unsigned long long> setId = std::nullopt;  // a restore's set; none: the newest
 };
 
 // The command line of a launched service app.
@@ -27,6 +28,7 @@ struct LaunchOptions {
   std::vector<LaunchRequest> requests;
   double deadlineSeconds = 120;
   std::string jsonPath;                  // empty: no JSON result; "-": standard output
+  std::string tracePath;                 // empty: no trace of the run
   std::optional<uint64_t> scheduleSeed;  // deliveries on a seeded schedule, simulated clock
   std::vector<std::string> arguments;    // as given, for the log's run marker
 };
@@ -38,6 +40,9 @@ constexpr double kMaxLaunchSeconds = 7 * 24 * 60 * 60;
 bool parseLaunchOptions(const std::vector<std::string>& args,
                         LaunchOptions& options,
                         std::string& error);
+
+// How every option parser refuses an option given more than once: "NAME is given more than once".
+std::string repeatedOption(const std::string& name);
 
 // Short names of the cloud operations: "backup", "restore", "info".
 std::string expandOperation(const std::string& name);

@@ -47,6 +47,7 @@ class Platform {
 
   LogSink& log() { return log_; }
   BoundaryRecord& record() { return record_; }
+  const BoundaryRecord& record() const { return record_; }
   ConfigStore& config() { return config_; }
   PackageDatabase& packages() { return packages_; }
   MessagePortTable& ports() { return ports_; }
