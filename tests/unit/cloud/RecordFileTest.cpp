@@ -67,14 +67,6 @@ TEST(RecordFileSumTest, EveryLengthSumsAsTheFormatDefines) {
 
 class RecordFileOnDiskTest : public ::testing::Test {
  protected:
-  std::vector<std::string> names() {
-    std::vector<std::string> found;
-    g_autoptr(GDir) dir = g_dir_open(temp_.path().c_str(), 0, nullptr);
-    while (const char* name = dir ? g_dir_read_name(dir) : nullptr)
-      found.push_back(name);
-    return found;
-  }
-
   std::string bytesOf(const std::string& path) {
     g_autofree char* bytes = nullptr;
     gsize size = 0;
@@ -103,7 +95,7 @@ TEST_F(RecordFileOnDiskTest, RoundTripInBothReadersAndAWholeReplacement) {
   ASSERT_TRUE(host::writeRecordFile(path_, std::vector<CloudRecord>{}, reason)) << reason;
   ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
   EXPECT_TRUE(back.empty());
-  EXPECT_EQ(names(), std::vector<std::string>{"backup.dat"});
+  EXPECT_EQ(temp_.names(), std::vector<std::string>{"backup.dat"});
 }
 
 // A value whose sum the writer is given is not summed again: the file is the same byte for byte.
@@ -186,11 +178,11 @@ TEST_F(RecordFileOnDiskTest, RefusalsLeaveNothingBehind) {
   EXPECT_FALSE(
       host::writeRecordFile(path_, {{std::string("a\0b", 3), std::nullopt, std::nullopt}}, reason));
   EXPECT_NE(reason.find("NUL"), std::string::npos) << reason;
-  EXPECT_TRUE(names().empty());
+  EXPECT_TRUE(temp_.names().empty());
   ASSERT_EQ(g_mkdir(path_.c_str(), 0755), 0);
   EXPECT_FALSE(host::writeRecordFile(path_, kRecords, reason));
   EXPECT_NE(reason.find("rename"), std::string::npos) << reason;
-  EXPECT_EQ(names(), std::vector<std::string>{"backup.dat"});
+  EXPECT_EQ(temp_.names(), std::vector<std::string>{"backup.dat"});
 }
 
 }  // namespace

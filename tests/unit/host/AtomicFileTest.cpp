@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -16,15 +15,6 @@ namespace {
 
 class AtomicFileTest : public ::testing::Test {
  protected:
-  std::vector<std::string> names() {
-    std::vector<std::string> found;
-    g_autoptr(GDir) dir = g_dir_open(temp_.path().c_str(), 0, nullptr);
-    while (const char* name = dir ? g_dir_read_name(dir) : nullptr)
-      found.push_back(name);
-    std::sort(found.begin(), found.end());
-    return found;
-  }
-
   std::string bytesOf(const std::string& path) {
     g_autofree char* bytes = nullptr;
     gsize size = 0;
@@ -55,12 +45,12 @@ TEST_F(AtomicFileTest, AFailedFillLeavesTheOldFile) {
       reason));
   EXPECT_EQ(reason, "refused");
   EXPECT_EQ(bytesOf(target_), "old");
-  EXPECT_EQ(names(), std::vector<std::string>{"target"});
+  EXPECT_EQ(temp_.names(), std::vector<std::string>{"target"});
   EXPECT_TRUE(host::replaceFile(
       target_, [](int fd, std::string&) { return host::writeAll(fd, "new", 3); }, reason))
       << reason;
   EXPECT_EQ(bytesOf(target_), "new");
-  EXPECT_EQ(names(), std::vector<std::string>{"target"});
+  EXPECT_EQ(temp_.names(), std::vector<std::string>{"target"});
 }
 
 // On one file system the target becomes a second name of the source (through a symlink too);
@@ -72,11 +62,11 @@ TEST_F(AtomicFileTest, LinkOrCopyGivesTheSourcesBytes) {
   std::string reason;
   ASSERT_TRUE(host::replaceWithLinkOrCopy(temp_.path() + "/via", target_, reason)) << reason;
   EXPECT_EQ(inodeOf(target_), inodeOf(source));
-  EXPECT_EQ(names(), (std::vector<std::string>{"source", "target", "via"}));
+  EXPECT_EQ(temp_.names(), (std::vector<std::string>{"source", "target", "via"}));
 
   EXPECT_FALSE(host::replaceWithLinkOrCopy(temp_.path(), target_, reason));
   EXPECT_EQ(inodeOf(target_), inodeOf(source));
-  EXPECT_EQ(names(), (std::vector<std::string>{"source", "target", "via"}));
+  EXPECT_EQ(temp_.names(), (std::vector<std::string>{"source", "target", "via"}));
 
   g_autofree char* elsewhere = g_build_filename("/dev/shm", "morvik-atomic-XXXXXX", nullptr);
   const int fd = g_mkstemp(elsewhere);
@@ -94,7 +84,7 @@ TEST_F(AtomicFileTest, LinkOrCopyGivesTheSourcesBytes) {
   g_unlink(elsewhere);
   EXPECT_EQ(bytesOf(target_), "far bytes");
   EXPECT_EQ(bytesOf(source), "bytes");
-  EXPECT_EQ(names(), (std::vector<std::string>{"source", "target", "via"}));
+  EXPECT_EQ(temp_.names(), (std::vector<std::string>{"source", "target", "via"}));
 }
 
 }  // namespace
