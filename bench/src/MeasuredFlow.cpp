@@ -2,6 +2,7 @@
 
 #include <stdio.h>
 
+#include "CpuTime.h"
 #include "MvSvcApp.h"
 #include "ProcessMemory.h"
 #include "emu/EmulatedWatch.h"
@@ -46,8 +47,8 @@ void setPhases(Measurement& phases,
   phases.set("total_ms", (marks.back() - marks.front()) * kMsPerSecond);
 }
 
-// The emulated watch, measured: the peak is reset once the watch is loaded, and read when the
-// run is over, before the watch is written back.
+// The emulated watch, measured: the peak is reset and the CPU clock read once the watch is
+// loaded, and both are read again when the run is over, before the watch is written back.
 class MeasuredWatch : public host::DeviceHooks {
  public:
   explicit MeasuredWatch(std::string kind) : kind_(std::move(kind)) {}
@@ -60,6 +61,7 @@ class MeasuredWatch : public host::DeviceHooks {
     platform.log().setEchoToStderr(false);
     resetPeakMemory();
     baselineKb_ = readResidentMemory().currentKb;
+    startCpuMs_ = cpuTimeMs();
     return true;
   }
 
@@ -67,12 +69,14 @@ class MeasuredWatch : public host::DeviceHooks {
               const host::RunOutcome& outcome,
               host::RunReport& report) override {
     const long peakKb = readResidentMemory().peakKb;
+    const double cpuMs = cpuTimeMs() - startCpuMs_;
     if (!outcome.endedBySelf) {
       error_ = "the service did not end by itself";
     } else if (kind_ == "backup" ? backupPhases(platform, result_, error_)
                                  : restorePhases(platform, result_, error_)) {
       result_.set("baseline_kb", static_cast<double>(baselineKb_));
       result_.set("peak_kb", static_cast<double>(peakKb));
+      result_.set("cpu_ms", cpuMs);
     }
     watch_.finish(platform, outcome, report);
   }
@@ -85,6 +89,7 @@ class MeasuredWatch : public host::DeviceHooks {
   std::string kind_;
   emu::EmulatedWatch watch_;
   long baselineKb_ = -1;
+  double startCpuMs_ = 0;
   Measurement result_;
   std::string error_;
 };

@@ -21,7 +21,8 @@ bool restorePhases(host::Platform& platform, Measurement& phases, std::string& e
 
 // A child process's whole job: runs the service with `launchArgs` (the launcher's own
 // arguments) as morvik-service would on the emulated watch, with the dlog echo off, and prints
-// the phases, the total and the memory as a result line. `kind` is "backup" or "restore".
+// the phases, the total, the CPU time ("cpu_ms", from the loaded watch to the end of the run)
+// and the memory as a result line. `kind` is "backup" or "restore".
 // Returns the exit status.
 int runMeasuredFlow(const std::string& kind, const std::vector<std::string>& launchArgs);
 

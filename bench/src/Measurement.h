@@ -9,7 +9,8 @@
 namespace bench {
 
 // Named figures of one measured run, in the order they were added: phase times in
-// milliseconds ("<phase>_ms"), "total_ms", and resident memory ("baseline_kb", "peak_kb").
+// milliseconds ("<phase>_ms"), "total_ms", CPU time in milliseconds ("cpu_ms"), and resident
+// memory ("baseline_kb", "peak_kb").
 class Measurement {
  public:
   void set(const std::string& name, double value);

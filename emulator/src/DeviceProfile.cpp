@@ -11,9 +11,9 @@
 #include <cstdio>
 
 #include "MvSvcJsonNesting.h"
+#include "host/AtomicFile.h"
 #include "host/JsonText.h"
 #include "host/Personality.h"
-#include "host/RecordFile.h"
 
 namespace emu {
 
@@ -365,28 +365,21 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   g_autofree char* text = json_generator_to_data(generator, &length);
 
   g_autofree char* path = g_build_filename(deviceDir.c_str(), kFileName, nullptr);
-  // A temporary file, locked while written, renamed over the profile: a reader sees the old
-  // profile or the new one, and a crash leaves a file the next run can tell is stale.
-  host::LockedTempFile temp;
+  // A reader sees the old profile or the new one, and a crash leaves a file the next run can
+  // tell is stale.
   std::string reason;
-  size_t written = 0;
-  if (temp.create(std::string(path) + ".XXXXXX", reason)) {
-    while (written < length) {
-      const ssize_t step = write(temp.fd(), text + written, length - written);
-      if (step < 0 && errno == EINTR)
-        continue;
-      if (step < 0) {
-        reason = std::string("cannot write ") + temp.path() + ": " + g_strerror(errno);
-        break;
-      }
-      written += static_cast<size_t>(step);
-    }
-  }
-  if (written < length || !temp.renameTo(path, reason)) {
+  const bool replaced = host::replaceFile(
+      path,
+      [&](int fd, std::string& why) {
+        if (host::writeAll(fd, text, length))
+          return true;
+        why = std::string("cannot write: ") + g_strerror(errno);
+        return false;
+      },
+      reason);
+  if (!replaced)
     error = std::string(path) + ": " + reason;
-    return false;
-  }
-  return true;
+  return replaced;
 }
 
 std::optional<std::string> readDeviceFile(const std::string& deviceDir,

@@ -14,8 +14,8 @@
 #include "emu/EmuLog.h"
 #include "emu/FaultSwitches.h"
 #include "emu/SampleWatch.h"
+#include "host/AtomicFile.h"
 #include "host/Platform.h"
-#include "host/RecordFile.h"
 
 namespace emu {
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/AtomicFile.h"
 #include "host/RecordFile.h"
 
 namespace emu {

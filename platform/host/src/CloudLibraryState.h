@@ -22,7 +22,7 @@ struct talvoro_cloud_record_s {
   talvoro_cloud_record_s& operator=(const talvoro_cloud_record_s&) = delete;
 
   host::CloudRecord data;
-  // The value's CRC-32 while the value is the one a record file gave (set_value forgets it).
+  // The value's CRC-32, from the copy that set it or the record file that gave it.
   std::optional<uint32_t> valueCrc;
   bool inList = false;
 };

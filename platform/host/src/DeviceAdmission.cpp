@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "host/AtomicFile.h"
 #include "host/RecordFile.h"
 
 namespace host {

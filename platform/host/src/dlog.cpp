@@ -31,6 +31,34 @@ char priorityLetter(log_priority prio) {
   }
 }
 
+// `fmt` with a precision on every %s that has none: glibc's vfprintf measures a string to its
+// end before it writes any of it, and a logged document is megabytes that the line cuts anyway.
+std::string boundedFormat(const char* fmt) {
+  static const std::string kPrecision = "." + std::to_string(kMaxMessageBytes + 1);
+  std::string bounded;
+  for (const char* at = fmt; *at;) {
+    const char* spec = at;
+    if (*at++ != '%') {
+      bounded += *spec;
+      continue;
+    }
+    // Position, flags and width, then the precision, the length and the conversion.
+    at += strspn(at, "0123456789$-+ #'*");
+    const char* widthEnd = at;
+    const bool hasPrecision = *at == '.';
+    if (hasPrecision)
+      at += 1 + strspn(at + 1, "0123456789$*");
+    at += strspn(at, "hlLqjzt");
+    if (*at == 's' && !hasPrecision)
+      bounded.append(spec, widthEnd).append(kPrecision).append(widthEnd, at + 1);
+    else
+      bounded.append(spec, *at ? at + 1 : at);
+    if (*at)
+      ++at;
+  }
+  return bounded;
+}
+
 }  // namespace
 
 extern "C" {
@@ -48,7 +76,7 @@ int dlog_vprint(log_priority prio, const char* tag, const char* fmt, va_list ap)
   if (!line)
     return DLOG_ERROR_NOT_PERMITTED;  // dlog has no code for running out of memory
   setvbuf(line, nullptr, _IONBF, 0);
-  vfprintf(line, fmt, ap);
+  vfprintf(line, boundedFormat(fmt).c_str(), ap);
   fclose(line);
   size_t length = strnlen(text, sizeof text);
   if (length > kMaxMessageBytes) {

@@ -290,10 +290,11 @@ int talvoro_cloud_record_set_date(talvoro_cloud_record_h record, const char* dat
 
 int talvoro_cloud_record_set_value(talvoro_cloud_record_h record, const char* value) {
   TALVORO_INJECTED_FAILURE();
-  const int result = setField(record, value, &host::CloudRecord::value);
-  if (result == TALVORO_CLOUD_ERROR_NONE)
-    record->valueCrc.reset();
-  return result;
+  if (!record || !value)
+    return TALVORO_CLOUD_ERROR_INVALID_PARAMETER;
+  // The copy is the library's by contract; summed on the way, a record file needs no other pass.
+  record->valueCrc = host::copySummed(value, record->data.value);
+  return TALVORO_CLOUD_ERROR_NONE;
 }
 
 int talvoro_cloud_record_get_key(talvoro_cloud_record_h record, const char** key) {
@@ -317,9 +318,12 @@ int talvoro_cloud_file_create_file(talvoro_cloud_list_h list, const char* path) 
     return TALVORO_CLOUD_ERROR_INVALID_PARAMETER;
   std::string reason;
   host::RecordRefs records;
-  for (const auto& record : list->records)
+  host::ValueCrcs valueCrcs;
+  for (const auto& record : list->records) {
     records.push_back(&record->data);
-  if (!host::writeRecordFile(path, records, reason)) {
+    valueCrcs.push_back(record->valueCrc);
+  }
+  if (!host::writeRecordFile(path, records, reason, &valueCrcs)) {
     // The error code alone would leave the reason (a value too long for the format) unknown.
     dlog_print(DLOG_ERROR, "talvoro-cloud", "%s", reason.c_str());
     return TALVORO_CLOUD_ERROR_IO_ERROR;

@@ -21,7 +21,7 @@ void expectPhasesAddUp(const bench::Measurement& result, const std::vector<const
     sum += result.get(name);
   }
   EXPECT_NEAR(sum, result.get("total_ms"), 1e-6);
-  EXPECT_TRUE(result.get("total_ms") > 0 && result.get("peak_kb") > 0);
+  EXPECT_TRUE(result.get("total_ms") > 0 && result.get("peak_kb") > 0 && result.get("cpu_ms") > 0);
 }
 
 // The child's side of the benchmark, in this process: the flows run through the launcher on

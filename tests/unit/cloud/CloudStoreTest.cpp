@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "TempDir.h"
+#include "host/AtomicFile.h"
 #include "host/RecordFile.h"
 
 namespace {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,27 +48,25 @@ std::string sealed(const std::string& bytes) {
   return with(bytes, bytes.size() - 4, bitwiseCrc(bytes.data(), bytes.size() - 4));
 }
 
-// The sum folds 64 bytes at a time where the processor can: every length around its steps.
+// The library sums wide blocks where the processor can, and a copy sums in steps: every length
+// around their edges, each summed as the format defines and copied whole.
 TEST(RecordFileSumTest, EveryLengthSumsAsTheFormatDefines) {
-  std::string bytes(70001, '\0');
+  std::string bytes(600001, '\0');
   for (size_t i = 0; i < bytes.size(); ++i)
-    bytes[i] = static_cast<char>((i * 2654435761u) >> 13);
-  for (size_t length : {0, 1, 15, 16, 17, 63, 64, 65, 79, 80, 127, 128, 129, 1000, 65536, 70001}) {
+    bytes[i] = static_cast<char>(((i * 2654435761u) >> 13) | 1);
+  for (size_t length :
+       {0, 1, 15, 16, 17, 63, 64, 65, 127, 128, 129, 1000, 65536, 262143, 262144, 262145, 600001}) {
     const std::string part = bytes.substr(bytes.size() - length);
-    EXPECT_EQ(host::valueCrc(part), bitwiseCrc(part.data(), part.size())) << length;
+    const uint32_t expected = bitwiseCrc(part.data(), part.size());
+    EXPECT_EQ(host::valueCrc(part), expected) << length;
+    std::optional<std::string> copy;
+    EXPECT_EQ(host::copySummed(part.c_str(), copy), expected) << length;
+    EXPECT_EQ(copy, part) << length;
   }
 }
 
 class RecordFileOnDiskTest : public ::testing::Test {
  protected:
-  std::vector<std::string> names() {
-    std::vector<std::string> found;
-    g_autoptr(GDir) dir = g_dir_open(temp_.path().c_str(), 0, nullptr);
-    while (const char* name = dir ? g_dir_read_name(dir) : nullptr)
-      found.push_back(name);
-    return found;
-  }
-
   std::string bytesOf(const std::string& path) {
     g_autofree char* bytes = nullptr;
     gsize size = 0;
@@ -96,7 +95,30 @@ TEST_F(RecordFileOnDiskTest, RoundTripInBothReadersAndAWholeReplacement) {
   ASSERT_TRUE(host::writeRecordFile(path_, std::vector<CloudRecord>{}, reason)) << reason;
   ASSERT_TRUE(host::readRecordFile(path_, back, reason)) << reason;
   EXPECT_TRUE(back.empty());
-  EXPECT_EQ(names(), std::vector<std::string>{"backup.dat"});
+  EXPECT_EQ(temp_.names(), std::vector<std::string>{"backup.dat"});
+}
+
+// A value whose sum the writer is given is not summed again: the file is the same byte for byte.
+// A wrong sum seals a file its readers refuse.
+TEST_F(RecordFileOnDiskTest, GivenSumsWriteTheSameFile) {
+  std::string reason;
+  ASSERT_TRUE(host::writeRecordFile(path_, kRecords, reason)) << reason;
+  const std::string plain = bytesOf(path_);
+  host::RecordRefs refs;
+  host::ValueCrcs sums;
+  for (const CloudRecord& record : kRecords) {
+    refs.push_back(&record);
+    sums.push_back(record.value ? std::optional<uint32_t>(host::valueCrc(*record.value))
+                                : std::nullopt);
+  }
+  ASSERT_TRUE(host::writeRecordFile(path_, refs, reason, &sums)) << reason;
+  EXPECT_EQ(bytesOf(path_), plain);
+  sums[0] = *sums[0] ^ 1;
+  ASSERT_TRUE(host::writeRecordFile(path_, refs, reason, &sums)) << reason;
+  std::vector<CloudRecord> back;
+  bool corrupt = false;
+  EXPECT_FALSE(host::readRecordFile(path_, back, reason, &corrupt));
+  EXPECT_TRUE(corrupt);
 }
 
 // Both readers refuse each damaged file as corrupt, for the same reason, leaving the caller's
@@ -156,11 +178,11 @@ TEST_F(RecordFileOnDiskTest, RefusalsLeaveNothingBehind) {
   EXPECT_FALSE(
       host::writeRecordFile(path_, {{std::string("a\0b", 3), std::nullopt, std::nullopt}}, reason));
   EXPECT_NE(reason.find("NUL"), std::string::npos) << reason;
-  EXPECT_TRUE(names().empty());
+  EXPECT_TRUE(temp_.names().empty());
   ASSERT_EQ(g_mkdir(path_.c_str(), 0755), 0);
   EXPECT_FALSE(host::writeRecordFile(path_, kRecords, reason));
   EXPECT_NE(reason.find("rename"), std::string::npos) << reason;
-  EXPECT_EQ(names(), std::vector<std::string>{"backup.dat"});
+  EXPECT_EQ(temp_.names(), std::vector<std::string>{"backup.dat"});
 }
 
 }  // namespace

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "TempDir.h"
+#include "host/AtomicFile.h"
 #include "host/LogSink.h"
-#include "host/RecordFile.h"
 
 namespace {
 

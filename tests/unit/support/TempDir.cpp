@@ -4,6 +4,7 @@
 #include <glib.h>
 #include <stdio.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace morvik_test {
@@ -25,6 +26,15 @@ TempDir::TempDir() {
 
 TempDir::~TempDir() {
   nftw(path_.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+}
+
+std::vector<std::string> TempDir::names() const {
+  std::vector<std::string> found;
+  g_autoptr(GDir) dir = g_dir_open(path_.c_str(), 0, nullptr);
+  while (const char* name = dir ? g_dir_read_name(dir) : nullptr)
+    found.push_back(name);
+  std::sort(found.begin(), found.end());
+  return found;
 }
 
 }  // namespace morvik_test

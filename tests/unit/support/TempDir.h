@@ -2,6 +2,7 @@
 #define MORVIK_TEST_TEMP_DIR_H
 
 #include <string>
+#include <vector>
 
 namespace morvik_test {
 
@@ -14,6 +15,8 @@ class TempDir {
   TempDir& operator=(const TempDir&) = delete;
 
   const std::string& path() const { return path_; }
+  // The names directly in the directory, sorted.
+  std::vector<std::string> names() const;
 
  private:
   std::string path_;

@@ -32,7 +32,8 @@ struct Answer {
   std::optional<std::string> path;
   bool hadList = false;
   // For a record list: per record, its value's CRC-32 (as host::valueCrc gives it) when the
-  // library knows it without reading the value, because the value is the one a record file gave.
+  // library knows it without reading the value again: it summed the value as it read the record
+  // file or as it copied the value in.
   std::vector<std::optional<uint32_t>> valueCrcs;
 };
 

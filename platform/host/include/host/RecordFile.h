@@ -31,17 +31,23 @@ constexpr size_t kMaxFieldBytes = 0xFFFFFFFEu;
 
 // Records that the caller keeps owning, for writing without a copy.
 using RecordRefs = std::vector<const CloudRecord*>;
+// Per record, its value's CRC-32 (as valueCrc gives it) where it is known.
+using ValueCrcs = std::vector<std::optional<uint32_t>>;
 
-// Writes a temporary file beside `path` and renames it over `path`, so `path` is either the old
-// file or the whole new one; the fields go from the records to the file without an encoded
-// copy in memory. Nothing is synced to disk: the exchange files are read at once, and the
-// emulated cloud stands for the vendor's servers, not for this disk. A file that a crash cut
-// short fails its checksum and is refused, never read wrong. False with a one-line reason, before
-// anything is written when a record cannot be carried.
+// Replaces `path` whole (host/AtomicFile.h), so `path` is either the old file or the whole new
+// one; the fields go from the records to the file without an encoded copy in memory. Nothing is
+// synced to disk: the exchange files are read at once, and the emulated cloud stands for the
+// vendor's servers, not for this disk. A file that a crash cut short fails its checksum and is
+// refused, never read wrong. False with a one-line reason, before anything is written when a
+// record cannot be carried. `valueCrcs` (when given) spares the values whose sums it holds a
+// second pass: only for values known to hold no NUL byte, as copySummed and readRecordFile give.
 bool writeRecordFile(const std::string& path,
                      const std::vector<CloudRecord>& records,
                      std::string& reason);
-bool writeRecordFile(const std::string& path, const RecordRefs& records, std::string& reason);
+bool writeRecordFile(const std::string& path,
+                     const RecordRefs& records,
+                     std::string& reason,
+                     const ValueCrcs* valueCrcs = nullptr);
 // Writes the records into `fd`, an empty file open for writing; false with a one-line reason,
 // before anything is written when a record cannot be carried.
 bool writeRecords(int fd, const RecordRefs& records, std::string& reason);
@@ -63,15 +69,15 @@ bool outlineRecordFile(const std::string& path,
                        bool* corrupt = nullptr);
 // The CRC-32 an outline gives for `value`.
 uint32_t valueCrc(const std::string& value);
+// Copies the C string `text` into `value` and returns its CRC-32 as valueCrc gives it, summed
+// during the copy rather than in a pass of its own.
+uint32_t copySummed(const char* text, std::optional<std::string>& value);
 
-// Gives `to` the bytes of the regular file `from`, replacing `to` as writeRecordFile does: by a
-// hard link where both lie on one file system, else by a copy. A link is safe because record
-// files are only ever replaced by a rename, never rewritten in place, so neither name can change
-// the other's bytes. For a file its caller has just read: the bytes are not checked again.
-// False with a one-line reason.
+// Gives `to` the bytes of the regular file `from` (host::replaceWithLinkOrCopy): a hard link is
+// safe because record files are only ever replaced by a rename, never rewritten in place, so
+// neither name can change the other's bytes. For a file its caller has just read: the bytes are
+// not checked again. False with a one-line reason.
 bool shareRecordFile(const std::string& from, const std::string& to, std::string& reason);
-// Copies the regular file `from` into `fd` byte for byte.
-bool copyFileInto(const std::string& from, int fd, std::string& reason);
 // Reads a regular record file, refusing what the format above refuses, with the fields read
 // straight into the records. False with a one-line reason; then `*corrupt` (when given) tells a
 // damaged file from one that could not be read at all. `valueCrcs` (when given) receives each
@@ -82,45 +88,8 @@ bool readRecordFile(const std::string& path,
                     bool* corrupt = nullptr,
                     std::vector<uint32_t>* valueCrcs = nullptr);
 
-// A file being written under a temporary name. Its writer holds an flock on it from creation
-// until it is renamed or linked into place, so that removeStaleTempFiles can tell a file a
-// crashed writer left (nobody holds its lock) from one a live process is writing. Removed when
-// this object goes, unless renamed away.
-class LockedTempFile {
- public:
-  LockedTempFile() = default;
-  ~LockedTempFile();
-  LockedTempFile(const LockedTempFile&) = delete;
-  LockedTempFile& operator=(const LockedTempFile&) = delete;
-
-  // Creates and locks a new file named after `pattern`, whose last "XXXXXX" is replaced.
-  bool create(const std::string& pattern, std::string& reason);
-  // The same, but the new name is a hard link to the regular file `source` (a symlink there is
-  // followed, as a reader would). False when no such link can be made, for instance across file
-  // systems or when `source` is no regular file: the caller then copies.
-  bool createLinkTo(const std::string& source, const std::string& pattern);
-  int fd() const { return fd_; }
-  const std::string& path() const { return path_; }
-  // Renames the file over `target` while still holding its lock, then closes it.
-  bool renameTo(const std::string& target, std::string& reason);
-  // Gives the file a second name, `target`, which must not exist (errno in `error`); the
-  // temporary name still goes with this object.
-  bool linkTo(const std::string& target, int& error);
-
- private:
-  bool closeAfterWriting(const std::string& name, std::string& reason);
-
-  int fd_ = -1;
-  std::string path_;  // empty once renamed
-};
-
 // "<name>.dat.XXXXXX": what writeRecordFile leaves beside its target if its writer dies.
 bool isRecordFileTempName(const char* name);
-
-// Removes the files in `dir` that `isTempName` accepts and that no live process holds locked
-// (see LockedTempFile); a file whose writer still runs is never touched. Returns their names.
-std::vector<std::string> removeStaleTempFiles(const std::string& dir,
-                                              bool (*isTempName)(const char* name));
 
 }  // namespace host
 
