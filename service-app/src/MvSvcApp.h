@@ -16,9 +16,10 @@ class MvSvcRestoreModel;
 class MvSvcWatchDataCollector;
 
 // The service application: receives every launch request on the main loop and starts the flow
-// that its operation names. Lives on main()'s stack for the whole process. It owns every flow in
-// progress; a flow is released when it reports completion or fails to start. Flows may overlap:
-// backup requests share one collection, and each exchange answers only its own request.
+// that its operation names. Lives on main()'s stack for the whole process. It owns every flow: a
+// flow is released when it reports completion, and in onTerminate() when the service ends (a
+// model whose run() failed stays until then). Flows may overlap: backup requests share one
+// collection, and each exchange answers only its own request.
 class MvSvcApp : public app_assist::WServiceApp {
  public:
   MvSvcApp();
