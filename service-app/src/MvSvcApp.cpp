@@ -117,7 +117,12 @@ void MvSvcApp::_startBackup(const char* operation, MvAppControlPtr request) {
   model->run(operation);
 }
 
+// A completed model goes at once when it is the last one. Beside another it stays until the
+// service ends: its deinitialise could release the library under the other's exchange (a
+// library that does not nest its initialisations would), and the service is ending anyway.
 void MvSvcApp::_onBackupCompleted(void* model) {
+  if (_backups.size() + _restores.size() > 1)
+    return;
   auto found = std::find_if(_backups.begin(), _backups.end(), [model](const auto& exchange) {
     return exchange.model.get() == model;
   });
@@ -138,6 +143,8 @@ void MvSvcApp::_startRestore(app_control_h request) {
 }
 
 void MvSvcApp::_onRestoreCompleted(void* model) {
+  if (_backups.size() + _restores.size() > 1)
+    return;
   auto found = std::find_if(_restores.begin(), _restores.end(),
                             [model](const auto& restore) { return restore.get() == model; });
   if (found != _restores.end())
