@@ -166,12 +166,14 @@ Scenario scenarioForSeed(uint64_t seed) {
 
 const std::vector<Scenario>& namedScenarios() {
   auto named = [](const char* name, bool seededCloud, std::vector<ScenarioRequest> requests,
-                  std::map<std::string, std::string> faults = {}) {
+                  std::map<std::string, std::string> faults = {},
+                  std::map<std::string, std::string> platform = {}) {
     Scenario scenario;
     scenario.name = name;
     scenario.seededCloud = seededCloud;
     scenario.requests = std::move(requests);
     scenario.faults = std::move(faults);
+    scenario.platform = std::move(platform);
     return scenario;
   };
   static const std::vector<Scenario> scenarios = [&] {
@@ -185,9 +187,26 @@ const std::vector<Scenario>& namedScenarios() {
         named("restore-completed-during-a-store-wait", true, {{"restore"}},
               {{"cloud-complete-early", "on"}}),
         named("backup-and-restore-together", true, {{"backup"}, {"restore"}}),
+        // The reply to a refused request was still on its way when the run ended.
+        named("info-twice-with-retail-mode", false, {{"none", true}, {"info"}, {"info"}}),
+        // A library that replaces its registrant, two restores at once, one waiting on the store.
+        named("restore-twice-on-a-replacing-library", true, {{"restore"}, {"restore"}},
+              {{"image-unreadable", "on"}, {"store-silent", "on"}},
+              {{"cloud-registration", "replace"}}),
+        // An exchange completed during another's store wait on a library that does not nest.
+        named("info-completed-during-a-restore-on-a-flat-library", true,
+              {{"restore"}, {"info", false, 0.059}},
+              {{"store-error", "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE"}},
+              {{"cloud-initialization", "flat"}}),
+        // A collection begun while a transfer holds the port, on a platform giving new IDs.
+        named("backup-during-a-store-wait-with-new-port-ids", true,
+              {{"restore"}, {"backup", false, 1}}, {{"store-silent", "on"}},
+              {{"port-reregistration", "new-id"}}),
     };
     list[5].deadlineSeconds = 1;
     list[6].sampleWatch = false;
+    list[10].sampleWatch = false;
+    list[11].sampleWatch = false;
     return list;
   }();
   return scenarios;
