@@ -26,7 +26,9 @@ TEST_F(ExploreCliTest, NamedCasesAndASeedRangeHoldEveryInvariant) {
     ProcessResult run = runEmu(args);
     EXPECT_EQ(run.status, 0) << run.out << run.err;
     ASSERT_FALSE(linesOf(run.out).empty());
-    EXPECT_EQ(linesOf(run.out).back(), "explore: seeds=" + std::string(args[1] == "--scenario" ? "12" : "8") + " failures=0");
+    EXPECT_EQ(
+        linesOf(run.out).back(),
+        "explore: seeds=" + std::string(args[1] == "--scenario" ? "12" : "8") + " failures=0");
   }
 }
 

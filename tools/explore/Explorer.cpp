@@ -237,8 +237,7 @@ RunVerdict Explorer::run(const Scenario& scenario) const {
   if (g_mkdir_with_parents(run.cloud.c_str(), 0755) != 0 ||
       g_mkdir_with_parents(run.scratch.c_str(), 0755) != 0 ||
       !makeWatch(run.device, scenario.sampleWatch, scenario.faults, scenario.platform, error) ||
-      (scenario.seededCloud &&
-       !copyFile(goldenSet_, path(run.cloud, "set-000001.dat"), error))) {
+      (scenario.seededCloud && !copyFile(goldenSet_, path(run.cloud, "set-000001.dat"), error))) {
     verdict.violations.push_back({"a run to judge", 0, "", "cannot prepare the run: " + error});
     return verdict;
   }
@@ -246,10 +245,10 @@ RunVerdict Explorer::run(const Scenario& scenario) const {
 
   const std::string json = path(run.root, kResult);
   Output output;
-  if (!runService(run.root, run.scratch,
-                  serviceArgs(run.device, run.cloud, json, scenario.seed,
-                              scenario.launchArguments()),
-                  output, error)) {
+  if (!runService(
+          run.root, run.scratch,
+          serviceArgs(run.device, run.cloud, json, scenario.seed, scenario.launchArguments()),
+          output, error)) {
     verdict.violations.push_back({"a run to judge", 0, "", "cannot run the service: " + error});
     return verdict;
   }
@@ -299,7 +298,8 @@ void Explorer::checkStoredSet(const Scenario& scenario,
                               Violations& violations) const {
   const char* const invariant = "stored sets restore their watch";
   auto report = [&](const std::string& text) {
-    violations.push_back({invariant, 0, "exchanges.set", "set " + std::to_string(set) + ": " + text});
+    violations.push_back(
+        {invariant, 0, "exchanges.set", "set " + std::to_string(set) + ": " + text});
   };
   const std::string check = path(root, "check-" + std::to_string(set));
   const std::string reference = path(check, "reference");

@@ -105,8 +105,8 @@ void resultAgreesWithItself(const RunFacts& run, const char* name, Violations& v
   const gint64 status = integer(result, "status");
   if (!run.signal && !run.stuck && status != run.status)
     report(violations, name,
-           "exit status " + std::to_string(run.status) + ", result " + std::to_string(status),
-           0, "status");
+           "exit status " + std::to_string(run.status) + ", result " + std::to_string(status), 0,
+           "status");
   const std::string by = member(object(result, "ended"), "by");
   const bool failed = json_array_get_length(array(result, "failures")) > 0;
   const gint64 follows = by == "deadline" ? 3 : by == "service" ? (failed ? 4 : 0) : status;
@@ -130,8 +130,8 @@ void resultAgreesWithItself(const RunFacts& run, const char* name, Violations& v
   };
   forEachObject(array(result, "exchanges"), [&](JsonObject* exchange) {
     const gint64 request = integer(exchange, "request");
-    const std::string line = "cloud     request " + std::to_string(request) + ", " +
-                             member(exchange, "type") + ": ";
+    const std::string line =
+        "cloud     request " + std::to_string(request) + ", " + member(exchange, "type") + ": ";
     if (!hasLineStarting(run.out, line))
       report(violations, name, "the summary has no line " + line, static_cast<unsigned>(request));
     const std::string answer = answers[request];
@@ -280,8 +280,8 @@ const std::vector<Invariant>& invariants() {
 
 std::string sanitizerReport(const std::string& text) {
   static const char* const kMarks[] = {"ERROR: AddressSanitizer", "ERROR: LeakSanitizer",
-                                       "runtime error:", "UndefinedBehaviorSanitizer",
-                                       "AddressSanitizer", "LeakSanitizer"};
+                                       "runtime error:",          "UndefinedBehaviorSanitizer",
+                                       "AddressSanitizer",        "LeakSanitizer"};
   const std::vector<std::string> lines = linesOf(text);
   for (const char* mark : kMarks) {
     for (size_t i = 0; i < lines.size(); ++i) {

@@ -26,16 +26,15 @@ struct RunFacts {
   int signal = 0;       // the signal that ended it, 0 when it exited
   bool stuck = false;   // killed by the explorer's own watchdog
   std::string out, err;
-  JsonObject* result = nullptr;  // null when the run left none
-  std::string resultError;       // why there is none
+  JsonObject* result = nullptr;         // null when the run left none
+  std::string resultError;              // why there is none
   std::set<std::string> entriesBefore;  // of `root`, before the run
   std::vector<std::string> writes;      // every file the service wrote, when audited
   bool audited = false;
   // Restores the stored set `set` onto a blank watch and compares it with the run's watch,
   // but for the items named in `leftOut`.
-  std::function<void(unsigned long long set,
-                     const std::vector<std::string>& leftOut,
-                     Violations& violations)>
+  std::function<
+      void(unsigned long long set, const std::vector<std::string>& leftOut, Violations& violations)>
       checkStoredSet;
 };
 

@@ -130,8 +130,9 @@ class Model {
     if (!request)
       return;
     if (!request->due.empty())
-      violation(launch, "requests.reply", "answer " + request->due + " was due at " +
-                                              seconds(request->dueAt) + " and never came");
+      violation(
+          launch, "requests.reply",
+          "answer " + request->due + " was due at " + seconds(request->dueAt) + " and never came");
     request->due = answer;
     request->dueAt = at;
   }
@@ -434,8 +435,8 @@ class Model {
       backupRan = backupRan || (request.delivered && request.operation == "backup");
     }
     forEachObject(array(result_, "exchanges"), [&](JsonObject* exchange) {
-      backupStored = backupStored ||
-                     (member(exchange, "type") == "backup" && integer(exchange, "set", 0) > 0);
+      backupStored =
+          backupStored || (member(exchange, "type") == "backup" && integer(exchange, "set", 0) > 0);
     });
     const guint leftOut = json_array_get_length(array(result_, "left_out"));
     const guint notRestored = json_array_get_length(array(result_, "not_restored"));
@@ -451,8 +452,9 @@ class Model {
       violation(0, "left_out",
                 item + " left out, and no fault, overlap or late answer explains it");
     });
-    const bool mustLeaveOut = backupStored && scenario_.sampleWatch && !restoreRan &&
-                              (faults.count("watchapp-missing") || faults.count("image-unreadable"));
+    const bool mustLeaveOut =
+        backupStored && scenario_.sampleWatch && !restoreRan &&
+        (faults.count("watchapp-missing") || faults.count("image-unreadable"));
     if (leftOut == 0 && mustLeaveOut)
       violation(0, "left_out", "empty, though a fault kept part of the watch from the backup");
     const bool mayNotRestore = faults.count("store-silent") || faults.count("store-error") ||
@@ -460,8 +462,9 @@ class Model {
                                faults.count("watchface-silent") ||
                                faults.count("watchface-finish-early") || backupRan;
     if (notRestored > 0 && !mayNotRestore)
-      violation(0, "not_restored", std::to_string(notRestored) +
-                                       " items not restored, and no fault or overlap explains it");
+      violation(
+          0, "not_restored",
+          std::to_string(notRestored) + " items not restored, and no fault or overlap explains it");
     auditFailed_ = leftOut > 0 || notRestored > 0;
   }
 

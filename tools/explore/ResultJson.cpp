@@ -7,7 +7,7 @@ namespace {
 JsonNode* valueOf(JsonObject* object, const char* name, GType type) {
   JsonNode* node = object ? json_object_get_member(object, name) : nullptr;
   return node && JSON_NODE_HOLDS_VALUE(node) && json_node_get_value_type(node) == type ? node
-                                                                                        : nullptr;
+                                                                                       : nullptr;
 }
 
 }  // namespace

@@ -27,8 +27,9 @@ bool WriteAudit::start(std::string& reason) {
   // A mark per file system: one on "/" covers every directory of the same disk.
   const char* places[] = {"/", "/tmp", "/dev/shm", "/var/tmp", g_get_tmp_dir(), g_get_home_dir()};
   for (const char* place : places) {
-    if (place && fanotify_mark(fd, FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CLOSE_WRITE, AT_FDCWD,
-                               place) != 0 &&
+    if (place &&
+        fanotify_mark(fd, FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CLOSE_WRITE, AT_FDCWD, place) !=
+            0 &&
         errno != ENOENT) {
       reason = std::string("fanotify on ") + place + ": " + strerror(errno);
       close(fd);

@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <map>
 #include <cstdio>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -54,14 +54,13 @@ bool parseCount(const std::optional<std::string>& text,
 // A command that reproduces `scenario` with the same service binary: through scripts/explore
 // and its preset when the binary is one of the build tree's, through morvik-emu otherwise.
 std::string replayCommand(const explore::Scenario& scenario, const std::string& service) {
-  const std::string which =
-      scenario.name.empty() ? "--seed " + std::to_string(scenario.seed) : "--scenario " + scenario.name;
+  const std::string which = scenario.name.empty() ? "--seed " + std::to_string(scenario.seed)
+                                                  : "--scenario " + scenario.name;
   const std::string tail = "/service-app/morvik-service";
   const size_t build = service.rfind("/build/");
   if (build != std::string::npos && service.size() > tail.size() &&
       service.compare(service.size() - tail.size(), tail.size(), tail) == 0) {
-    const std::string preset =
-        service.substr(build + 7, service.size() - tail.size() - build - 7);
+    const std::string preset = service.substr(build + 7, service.size() - tail.size() - build - 7);
     if (!preset.empty() && preset.find('/') == std::string::npos)
       return "scripts/explore " + preset + " " + which + " --service " + service;
   }
@@ -156,8 +155,7 @@ int runExplore(const Verb& verb, int argc, char** argv) {
       runs.push_back(explore::scenarioForSeed(firstSeed + i));
   }
 
-  g_autofree char* given =
-      service ? g_canonicalize_filename(service->c_str(), nullptr) : nullptr;
+  g_autofree char* given = service ? g_canonicalize_filename(service->c_str(), nullptr) : nullptr;
   const std::string serviceBinary = given ? std::string(given) : findService();
   if (serviceBinary.empty() || !g_file_test(serviceBinary.c_str(), G_FILE_TEST_IS_EXECUTABLE))
     return fail("no morvik-service to run (use --service PATH)");

@@ -42,8 +42,7 @@ int runPlatform(const Verb& verb, int argc, char** argv) {
   if (listing) {
     for (const host::PersonalitySwitch& entry : host::personalitySwitches()) {
       auto set = profile.platform.find(entry.name);
-      printf("%-36s %s (default %s)%s\n", syntaxOf(entry).c_str(), entry.documented,
-             entry.fallback,
+      printf("%-36s %s (default %s)%s\n", syntaxOf(entry).c_str(), entry.documented, entry.fallback,
              set == profile.platform.end() ? "" : ("  [set: " + set->second + "]").c_str());
     }
     return kStatusOk;

@@ -26,8 +26,8 @@ void findSources(std::vector<Leftover>& found) {
     const char* name = g_source_get_name(source);
     if (name && g_str_has_prefix(name, kHostSourcePrefix))
       continue;
-    found.push_back({"GLib source", std::to_string(id) + (name ? std::string(" ") + name : ""),
-                     false});
+    found.push_back(
+        {"GLib source", std::to_string(id) + (name ? std::string(" ") + name : ""), false});
   }
 }
 
@@ -60,9 +60,10 @@ void findCloudCallbacks(std::vector<Leftover>& found) {
     each(kind, "completion", exchange->completed.callback != nullptr);
   }
   if (library.initCount > 0)
-    found.push_back({"cloud library", "initialised (" + std::to_string(library.initCount) +
-                                          " deinitialise calls missing)",
-                     false});
+    found.push_back(
+        {"cloud library",
+         "initialised (" + std::to_string(library.initCount) + " deinitialise calls missing)",
+         false});
 }
 
 }  // namespace

@@ -147,8 +147,9 @@ TEST_F(RestoreModelTest, ARestorationEnteredAgainIsRefusedAndTheOuterOneGoesOn) 
   struct ReenteringModel : TestRestoreModel {
     using TestRestoreModel::TestRestoreModel;
     std::string restoreRecord(int index, const char* value) override {
-      if (!entered++)
+      if (!entered++) {
         EXPECT_TRUE(host::cloud::callRestoration(path));
+      }
       return TestRestoreModel::restoreRecord(index, value);
     }
     int entered = 0;
@@ -166,7 +167,8 @@ TEST_F(RestoreModelTest, ARestorationEnteredAgainIsRefusedAndTheOuterOneGoesOn) 
   EXPECT_FALSE(answers[0].success);
   EXPECT_TRUE(answers[1].success);
   EXPECT_EQ(answers[1].records.size(), 1u);
-  EXPECT_EQ(log(), (Lines{"I value : {}", "E Restoration asked for again while one runs: refused"}));
+  EXPECT_EQ(log(),
+            (Lines{"I value : {}", "E Restoration asked for again while one runs: refused"}));
 }
 
 // The library completes the exchange while the restoration callback still runs (its transfer

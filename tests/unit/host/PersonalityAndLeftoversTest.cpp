@@ -107,8 +107,10 @@ TEST_F(PersonalityTest, LeftoversNameWhatTheAppStillHolds) {
 
   int user = 0;
   ASSERT_GT(message_port_register_trusted_local_port("morvik::port", message, &user), 0);
-  const guint timeout = g_timeout_add(30000, [](gpointer) { return G_SOURCE_REMOVE; }, nullptr);
-  Ecore_Timer* timer = ecore_timer_add(2.0, [](void*) { return ECORE_CALLBACK_CANCEL; }, nullptr);
+  const guint timeout = g_timeout_add(
+      30000, [](gpointer) { return G_SOURCE_REMOVE; }, nullptr);
+  Ecore_Timer* timer = ecore_timer_add(
+      2.0, [](void*) { return ECORE_CALLBACK_CANCEL; }, nullptr);
   ASSERT_EQ(talvoro_cloud_initialize(), TALVORO_CLOUD_ERROR_NONE);
   ASSERT_EQ(talvoro_cloud_restore_record_set_completed_cb(completed, &user),
             TALVORO_CLOUD_ERROR_NONE);
