@@ -1,6 +1,7 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,6 +31,69 @@ TEST_F(ExploreCliTest, NamedCasesAndASeedRangeHoldEveryInvariant) {
         linesOf(run.out).back(),
         "explore: seeds=" + std::string(args[1] == "--scenario" ? "12" : "8") + " failures=0");
   }
+}
+
+// A failure says why: how the service died by the signal's name, the invariant broken, and a
+// replay line that carries the service it ran; a replayed seed shows its scenario and platform
+// even when it passes.
+TEST_F(ExploreCliTest, AFailureNamesItsSignalInvariantAndReplayAndAReplayShowsItsScenario) {
+  // The real service for the explorer's own clean backup (seed 0), a crash for every seed.
+  const std::string crashing =
+      file("crashing-service", std::string("#!/bin/sh\ncase \"$*\" in *\"--schedule 0 \"*) exec ") +
+                                   MORVIK_SERVICE_BIN + " \"$@\";; esac\nkill -SEGV $$\n");
+  ASSERT_EQ(chmod(crashing.c_str(), 0755), 0);
+  ProcessResult run = runEmu({"explore", "--seed", "3", "--service", crashing});
+  EXPECT_EQ(run.status, 1) << run.out << run.err;
+  EXPECT_TRUE(hasLine(run.out, "FAILED seed 3 (killed by SIGSEGV): ")) << run.out;
+  EXPECT_TRUE(hasLine(run.out, "  platform: cloud-registration=")) << run.out;
+  EXPECT_TRUE(hasLine(run.out, "  - no crash: the service died of SIGSEGV")) << run.out;
+  EXPECT_TRUE(hasLine(run.out, "  replay: morvik-emu explore --seed 3 --service " + crashing))
+      << run.out;
+
+  run = runEmu({"explore", "--seed", "9001"});
+  EXPECT_EQ(run.status, 0) << run.out << run.err;
+  EXPECT_TRUE(hasLine(run.out, "passed seed 9001 (exit status ")) << run.out;
+  EXPECT_TRUE(hasLine(run.out, "  platform: cloud-registration=")) << run.out;
+
+  // The golden backup's own failure says what went wrong.
+  const std::string failing = file("failing", "#!/bin/sh\nexit 1\n");
+  ASSERT_EQ(chmod(failing.c_str(), 0755), 0);
+  run = runEmu({"explore", "--seed", "3", "--service", failing});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_TRUE(hasLine(run.err, "the clean backup of the sample watch ended with status 1"))
+      << run.err;
+}
+
+// A watch's platform switches are fixed, listed and cleared like its fault switches; a name or
+// value the platform does not know is refused with one line.
+TEST_F(ExploreCliTest, APlatformSwitchIsFixedListedAndClearedOnAWatch) {
+  const std::string blank = watch("blank", "--blank");
+  for (const auto& refused : std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"platform", blank, "cloud-registration=maybe"}, "needs one of: refuse, replace"},
+           {{"platform", blank, "vconf-value-limit=0"}, "a byte count from 1"},
+           {{"platform", blank, "sideways=1"}, "unknown platform switch 'sideways'"},
+           {{"platform", blank, "cloud-registration"}, "needs NAME=VALUE"},
+           {{"platform", blank, "clear", "port-reregistration"}, "is not set"},
+           {{"platform", blank}, "platform needs DIR and NAME=VALUE"},
+       }) {
+    ProcessResult run = runEmu(refused.first);
+    EXPECT_EQ(run.status, 2) << refused.second;
+    EXPECT_EQ(linesOf(run.err).size(), 1u) << run.err;
+    EXPECT_NE(run.err.find(refused.second), std::string::npos) << run.err;
+  }
+  ASSERT_EQ(runEmu({"platform", blank, "port-reregistration=new-id"}).status, 0);
+  ASSERT_EQ(runEmu({"platform", blank, "message-size-limit=4096"}).status, 0);
+  ProcessResult list = runEmu({"platform", blank, "list"});
+  EXPECT_EQ(list.status, 0);
+  EXPECT_EQ(linesOf(list.out).size(), 7u) << list.out;
+  EXPECT_TRUE(hasLine(list.out, "[set: new-id]")) << list.out;
+  EXPECT_TRUE(hasLine(list.out, "[set: 4096]")) << list.out;
+  ASSERT_EQ(runEmu({"platform", blank, "clear", "port-reregistration"}).status, 0);
+  EXPECT_FALSE(hasLine(runEmu({"platform", blank, "list"}).out, "[set: new-id]"));
+  ASSERT_EQ(runEmu({"platform", blank, "clear"}).status, 0);
+  EXPECT_FALSE(hasLine(runEmu({"platform", blank, "list"}).out, "[set: "));
+  // The run takes the watch's personality; the watch stays readable.
+  EXPECT_EQ(service(blank, {"--operation", "info"}).status, 0);
 }
 
 // A schedule depends on its seed alone: two runs of one seed cross the boundary in the same
