@@ -64,6 +64,24 @@ TEST_F(ExploreCliTest, AFailureNamesItsSignalInvariantAndReplayAndAReplayShowsIt
       << run.err;
 }
 
+// A file the service writes anywhere outside its run, as root, is named, for the run and for
+// its check restore alike.
+TEST_F(ExploreCliTest, AWriteOutsideTheRunIsNamed) {
+  const std::string writer =
+      file("writing-service", "#!/bin/sh\necho probe > " + root_ + "/probe-$$\nexec " +
+                                  MORVIK_SERVICE_BIN + " \"$@\"\n");
+  ASSERT_EQ(chmod(writer.c_str(), 0755), 0);
+  ProcessResult run = runEmu({"explore", "--seed", "3", "--service", writer});
+  if (hasLine(run.out, "explore: note: writes outside"))
+    GTEST_SKIP() << "the audit needs root";
+  EXPECT_EQ(run.status, 1) << run.out << run.err;
+  EXPECT_TRUE(hasLine(
+      run.out, "  - nothing written outside the run: the service wrote " + root_ + "/probe-"))
+      << run.out;
+  EXPECT_TRUE(hasLine(run.out, "its restore onto a blank watch wrote " + root_ + "/probe-"))
+      << run.out;
+}
+
 // A watch's platform switches are fixed, listed and cleared like its fault switches; a name or
 // value the platform does not know is refused with one line.
 TEST_F(ExploreCliTest, APlatformSwitchIsFixedListedAndClearedOnAWatch) {
