@@ -1,4 +1,5 @@
 #include <Ecore.h>
+#include <app_control.h>
 #include <gtest/gtest.h>
 #include <message_port.h>
 #include <talvoro_cloud.h>
@@ -6,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "FakeApp.h"
 #include "PlatformFixture.h"
 #include "host/CloudLibrary.h"
 #include "host/Leftovers.h"
@@ -99,11 +101,26 @@ TEST_F(PersonalityTest, ARegisteredNameKeepsItsIdOrGetsANewOne) {
   EXPECT_EQ(platform().ports().findByName("p"), nullptr);
 }
 
-// What the app still holds when its run ends is named; the host's own deliveries are not.
+// What the app still holds when its run ends is named; the host's own deliveries are not, and a
+// launch request whose reply is still due is named as deliberate.
 TEST_F(PersonalityTest, LeftoversNameWhatTheAppStillHolds) {
   platform().post([] {}, 5000, "channel");
   platform().post([] {}, 0);
   EXPECT_EQ(leftovers(), std::vector<std::string>{});
+
+  platform().packages().install({"silent.app", "silent.app", "svcapp", true});
+  auto silent = std::make_shared<morvik_test::FakeApp>();
+  silent->answers = false;
+  platform().registerApp("silent.app", silent);
+  app_control_h request = nullptr;
+  app_control_create(&request);
+  app_control_set_app_id(request, "silent.app");
+  ASSERT_EQ(app_control_send_launch_request(request, nullptr, nullptr), APP_CONTROL_ERROR_NONE);
+  app_control_destroy(request);
+  ASSERT_TRUE(runLoopUntil([&] { return silent->heldReply != nullptr; }, 5));
+  EXPECT_EQ(leftovers(),
+            std::vector<std::string>{"launch request: to silent.app, its reply still due (ok)"});
+  silent->heldReply.reset();
 
   int user = 0;
   ASSERT_GT(message_port_register_trusted_local_port("morvik::port", message, &user), 0);
