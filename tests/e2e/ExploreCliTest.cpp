@@ -23,7 +23,8 @@ using ExploreCliTest = morvik_test::CliFixture;
 // The cases once found by hand, and a range of seeds, end with every invariant held.
 TEST_F(ExploreCliTest, NamedCasesAndASeedRangeHoldEveryInvariant) {
   for (const auto& args : std::vector<std::vector<std::string>>{
-           {"explore", "--scenario", "all"}, {"explore", "--seeds", "8", "--first", "9000"}}) {
+           {"explore", "--scenario", "all", "--work", root_ + "/named"},
+           {"explore", "--seeds", "8", "--first", "9000", "--work", root_ + "/seeds"}}) {
     ProcessResult run = runEmu(args);
     EXPECT_EQ(run.status, 0) << run.out << run.err;
     ASSERT_FALSE(linesOf(run.out).empty());
@@ -42,7 +43,8 @@ TEST_F(ExploreCliTest, AFailureNamesItsSignalInvariantAndReplayAndAReplayShowsIt
       file("crashing-service", std::string("#!/bin/sh\ncase \"$*\" in *\"--schedule 0 \"*) exec ") +
                                    MORVIK_SERVICE_BIN + " \"$@\";; esac\nkill -SEGV $$\n");
   ASSERT_EQ(chmod(crashing.c_str(), 0755), 0);
-  ProcessResult run = runEmu({"explore", "--seed", "3", "--service", crashing});
+  ProcessResult run =
+      runEmu({"explore", "--seed", "3", "--service", crashing, "--work", root_ + "/w1"});
   EXPECT_EQ(run.status, 1) << run.out << run.err;
   EXPECT_TRUE(hasLine(run.out, "FAILED seed 3 (killed by SIGSEGV): ")) << run.out;
   EXPECT_TRUE(hasLine(run.out, "  platform: cloud-registration=")) << run.out;
@@ -50,7 +52,7 @@ TEST_F(ExploreCliTest, AFailureNamesItsSignalInvariantAndReplayAndAReplayShowsIt
   EXPECT_TRUE(hasLine(run.out, "  replay: morvik-emu explore --seed 3 --service " + crashing))
       << run.out;
 
-  run = runEmu({"explore", "--seed", "9001"});
+  run = runEmu({"explore", "--seed", "9001", "--work", root_ + "/w2"});
   EXPECT_EQ(run.status, 0) << run.out << run.err;
   EXPECT_TRUE(hasLine(run.out, "passed seed 9001 (exit status ")) << run.out;
   EXPECT_TRUE(hasLine(run.out, "  platform: cloud-registration=")) << run.out;
@@ -58,7 +60,7 @@ TEST_F(ExploreCliTest, AFailureNamesItsSignalInvariantAndReplayAndAReplayShowsIt
   // The golden backup's own failure says what went wrong.
   const std::string failing = file("failing", "#!/bin/sh\nexit 1\n");
   ASSERT_EQ(chmod(failing.c_str(), 0755), 0);
-  run = runEmu({"explore", "--seed", "3", "--service", failing});
+  run = runEmu({"explore", "--seed", "3", "--service", failing, "--work", root_ + "/w3"});
   EXPECT_EQ(run.status, 2);
   EXPECT_TRUE(hasLine(run.err, "the clean backup of the sample watch ended with status 1"))
       << run.err;
@@ -71,7 +73,8 @@ TEST_F(ExploreCliTest, AWriteOutsideTheRunIsNamed) {
       file("writing-service", "#!/bin/sh\necho probe > " + root_ + "/probe-$$\nexec " +
                                   MORVIK_SERVICE_BIN + " \"$@\"\n");
   ASSERT_EQ(chmod(writer.c_str(), 0755), 0);
-  ProcessResult run = runEmu({"explore", "--seed", "3", "--service", writer});
+  ProcessResult run =
+      runEmu({"explore", "--seed", "3", "--service", writer, "--work", root_ + "/w4"});
   if (hasLine(run.out, "explore: note: writes outside"))
     GTEST_SKIP() << "the audit needs root";
   EXPECT_EQ(run.status, 1) << run.out << run.err;
