@@ -10,6 +10,7 @@ int runInit(const Verb& verb, int argc, char** argv);
 int runShow(const Verb& verb, int argc, char** argv);
 int runDiff(const Verb& verb, int argc, char** argv);
 int runFault(const Verb& verb, int argc, char** argv);
+int runPlatform(const Verb& verb, int argc, char** argv);
 int runSets(const Verb& verb, int argc, char** argv);
 int runExport(const Verb& verb, int argc, char** argv);
 int runImport(const Verb& verb, int argc, char** argv);

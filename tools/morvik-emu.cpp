@@ -30,6 +30,12 @@ const Verb kVerbs[] = {
     {"fault", "DIR NAME[=VALUE] | DIR clear [NAME] | DIR list",
      "set, clear or list the watch's fault switches", "Exit status: 0 done, 2 refused.",
      emucli::runFault},
+    {"platform", "DIR NAME=VALUE | DIR clear [NAME] | DIR list",
+     "fix, clear or list the watch's platform personality",
+     "Each switch is a behaviour the platform leaves open or a limit it documents; 'list'\n"
+     "says which, with the values it takes. A switch left unset takes its default, and the\n"
+     "explorer draws every switch per seed. Exit status: 0 done, 2 refused.",
+     emucli::runPlatform},
     {"sets", "CLOUD [--delete ID]", "list the cloud's backup sets, or delete one",
      "A deleted set's ID is never given again.\n"
      "Exit status: 0 listed (or deleted), 1 listed but a set is unreadable (named on its line),\n"
@@ -63,9 +69,12 @@ const Verb kVerbs[] = {
      emucli::runDoctor},
     {"explore", "", "run the service under many seeded schedules and check every run",
      "Each seed picks 1 to 3 launch requests (backup, restore, info, retail mode) 0 to 2 s\n"
-     "apart, a sample or blank watch, fault switches, and the delay of every delivery, on a\n"
-     "simulated clock: the same seed replays the same run. A failed run prints its seed and a\n"
-     "replay command. The last line is \"explore: seeds=N failures=F\".\n"
+     "apart, a sample or blank watch, fault switches, a platform personality, and the delay\n"
+     "of every delivery, on a simulated clock: the same seed replays the same run. Each run is\n"
+     "judged by a model of the service's rules and a list of invariants. A failed run prints\n"
+     "its seed, each broken invariant with its request and field, and a replay command. The\n"
+     "mix of statuses, outcomes and personalities follows; the last line is\n"
+     "\"explore: seeds=N failures=F\".\n"
      "Exit status: 0 no failures, 1 failures, 2 bad usage or no morvik-service to run.",
      emucli::runExplore},
 };

@@ -159,8 +159,14 @@ void CloudAgent::report(host::RunReport& report) const {
                      [launchId](const auto& held) { return held->launchId == launchId; });
     if (exchange == exchanges_.end()) {
       const bool wasDelivered = delivered(launchId);
-      const std::string why = wasDelivered ? "the service never answered the launch request"
-                                           : "not delivered: the run had ended";
+      // Unanswered, the request waited on a flow the run ended first: say how it ended.
+      const bool exited =
+          !platform_.record().ofKind(host::BoundaryEvent::Kind::kExitRequested).empty();
+      const std::string why =
+          !wasDelivered ? "not delivered: the run had ended"
+          : exited      ? "the service never answered the launch request: it ended first"
+                        : "the service never answered the launch request before the run was cut "
+                          "short";
       report.failure("cloud", who + why);
       json_object_set_string_member(entry, "outcome", wasDelivered ? "unanswered" : "undelivered");
       json_object_set_string_member(entry, "detail", why.c_str());

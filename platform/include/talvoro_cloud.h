@@ -37,11 +37,15 @@ typedef void (*talvoro_cloud_restoration_cb)(const char* path, void* user_data);
 /* The end of the exchange, with its overall result. */
 typedef void (*talvoro_cloud_completed_cb)(bool success, void* user_data);
 
-/* Life cycle: calls nest; the last deinitialize forgets every registered callback. */
+/* Life cycle. Deinitialising forgets every registered callback; whether initialize and
+ * deinitialize calls nest, or one deinitialize releases the library for every user, is not
+ * documented. */
 int talvoro_cloud_initialize(void);
 int talvoro_cloud_deinitialize(void);
 
-/* Backup exchange. A registration replaces the earlier one of the same kind. */
+/* Backup exchange. Whether a registration while another user's exchange of the same kind is
+ * registered replaces it or is refused is not documented; the same holds for the restore
+ * exchange. */
 int talvoro_cloud_backup_record_set_preparation_cb(talvoro_cloud_request_cb callback,
                                                    void* user_data);
 int talvoro_cloud_backup_record_set_sending_keys_and_dates_cb(talvoro_cloud_request_cb callback,

@@ -25,6 +25,11 @@ struct CloudRecordDestroyer {
 using CloudRecordPtr =
     std::unique_ptr<std::remove_pointer_t<talvoro_cloud_record_h>, CloudRecordDestroyer>;
 
+// The model whose exchange holds the library's backup callbacks, from its run() to its
+// completion. The library may refuse a second registrant or let it take the callbacks over;
+// either way only one exchange of a kind can run, so the service never tries a second.
+const BackupModel* g_runningExchange = nullptr;
+
 }  // namespace
 
 BackupModel::BackupModel(app_control_h request, unsigned int size)
@@ -39,6 +44,8 @@ BackupModel::BackupModel(app_control_h request, unsigned int size)
 }
 
 BackupModel::~BackupModel() {
+  if (g_runningExchange == this)
+    g_runningExchange = nullptr;
   _fini();
 }
 
@@ -49,6 +56,11 @@ bool BackupModel::run(const char* operation) {
   }
   if (_size == 0) {
     MVSVC_LOGE("size is 0");
+    return false;
+  }
+  if (g_runningExchange) {
+    MVSVC_LOGE("A backup exchange is already running: refused");
+    mvsvcReplyToLaunchRequest(_request, false);
     return false;
   }
 
@@ -70,6 +82,8 @@ bool BackupModel::run(const char* operation) {
     success = true;
   }
 
+  if (success)
+    g_runningExchange = this;
   mvsvcReplyToLaunchRequest(_request, success);
   return success;
 }
@@ -245,7 +259,11 @@ void BackupModel::_sendBackupPath(const char* path, bool success) {
 
 void BackupModel::_backupCompleteCb(bool success, void* userData) {
   BackupModel* model = MvSvcLiveness<BackupModel>::find(userData);
-  if (!model || !model->_onBackupCompleted)
+  if (!model)
+    return;
+  if (g_runningExchange == model)
+    g_runningExchange = nullptr;
+  if (!model->_onBackupCompleted)
     return;
   // The receiver may destroy the model, and with it the stored callback.
   MvSvcCompletionCb callback = model->_onBackupCompleted;

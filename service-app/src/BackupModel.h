@@ -15,8 +15,10 @@
 // One backup exchange with the cloud library: declares `size` records, fills their values
 // from the subclass when the library asks, and hands the library the record file. The library
 // holds a liveness token, not the model's address: a callback that comes after the model is gone
-// does nothing. The completion callback is the model's last act on itself, so its receiver may
-// destroy the model there.
+// does nothing. Only one backup exchange runs at a time, from a successful run() to its
+// completion: run() refuses while another model's runs, whatever the library would do with a
+// second registrant. The completion callback is the model's last act on itself, so its receiver
+// may destroy the model there.
 class BackupModel {
  public:
   BackupModel(app_control_h request, unsigned int size);

@@ -28,16 +28,21 @@ MvAppControlPtr cloneRequest(app_control_h request) {
 
 MvSvcApp::MvSvcApp() : app_assist::WServiceApp() {}
 
-// Flows still running when the service ends go with it; their destructors release what they
-// hold on the platform, which stays up as long as this object lives.
+// Everything that holds something on the platform went in onTerminate().
 MvSvcApp::~MvSvcApp() = default;
 
 bool MvSvcApp::onCreate() {
   return true;
 }
 
+// Flows still running, and those whose run() failed, go here, while the platform is still up:
+// on the watch it is gone once start() returns, and their destructors call into it.
 void MvSvcApp::onTerminate() {
   _request.reset();
+  _exitTimer.reset();
+  _collector.reset();
+  _backups.clear();
+  _restores.clear();
 }
 
 void MvSvcApp::onAppControl(app_control_h request, bool) {
@@ -107,11 +112,17 @@ void MvSvcApp::_startBackup(const char* operation, MvAppControlPtr request) {
     service_app_exit();
   });
   _backups.push_back(std::move(exchange));
-  if (!model->run(operation))
-    _onBackupCompleted(model);  // released; the service stays up
+  // A model whose run() failed stays until the service ends: releasing it would deinitialise
+  // the cloud library under an exchange that another model runs. The service stays up.
+  model->run(operation);
 }
 
+// A completed model goes at once when it is the last one. Beside another it stays until the
+// service ends: its deinitialise could release the library under the other's exchange (a
+// library that does not nest its initialisations would), and the service is ending anyway.
 void MvSvcApp::_onBackupCompleted(void* model) {
+  if (_backups.size() + _restores.size() > 1)
+    return;
   auto found = std::find_if(_backups.begin(), _backups.end(), [model](const auto& exchange) {
     return exchange.model.get() == model;
   });
@@ -127,11 +138,13 @@ void MvSvcApp::_startRestore(app_control_h request) {
     service_app_exit();
   });
   _restores.push_back(std::move(restore));
-  if (!model->run())
-    _onRestoreCompleted(model);  // released; the service stays up
+  // Kept when run() fails, as a failed backup model is.
+  model->run();
 }
 
 void MvSvcApp::_onRestoreCompleted(void* model) {
+  if (_backups.size() + _restores.size() > 1)
+    return;
   auto found = std::find_if(_restores.begin(), _restores.end(),
                             [model](const auto& restore) { return restore.get() == model; });
   if (found != _restores.end())

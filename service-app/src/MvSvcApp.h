@@ -16,9 +16,11 @@ class MvSvcRestoreModel;
 class MvSvcWatchDataCollector;
 
 // The service application: receives every launch request on the main loop and starts the flow
-// that its operation names. Lives on main()'s stack for the whole process. It owns every flow in
-// progress; a flow is released when it reports completion or fails to start. Flows may overlap:
-// backup requests share one collection, and each exchange answers only its own request.
+// that its operation names. Lives on main()'s stack for the whole process. It owns every flow: a
+// completed model is released at once when it is the last one, and everything else (a model
+// whose run() failed, one that completed beside another, the collection, the exit timer) in
+// onTerminate(), while the platform still runs. Flows may overlap: backup requests share one
+// collection, and each exchange answers only its own request.
 class MvSvcApp : public app_assist::WServiceApp {
  public:
   MvSvcApp();

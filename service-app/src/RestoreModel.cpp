@@ -14,6 +14,9 @@ const char* const kRecordFileName = "restore.dat";
 // The watch formats the record file's path into a buffer of this size.
 const size_t kRecordPathBufferSize = 512;
 
+// The model whose exchange holds the library's restore callbacks; see BackupModel.cpp.
+const RestoreModel* g_runningExchange = nullptr;
+
 }  // namespace
 
 RestoreModel::RestoreModel(app_control_h request)
@@ -28,12 +31,19 @@ RestoreModel::RestoreModel(app_control_h request)
 }
 
 RestoreModel::~RestoreModel() {
+  if (g_runningExchange == this)
+    g_runningExchange = nullptr;
   _fini();
 }
 
 bool RestoreModel::run() {
   if (!_isInitialized) {
     MVSVC_LOGE("talvoro_cloud is not initialized.");
+    return false;
+  }
+  if (g_runningExchange) {
+    MVSVC_LOGE("A restore exchange is already running: refused");
+    mvsvcReplyToLaunchRequest(_request, false);
     return false;
   }
 
@@ -54,6 +64,8 @@ bool RestoreModel::run() {
     success = true;
   }
 
+  if (success)
+    g_runningExchange = this;
   mvsvcReplyToLaunchRequest(_request, success);
   return success;
 }
@@ -96,6 +108,15 @@ void RestoreModel::_restoreRecordCb(const char* path, void* userData) {
   RestoreModel* model = MvSvcLiveness<RestoreModel>::find(userData);
   if (!model)
     return;
+  // Entered again from a nested loop of its own transfer: a second walk would replace the
+  // transferer that the outer one still runs.
+  if (model->_inRestoration) {
+    MVSVC_LOGE("Restoration asked for again while one runs: refused");
+    const int ret = talvoro_cloud_restore_record_send_record_list(nullptr, false);
+    if (ret != TALVORO_CLOUD_ERROR_NONE)
+      MVSVC_LOGE("talvoro_cloud_restore_record_send_record_list() failed, errCode = [%d]", ret);
+    return;
+  }
   model->_inRestoration = true;
   talvoro_cloud_list_h list = nullptr;
   int count = 0;
@@ -168,6 +189,8 @@ void RestoreModel::_restoreCompleteCb(bool success, void* userData) {
   RestoreModel* model = MvSvcLiveness<RestoreModel>::find(userData);
   if (!model)
     return;
+  if (g_runningExchange == model)
+    g_runningExchange = nullptr;
   if (model->_inRestoration) {
     model->_heldCompletion = success;
     return;

@@ -15,7 +15,8 @@
 // a callback that comes after the model is gone does nothing. The completion callback is the
 // model's last act on itself, so its receiver may destroy the model there; a completion that
 // the library reports while the restoration callback is still running (its transfer waits in a
-// nested main loop) is held until that callback has returned.
+// nested main loop) is held until that callback has returned, and a restoration asked for again
+// meanwhile is refused. Like the backup exchange, one restore exchange runs at a time.
 class RestoreModel {
  public:
   explicit RestoreModel(app_control_h request);

@@ -5,31 +5,31 @@
 #include <vector>
 
 #include "Scenario.h"
+#include "Violation.h"
+#include "WriteAudit.h"
 
 namespace explore {
 
 // What one explored run broke; no violations means every invariant held.
 struct RunVerdict {
   Scenario scenario;
-  int status = -1;
-  std::vector<std::string> violations;
+  int status = -1;  // the exit status, when the service exited
+  int signal = 0;   // the signal that ended it
+  Violations violations;
+  std::vector<std::string> outcomes;  // each cloud request's outcome, for the mix
 };
 
-// Runs scenarios through the real morvik-service binary, each in a work directory of its own,
-// and checks what every run must hold whatever its schedule: no crash or sanitizer report, an
-// exit status and a summary that agree with the run's result, no launch request answered twice,
-// each completion reported once, a readable device profile, no file outside the watch and the
-// cloud, no temporary file left behind, and every stored set restoring onto a blank watch to
-// the watch it came from, but for what the run named as left out. Thread safe: each run works
-// on its own directories.
+// Runs scenarios through the real morvik-service binary, each in a work directory of its own
+// with the scenario's platform personality in its device.json, and checks every invariant of
+// invariants() on each run (Invariants.h). Thread safe: each run works on its own directories.
 class Explorer {
  public:
   // `workDir` must exist; `serviceBinary` is the morvik-service to run.
   Explorer(std::string serviceBinary, std::string workDir, bool keepRuns);
 
-  // Makes the reference watches and the clean backup that seeded clouds get. False with a
-  // one-line reason.
-  bool prepare(std::string& error);
+  // Makes the clean backup that seeded clouds get, and starts the audit of writes. False with a
+  // one-line reason. `note` says, when it is not empty, what the audit cannot watch.
+  bool prepare(std::string& error, std::string& note);
 
   RunVerdict run(const Scenario& scenario) const;
 
@@ -37,28 +37,27 @@ class Explorer {
   void removeWorkDir() const;
 
  private:
-  struct Paths;
+  struct Output;
 
-  bool runService(const Paths& paths,
-                  const std::string& device,
-                  const std::string& cloud,
-                  const std::string& json,
-                  const std::vector<std::string>& launch,
-                  uint64_t seed,
-                  int& status,
-                  std::string& out,
-                  std::string& err,
+  bool runService(const std::string& root,
+                  const std::string& scratch,
+                  const std::vector<std::string>& args,
+                  Output& output,
                   std::string& error) const;
   void checkStoredSet(const Scenario& scenario,
-                      const Paths& paths,
+                      const std::string& root,
+                      const std::string& cloud,
+                      const std::string& device,
+                      const std::string& scratch,
                       unsigned long long set,
                       const std::vector<std::string>& leftOut,
-                      std::vector<std::string>& violations) const;
+                      Violations& violations) const;
 
   std::string serviceBinary_;
   std::string workDir_;
   bool keepRuns_;
   std::string goldenSet_;  // a record file holding a clean backup of the sample watch
+  mutable WriteAudit audit_;
 };
 
 }  // namespace explore

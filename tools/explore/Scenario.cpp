@@ -2,6 +2,8 @@
 
 #include <glib.h>
 
+#include "host/Personality.h"
+
 namespace explore {
 
 namespace {
@@ -9,7 +11,7 @@ namespace {
 // splitmix64, on a stream of its own: the delivery schedule draws from the same seed.
 class Draw {
  public:
-  explicit Draw(uint64_t seed) : state_(seed ^ 0x5C3A1E0F7B2D9C41ull) {}
+  explicit Draw(uint64_t seed, uint64_t stream = 0x5C3A1E0F7B2D9C41ull) : state_(seed ^ stream) {}
 
   uint64_t next() {
     uint64_t z = (state_ += 0x9E3779B97F4A7C15ull);
@@ -31,6 +33,9 @@ const char* const kStoreErrors[] = {
     "VENDARO_MESSAGE_RES_ERROR_CAN_NOT_FIND_CONTENT",
     "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE",
 };
+
+// A byte-count switch is drawn off or at the limit the platform documents for such values.
+const char* const kDrawnByteLimit = "4096";
 
 std::string seconds(double value) {
   char text[32];
@@ -75,13 +80,33 @@ std::string Scenario::describe() const {
   return text;
 }
 
+std::string Scenario::describePlatform() const {
+  std::string text;
+  for (const host::PersonalitySwitch& entry : host::personalitySwitches())
+    text += (text.empty() ? "" : " ") + std::string(entry.name) + "=" + platformValue(entry.name);
+  return text;
+}
+
+std::string Scenario::platformValue(const std::string& name) const {
+  auto set = platform.find(name);
+  if (set != platform.end())
+    return set->second;
+  for (const host::PersonalitySwitch& entry : host::personalitySwitches()) {
+    if (name == entry.name)
+      return entry.fallback;
+  }
+  return std::string();
+}
+
 Scenario scenarioForSeed(uint64_t seed) {
   Draw draw(seed);
   Scenario scenario;
   scenario.seed = seed;
   scenario.sampleWatch = draw.chance(75);
   scenario.seededCloud = draw.chance(60);
-  const unsigned count = 1 + draw.below(3);
+  // Most seeds make one request; the rest overlap two or three.
+  const unsigned roll = draw.below(100);
+  const unsigned count = roll < 60 ? 1 : roll < 85 ? 2 : 3;
   for (unsigned i = 0; i < count; ++i) {
     ScenarioRequest request;
     request.operation = kOperations[draw.below(4)];
@@ -91,37 +116,64 @@ Scenario scenarioForSeed(uint64_t seed) {
       request.gapSeconds = draw.chance(50) ? 0 : draw.below(2001) / 1000.0;
     scenario.requests.push_back(request);
   }
-  if (draw.chance(12))
-    scenario.faults["cloud-fail"] = kCloudSteps[draw.below(5)];
-  if (draw.chance(12))
-    scenario.faults["cloud-delay"] = std::to_string(draw.below(200));
-  if (draw.chance(8))
-    scenario.faults["cloud-complete-early"] = "on";
-  if (draw.chance(8))
-    scenario.faults["watchface-silent"] = "on";
-  if (draw.chance(8))
-    scenario.faults["watchface-finish-early"] = "on";
-  if (draw.chance(10))
-    scenario.faults["watchapp-late"] = std::to_string(draw.below(500));
-  if (draw.chance(8))
-    scenario.faults["watchapp-missing"] = "on";
-  if (draw.chance(8))
-    scenario.faults["store-silent"] = "on";
-  if (draw.chance(8))
-    scenario.faults["store-error"] = kStoreErrors[draw.below(3)];
-  if (draw.chance(8))
-    scenario.faults["image-unreadable"] = "on";
+  // Faults on a third of the seeds, now and then two.
+  if (draw.chance(34)) {
+    const unsigned faults = draw.chance(20) ? 2 : 1;
+    for (unsigned i = 0; i < faults; ++i) {
+      switch (draw.below(10)) {
+        case 0:
+          scenario.faults["cloud-fail"] = kCloudSteps[draw.below(5)];
+          break;
+        case 1:
+          scenario.faults["cloud-delay"] = std::to_string(draw.below(200));
+          break;
+        case 2:
+          scenario.faults["cloud-complete-early"] = "on";
+          break;
+        case 3:
+          scenario.faults["watchface-silent"] = "on";
+          break;
+        case 4:
+          scenario.faults["watchface-finish-early"] = "on";
+          break;
+        case 5:
+          scenario.faults["watchapp-late"] = std::to_string(draw.below(500));
+          break;
+        case 6:
+          scenario.faults["watchapp-missing"] = "on";
+          break;
+        case 7:
+          scenario.faults["store-silent"] = "on";
+          break;
+        case 8:
+          scenario.faults["store-error"] = kStoreErrors[draw.below(3)];
+          break;
+        default:
+          scenario.faults["image-unreadable"] = "on";
+          break;
+      }
+    }
+  }
+  Draw platformDraw(seed, 0xA17F0C3D92E4B685ull);
+  for (const host::PersonalitySwitch& entry : host::personalitySwitches()) {
+    scenario.platform[entry.name] =
+        entry.choices.empty()
+            ? (platformDraw.chance(50) ? std::string("off") : std::string(kDrawnByteLimit))
+            : entry.choices[platformDraw.below(static_cast<unsigned>(entry.choices.size()))];
+  }
   return scenario;
 }
 
 const std::vector<Scenario>& namedScenarios() {
   auto named = [](const char* name, bool seededCloud, std::vector<ScenarioRequest> requests,
-                  std::map<std::string, std::string> faults = {}) {
+                  std::map<std::string, std::string> faults = {},
+                  std::map<std::string, std::string> platform = {}) {
     Scenario scenario;
     scenario.name = name;
     scenario.seededCloud = seededCloud;
     scenario.requests = std::move(requests);
     scenario.faults = std::move(faults);
+    scenario.platform = std::move(platform);
     return scenario;
   };
   static const std::vector<Scenario> scenarios = [&] {
@@ -135,9 +187,26 @@ const std::vector<Scenario>& namedScenarios() {
         named("restore-completed-during-a-store-wait", true, {{"restore"}},
               {{"cloud-complete-early", "on"}}),
         named("backup-and-restore-together", true, {{"backup"}, {"restore"}}),
+        // The reply to a refused request was still on its way when the run ended.
+        named("info-twice-with-retail-mode", false, {{"none", true}, {"info"}, {"info"}}),
+        // A library that replaces its registrant, two restores at once, one waiting on the store.
+        named("restore-twice-on-a-replacing-library", true, {{"restore"}, {"restore"}},
+              {{"image-unreadable", "on"}, {"store-silent", "on"}},
+              {{"cloud-registration", "replace"}}),
+        // An exchange completed during another's store wait on a library that does not nest.
+        named("info-completed-during-a-restore-on-a-flat-library", true,
+              {{"restore"}, {"info", false, 0.059}},
+              {{"store-error", "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE"}},
+              {{"cloud-initialization", "flat"}}),
+        // A collection begun while a transfer holds the port, on a platform giving new IDs.
+        named("backup-during-a-store-wait-with-new-port-ids", true,
+              {{"restore"}, {"backup", false, 1}}, {{"store-silent", "on"}},
+              {{"port-reregistration", "new-id"}}),
     };
     list[5].deadlineSeconds = 1;
     list[6].sampleWatch = false;
+    list[10].sampleWatch = false;
+    list[11].sampleWatch = false;
     return list;
   }();
   return scenarios;

@@ -24,16 +24,25 @@ struct Scenario {
   bool seededCloud = false;  // the cloud holds a clean backup of the sample watch
   std::vector<ScenarioRequest> requests;
   std::map<std::string, std::string> faults;
+  // The platform's personality, by switch (host::personalitySwitches()); a switch left out
+  // takes its fallback.
+  std::map<std::string, std::string> platform;
   double deadlineSeconds = 900;  // simulated
 
   // The service's command line after --device and --cloud.
   std::vector<std::string> launchArguments() const;
   // One line: watch, cloud, requests with their gaps, faults.
   std::string describe() const;
+  // One line: every switch of the personality with its value.
+  std::string describePlatform() const;
+  // The value of platform switch `name`, its fallback when the scenario leaves it out.
+  std::string platformValue(const std::string& name) const;
 };
 
-// The scenario that `seed` picks: 1 to 3 requests out of backup, restore, info and a
-// retail-mode request, 0 to 2 s apart, on a sample or blank watch, some fault switches on.
+// The scenario that `seed` picks. Most seeds make one request that should end in success; on
+// top of that come overlaps (2 or 3 requests out of backup, restore, info and a retail-mode
+// request, 0 to 2 s apart), fault switches, and a value for every platform switch, each drawn
+// from a stream of its own so that a new switch leaves the other draws as they were.
 Scenario scenarioForSeed(uint64_t seed);
 
 // The overlapping-request and lifecycle cases that were once found by hand, each pinned.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -15,6 +16,7 @@
 #include "EmuVerbs.h"
 #include "explore/Explorer.h"
 #include "host/DeviceAdmission.h"
+#include "explore/Invariants.h"
 
 namespace emucli {
 
@@ -27,7 +29,8 @@ std::string findService() {
     return std::string();
   g_autofree char* dir = g_path_get_dirname(self);
   for (const char* relative : {"morvik-service", "../service-app/morvik-service"}) {
-    g_autofree char* candidate = g_build_filename(dir, relative, nullptr);
+    g_autofree char* joined = g_build_filename(dir, relative, nullptr);
+    g_autofree char* candidate = g_canonicalize_filename(joined, nullptr);
     if (g_file_test(candidate, G_FILE_TEST_IS_EXECUTABLE))
       return candidate;
   }
@@ -63,10 +66,62 @@ bool fitsEveryRun(const std::string& workDir,
   return host::fitsWatchBuffers(deepest, error);
 }
 
-std::string replayCommand(const explore::Scenario& scenario) {
-  return scenario.name.empty() ? "morvik-emu explore --seed " + std::to_string(scenario.seed)
-                               : "morvik-emu explore --scenario " + scenario.name;
+// A command that reproduces `scenario` with the same service binary: through scripts/explore
+// and its preset when the binary is one of the build tree's, through morvik-emu otherwise.
+std::string replayCommand(const explore::Scenario& scenario, const std::string& service) {
+  const std::string which = scenario.name.empty() ? "--seed " + std::to_string(scenario.seed)
+                                                  : "--scenario " + scenario.name;
+  const std::string tail = "/service-app/morvik-service";
+  const size_t build = service.rfind("/build/");
+  if (build != std::string::npos && service.size() > tail.size() &&
+      service.compare(service.size() - tail.size(), tail.size(), tail) == 0) {
+    const std::string preset = service.substr(build + 7, service.size() - tail.size() - build - 7);
+    if (!preset.empty() && preset.find('/') == std::string::npos)
+      return "scripts/explore " + preset + " " + which + " --service " + service;
+  }
+  return "morvik-emu explore " + which + " --service " + service;
 }
+
+std::string runName(const explore::Scenario& scenario) {
+  return scenario.name.empty() ? "seed " + std::to_string(scenario.seed) : scenario.name;
+}
+
+// How the service ended, as a person reads it.
+std::string endOf(const explore::RunVerdict& verdict) {
+  if (verdict.signal)
+    return "killed by " + explore::signalName(verdict.signal);
+  return "exit status " + std::to_string(verdict.status);
+}
+
+// What the runs did, counted: statuses, outcomes and the platform switches' values.
+class Mix {
+ public:
+  void add(const explore::RunVerdict& verdict) {
+    ++statuses_[verdict.signal ? explore::signalName(verdict.signal)
+                               : std::to_string(verdict.status)];
+    for (const std::string& outcome : verdict.outcomes)
+      ++outcomes_[outcome];
+    for (const auto& setting : verdict.scenario.platform)
+      ++platform_[setting.first + "=" + setting.second];
+  }
+
+  void print() const {
+    printf("explore: statuses %s\n", join(statuses_).c_str());
+    printf("explore: outcomes %s\n", join(outcomes_).c_str());
+    if (!platform_.empty())
+      printf("explore: platform %s\n", join(platform_).c_str());
+  }
+
+ private:
+  static std::string join(const std::map<std::string, size_t>& counts) {
+    std::string text;
+    for (const auto& count : counts)
+      text += (text.empty() ? "" : ", ") + count.first + ": " + std::to_string(count.second);
+    return text.empty() ? "none" : text;
+  }
+
+  std::map<std::string, size_t> statuses_, outcomes_, platform_;
+};
 
 }  // namespace
 
@@ -115,7 +170,8 @@ int runExplore(const Verb& verb, int argc, char** argv) {
       runs.push_back(explore::scenarioForSeed(firstSeed + i));
   }
 
-  const std::string serviceBinary = service ? *service : findService();
+  g_autofree char* given = service ? g_canonicalize_filename(service->c_str(), nullptr) : nullptr;
+  const std::string serviceBinary = given ? std::string(given) : findService();
   if (serviceBinary.empty() || !g_file_test(serviceBinary.c_str(), G_FILE_TEST_IS_EXECUTABLE))
     return fail("no morvik-service to run (use --service PATH)");
   std::string workDir;
@@ -133,26 +189,36 @@ int runExplore(const Verb& verb, int argc, char** argv) {
   }
 
   explore::Explorer explorer(serviceBinary, workDir, keep);
-  if (!explorer.prepare(error))
+  std::string note;
+  if (!explorer.prepare(error, note))
     return fail(error);
+  if (!note.empty())
+    printf("explore: note: %s\n", note.c_str());
+  // A replay shows what it runs, passing or not.
+  const bool replay = runs.size() == 1;
 
   std::atomic<size_t> next{0};
   std::atomic<size_t> failures{0};
   std::mutex output;
+  Mix mix;
   auto worker = [&] {
     for (size_t i = next++; i < runs.size(); i = next++) {
       const explore::RunVerdict verdict = explorer.run(runs[i]);
-      if (verdict.violations.empty())
-        continue;
-      ++failures;
       std::lock_guard<std::mutex> lock(output);
+      mix.add(verdict);
       const explore::Scenario& run = verdict.scenario;
-      printf("FAILED %s (exit status %d): %s\n",
-             run.name.empty() ? ("seed " + std::to_string(run.seed)).c_str() : run.name.c_str(),
-             verdict.status, run.describe().c_str());
-      for (const std::string& violation : verdict.violations)
-        printf("  - %s\n", violation.c_str());
-      printf("  replay: %s\n", replayCommand(run).c_str());
+      if (verdict.violations.empty()) {
+        if (replay)
+          printf("passed %s (%s): %s\n  platform: %s\n", runName(run).c_str(),
+                 endOf(verdict).c_str(), run.describe().c_str(), run.describePlatform().c_str());
+        continue;
+      }
+      ++failures;
+      printf("FAILED %s (%s): %s\n  platform: %s\n", runName(run).c_str(), endOf(verdict).c_str(),
+             run.describe().c_str(), run.describePlatform().c_str());
+      for (const explore::Violation& violation : verdict.violations)
+        printf("  - %s\n", violation.describe().c_str());
+      printf("  replay: %s\n", replayCommand(run, serviceBinary).c_str());
       fflush(stdout);
     }
   };
@@ -162,6 +228,7 @@ int runExplore(const Verb& verb, int argc, char** argv) {
   for (std::thread& thread : threads)
     thread.join();
 
+  mix.print();
   if (failures == 0 && !work && !keep) {
     explorer.removeWorkDir();
   } else if (failures > 0) {

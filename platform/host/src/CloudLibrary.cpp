@@ -66,6 +66,12 @@ Library& library() {
   return instance;
 }
 
+const Personality& personality() {
+  static const Personality fallback;
+  Platform* platform = Platform::current();
+  return platform ? platform->personality() : fallback;
+}
+
 int injectedFailure(const char* operation) {
   auto& failures = library().failures;
   auto it = failures.find(operation);
@@ -90,14 +96,15 @@ void deliver(Answer answer) {
     library().answers.push_back(std::move(answer));
     return;
   }
-  // Shared, not copied: a record list holds whole backup documents.
+  // Shared, not copied: a record list holds whole backup documents. The backup app is another
+  // app: an answer reaches it even when the service ends first.
   auto shared = std::make_shared<const Answer>(std::move(answer));
-  platform->post(
+  platform->postToPeer(
       [shared] {
         if (library().listener)
           library().listener(*shared);
       },
-      0, "cloud-answers");
+      "cloud-answers");
 }
 
 std::vector<CloudRecord> copyRecords(const talvoro_cloud_list_s& list) {

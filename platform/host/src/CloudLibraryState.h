@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "host/CloudLibrary.h"
+#include "host/Personality.h"
 
 struct talvoro_cloud_record_s {
   talvoro_cloud_record_s();
@@ -47,9 +48,9 @@ struct Registration {
 };
 
 // One kind of exchange (backup or restore). It belongs to the first registrant's user data from
-// its first registration until its completion is delivered or the library is deinitialised;
-// meanwhile a registration with other user data is refused, so the library never calls a model
-// that did not register, and no slot outlives its exchange.
+// its first registration until its completion is delivered or the library is deinitialised.
+// Meanwhile a registration with other user data is refused, or, under the "replace"
+// personality, takes the slot it names over; no slot outlives its exchange.
 struct ExchangeSlots {
   void* owner = nullptr;
   Registration<talvoro_cloud_request_cb> preparation;
@@ -81,6 +82,9 @@ struct Library {
 
 Library& library();
 
+// The running platform's personality, or the default one without a platform.
+const Personality& personality();
+
 // The code a test injected for the C call `operation`, or 0.
 int injectedFailure(const char* operation);
 
@@ -93,7 +97,8 @@ int registerCallback(ExchangeSlots& exchange,
     return TALVORO_CLOUD_ERROR_NOT_INITIALIZED;
   if (!callback)
     return TALVORO_CLOUD_ERROR_INVALID_PARAMETER;
-  if (exchange.owner && exchange.owner != userData)
+  if (exchange.owner && exchange.owner != userData &&
+      personality().cloudRegistration == Personality::CloudRegistration::kRefuse)
     return TALVORO_CLOUD_ERROR_INVALID_STATE;
   exchange.owner = userData;
   slot = Registration<Callback>{callback, userData};

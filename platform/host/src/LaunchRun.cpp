@@ -86,6 +86,7 @@ void LaunchRun::watchSignals() {
     signalSources_[i] =
         g_unix_signal_add_full(G_PRIORITY_HIGH, watch->signal, onSignal, watch,
                                [](gpointer data) { delete static_cast<SignalWatch*>(data); });
+    g_source_set_name_by_id(signalSources_[i], kHostSourcePrefix);
   }
 }
 

@@ -4,11 +4,14 @@ namespace host {
 
 int MessagePortTable::registerPort(const std::string& name,
                                    message_port_trusted_message_cb callback,
-                                   void* userData) {
+                                   void* userData,
+                                   bool newId) {
   auto it = ports_.find(name);
   if (it != ports_.end()) {
     it->second.callback = callback;
     it->second.userData = userData;
+    if (newId)
+      it->second.id = nextId_++;
     return it->second.id;
   }
   int id = nextId_++;

@@ -8,6 +8,7 @@
 #include "host/DeliverySchedule.h"
 #include "host/HostLog.h"
 #include "host/MainLoop.h"
+#include "host/PendingReply.h"
 
 namespace host {
 
@@ -129,9 +130,11 @@ void Platform::postTask(std::function<void()> task,
   } else if (delayMs == 0) {
     posted->sourceId = g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, &Platform::runPosted, posted,
                                        &Platform::dropPosted);
+    g_source_set_name_by_id(posted->sourceId, kHostSourcePrefix);
   } else {
     posted->sourceId = g_timeout_add_full(G_PRIORITY_DEFAULT, delayMs, &Platform::runPosted, posted,
                                           &Platform::dropPosted);
+    g_source_set_name_by_id(posted->sourceId, kHostSourcePrefix);
   }
   pending_[posted->sourceId] = posted;
 }
@@ -140,6 +143,7 @@ void Platform::postTask(std::function<void()> task,
 // they were posted.
 guint Platform::attachAt(gint64 dueUs, PostedTask* posted) {
   GSource* source = g_source_new(&g_dueSourceFuncs, sizeof(GSource));
+  g_source_set_name(source, kHostSourcePrefix);
   g_source_set_callback(source, &Platform::runPosted, posted, &Platform::dropPosted);
   g_source_set_ready_time(source, dueUs);
   const guint id = g_source_attach(source, nullptr);
@@ -194,6 +198,20 @@ void Platform::sendToApp(const std::string& fromAppId,
                         target.userData);
       },
       0, "message:" + fromAppId + "->" + port);
+}
+
+void Platform::trackLaunchRequest(const std::shared_ptr<PendingReply>& reply) {
+  launchRequests_.push_back(reply);
+}
+
+std::vector<std::string> Platform::awaitedReplies() const {
+  std::vector<std::string> peers;
+  for (const std::weak_ptr<PendingReply>& weak : launchRequests_) {
+    std::shared_ptr<PendingReply> reply = weak.lock();
+    if (reply && !reply->sent())
+      peers.push_back(reply->peer());
+  }
+  return peers;
 }
 
 void Platform::requestExit() {

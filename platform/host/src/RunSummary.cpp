@@ -11,6 +11,7 @@
 
 #include "RunTrace.h"
 #include "host/DeliverySchedule.h"
+#include "host/Leftovers.h"
 #include "host/Platform.h"
 
 namespace host {
@@ -114,13 +115,45 @@ void reportWaits(Platform& platform, RunReport& report) {
   report.set("pending", node);
 }
 
-// A digest of everything that crossed the boundary, and when: two runs of one schedule agree.
-std::string traceDigest(Platform& platform) {
+// What the app left registered when it had ended by itself or been ended; a deliberate leftover
+// is named, the others are failures.
+void reportLeftovers(const std::vector<Leftover>& leftovers, RunReport& report) {
+  JsonArray* list = json_array_new();
+  for (const Leftover& leftover : leftovers) {
+    const std::string text = leftover.kind + " " + leftover.name;
+    if (leftover.deliberate)
+      report.line("leftover", text + " (deliberate: a launch request cannot be withdrawn)");
+    else
+      report.failure("leftover", "the service ended with a " + text + " still registered");
+    JsonObject* entry = json_object_new();
+    json_object_set_string_member(entry, "kind", leftover.kind.c_str());
+    json_object_set_member(entry, "name", jsonString(leftover.name));
+    json_object_set_boolean_member(entry, "deliberate", leftover.deliberate);
+    json_array_add_object_element(list, entry);
+  }
+  JsonNode* node = json_node_new(JSON_NODE_ARRAY);
+  json_node_take_array(node, list);
+  report.set("leftovers", node);
+}
+
+// A digest of everything that crossed the boundary, and when: two runs of one schedule agree,
+// wherever their watch and cloud lie.
+std::string traceDigest(Platform& platform, const LaunchOptions& options) {
   guint64 hash = 14695981039346656037ull;
-  auto mix = [&hash](const std::string& text) {
+  auto mixBytes = [&hash](const std::string& text) {
     for (unsigned char c : text)
       hash = (hash ^ c) * 1099511628211ull;
     hash = (hash ^ 0xFF) * 1099511628211ull;
+  };
+  const std::pair<std::string, const char*> places[] = {{options.deviceDir, "DEVICE"},
+                                                        {options.cloudDir, "CLOUD"}};
+  auto mix = [&](std::string text) {
+    for (const auto& place : places) {
+      for (size_t at = place.first.empty() ? std::string::npos : text.find(place.first);
+           at != std::string::npos; at = text.find(place.first, at + 1))
+        text.replace(at, place.first.size(), place.second);
+    }
+    mixBytes(text);
   };
   for (const BoundaryEvent& event : platform.record().events()) {
     mix(std::to_string(static_cast<int>(event.kind)));
@@ -138,11 +171,11 @@ std::string traceDigest(Platform& platform) {
   return text;
 }
 
-void reportSchedule(Platform& platform, RunReport& report) {
+void reportSchedule(Platform& platform, const LaunchOptions& options, RunReport& report) {
   const DeliverySchedule* schedule = platform.schedule();
   if (!schedule)
     return;
-  const std::string trace = traceDigest(platform);
+  const std::string trace = traceDigest(platform, options);
   report.line("schedule",
               "seed " + std::to_string(schedule->seed()) + " on a simulated clock, trace " + trace);
   JsonObject* object = json_object_new();
@@ -221,6 +254,11 @@ int reportRun(Platform& platform,
               const LaunchOptions& options,
               const RunOutcome& outcome,
               DeviceHooks& hooks) {
+  // Looked for before the deliveries below, which may give peers tasks of their own; a run ended
+  // inside a nested loop never got to release anything.
+  std::vector<Leftover> leftovers;
+  if (!outcome.insideNestedLoop)
+    leftovers = findLeftovers(platform);
   platform.deliverToPeers();
   RunReport report;
   report.line("watch dir", options.deviceDir);
@@ -228,8 +266,9 @@ int reportRun(Platform& platform,
   report.set("device", jsonString(options.deviceDir));
   report.set("cloud", jsonString(options.cloudDir));
   reportRequests(platform, report);
-  reportSchedule(platform, report);
+  reportSchedule(platform, options, report);
   hooks.finish(platform, outcome, report);
+  reportLeftovers(leftovers, report);
   writeRunTrace(platform, options, report);
   if (!outcome.endedBySelf)
     reportWaits(platform, report);

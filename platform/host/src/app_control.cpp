@@ -166,6 +166,7 @@ int app_control_send_launch_request(app_control_h app_control,
 
   auto reply =
       std::make_shared<host::PendingReply>(*platform, target, app_control, callback, user_data);
+  platform->trackLaunchRequest(reply);
   std::shared_ptr<app_control_s> request(host::cloneAppControl(*app_control), &app_control_destroy);
   platform->postToPeer([app, reply, request] { app->onLaunchRequest(request.get(), reply); },
                        "appcontrol:" + target);
@@ -185,12 +186,13 @@ int app_control_reply_to_launch_request(app_control_h reply,
                      reply->extras, result, request->launchId);
   const unsigned launchId = request->launchId;
   host::KeyValues extras = reply->extras;
-  platform->post(
+  // The launcher is another app: the reply reaches it even when the service ends first.
+  platform->postToPeer(
       [platform, launchId, extras, result] {
         if (platform->launcherReplyHandler())
           platform->launcherReplyHandler()(launchId, extras, result);
       },
-      0, "launcher");
+      "launcher");
   return APP_CONTROL_ERROR_NONE;
 }
 

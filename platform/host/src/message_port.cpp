@@ -22,7 +22,9 @@ int message_port_register_trusted_local_port(const char* local_port,
   Platform* platform = Platform::current();
   if (!platform)
     return MESSAGE_PORT_ERROR_IO_ERROR;
-  return platform->ports().registerPort(local_port, callback, user_data);
+  return platform->ports().registerPort(
+      local_port, callback, user_data,
+      platform->personality().portReRegistration == host::Personality::PortReRegistration::kNewId);
 }
 
 int message_port_unregister_trusted_local_port(int trusted_local_port_id) {

@@ -48,7 +48,11 @@ int talvoro_cloud_initialize(void) {
   TALVORO_INJECTED_FAILURE();
   if (library().initFailure != 0)
     return library().initFailure;
-  ++library().initCount;
+  // Flat: initialising again changes nothing, so the first deinitialise releases for everyone.
+  const bool nested = host::cloud::personality().cloudInitialization ==
+                      host::Personality::CloudInitialization::kNested;
+  if (nested || library().initCount == 0)
+    ++library().initCount;
   return TALVORO_CLOUD_ERROR_NONE;
 }
 

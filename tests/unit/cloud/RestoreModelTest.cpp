@@ -116,19 +116,59 @@ TEST_F(RestoreModelTest, ACorruptOrEmptyRecordFileGivesANullListAndFalse) {
 }
 
 // The second's registration fails: it replies failure and takes nothing of the first's.
-TEST_F(RestoreModelTest, ASecondExchangeIsRefusedWhileTheFirstRuns) {
-  TestRestoreModel first(request_.get());
-  TestRestoreModel second(request_.get());
-  ASSERT_TRUE(first.run());
-  EXPECT_FALSE(second.run());
-  EXPECT_EQ(log(), Lines{"E talvoro_cloud_restore_record_set_preparation_cb() failed.(" +
-                         std::to_string(TALVORO_CLOUD_ERROR_INVALID_STATE) + ")"});
-  EXPECT_EQ(launcherReplies(),
-            (std::vector<int>{APP_CONTROL_RESULT_SUCCEEDED, APP_CONTROL_RESULT_FAILED}));
+// Whether the library refuses a second registrant or lets it take the callbacks over, the
+// second model is refused before it registers: the first keeps its exchange to the end.
+TEST_F(RestoreModelTest, ASecondExchangeIsRefusedWhileTheFirstRunsUnderEitherLibrary) {
+  for (const char* registration : {"refuse", "replace"}) {
+    SCOPED_TRACE(registration);
+    std::string error;
+    ASSERT_TRUE(platform().personality().set("cloud-registration", registration, error));
+    restart();
+    TestRestoreModel first(request_.get());
+    TestRestoreModel second(request_.get());
+    ASSERT_TRUE(first.run());
+    EXPECT_FALSE(second.run());
+    EXPECT_EQ(log(), Lines{"E A restore exchange is already running: refused"});
+    EXPECT_EQ(launcherReplies(),
+              (std::vector<int>{APP_CONTROL_RESULT_SUCCEEDED, APP_CONTROL_RESULT_FAILED}));
+    download({stored("{}")});
+    ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
+    EXPECT_EQ(first.restored.size(), 1u);
+    EXPECT_TRUE(second.restored.empty());
+    ASSERT_TRUE(host::cloud::callRestoreCompleted(true));
+    TestRestoreModel third(request_.get());
+    EXPECT_TRUE(third.run()) << "a completed exchange frees its kind";
+  }
+}
+
+// The library asks for the restoration again while the first walk waits in a nested loop: the
+// inner call is refused, and the outer walk ends as if nothing had happened.
+TEST_F(RestoreModelTest, ARestorationEnteredAgainIsRefusedAndTheOuterOneGoesOn) {
+  struct ReenteringModel : TestRestoreModel {
+    using TestRestoreModel::TestRestoreModel;
+    std::string restoreRecord(int index, const char* value) override {
+      if (!entered++) {
+        EXPECT_TRUE(host::cloud::callRestoration(path));
+      }
+      return TestRestoreModel::restoreRecord(index, value);
+    }
+    int entered = 0;
+    std::string path;
+  };
+  ReenteringModel model(request_.get());
+  model.path = downloaded_;
+  ASSERT_TRUE(model.run());
   download({stored("{}")});
   ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
-  EXPECT_EQ(first.restored.size(), 1u);
-  EXPECT_TRUE(second.restored.empty());
+  EXPECT_EQ(model.restored.size(), 1u);
+  std::vector<Answer> answers = host::cloud::takeAnswers();
+  ASSERT_EQ(answers.size(), 2u);
+  EXPECT_FALSE(answers[0].hadList);
+  EXPECT_FALSE(answers[0].success);
+  EXPECT_TRUE(answers[1].success);
+  EXPECT_EQ(answers[1].records.size(), 1u);
+  EXPECT_EQ(log(),
+            (Lines{"I value : {}", "E Restoration asked for again while one runs: refused"}));
 }
 
 // The library completes the exchange while the restoration callback still runs (its transfer

@@ -19,10 +19,12 @@ class MessagePortTable {
     void* userData;
   };
 
-  // Returns the port's ID; a name registered again keeps its ID and gets the new callback.
+  // Returns the port's ID. A name registered again gets the new callback, and keeps its ID
+  // unless `newId`: then the old ID no longer names the port.
   int registerPort(const std::string& name,
                    message_port_trusted_message_cb callback,
-                   void* userData);
+                   void* userData,
+                   bool newId = false);
   bool unregisterPort(int id);
   const Port* findByName(const std::string& name) const;
   size_t size() const { return ports_.size(); }

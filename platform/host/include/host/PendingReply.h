@@ -25,6 +25,8 @@ class PendingReply {
   // counts, like the platform's single reply per request.
   void send(app_control_h reply, app_control_result_e result);
   bool sent() const { return sent_; }
+  // The app that owes the reply.
+  const std::string& peer() const { return fromAppId_; }
 
  private:
   Platform& platform_;

@@ -10,6 +10,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "host/BoundaryRecord.h"
 #include "host/ConfigStore.h"
@@ -22,6 +23,10 @@ namespace host {
 
 class EmulatedApp;
 class DeliverySchedule;
+class PendingReply;
+
+// The name of every GLib source the host attaches, so that the app's own can be told apart.
+constexpr const char kHostSourcePrefix[] = "morvik-host";
 
 // The emulated watch's platform as the running app sees it: its device directory, log,
 // configuration, package database, message ports, the other apps, and the record of what
@@ -102,6 +107,11 @@ class Platform {
   }
   const LauncherReplyHandler& launcherReplyHandler() const { return launcherReplyHandler_; }
 
+  // A launch request the running app sent, with the way back its reply takes.
+  void trackLaunchRequest(const std::shared_ptr<PendingReply>& reply);
+  // The apps that still owe the running app a reply, one entry per request.
+  std::vector<std::string> awaitedReplies() const;
+
   // service_app_exit(): remembered, and the main loop is asked to end.
   void requestExit();
   bool exitRequested() const { return exitRequested_; }
@@ -131,6 +141,7 @@ class Platform {
   std::unique_ptr<DeliverySchedule> schedule_;
   std::map<std::string, gint64> lastDueUs_;  // per channel, under a schedule
   LauncherReplyHandler launcherReplyHandler_;
+  std::vector<std::weak_ptr<PendingReply>> launchRequests_;
   bool exitRequested_ = false;
 };
 
