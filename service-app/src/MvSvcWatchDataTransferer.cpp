@@ -173,9 +173,8 @@ void MvSvcWatchDataTransferer::run() {
 }
 
 void MvSvcWatchDataTransferer::sendWatchIdleChangeMessage(const char* pkgId) {
-  _sendMessage(
-      __func__,
-      {{"operation", kOperationRestore}, {"type", "watch-idle-changed"}, {"pkgid", pkgId}});
+  _sendMessage({{"operation", kOperationRestore}, {"type", "watch-idle-changed"}, {"pkgid", pkgId}},
+               MVSVC_HERE);
 }
 
 int MvSvcWatchDataTransferer::_registerMessagePort() {
@@ -209,14 +208,14 @@ void MvSvcWatchDataTransferer::_watchDataMessageCb(int,
 }
 
 void MvSvcWatchDataTransferer::_getInstalledWatchList() {
-  mvsvcForeachWatchApp(_foreach_pkginfo_app_list_cb, this, __func__);
+  mvsvcForeachWatchApp(_foreach_pkginfo_app_list_cb, this, MVSVC_HERE);
 }
 
 int MvSvcWatchDataTransferer::_foreach_pkginfo_app_list_cb(const pkgmgrinfo_appinfo_h handle,
                                                            void* userData) {
   char* pkgId = nullptr;
   bool preload = false;
-  if (!mvsvcReadWatchApp(handle, userData, &pkgId, &preload, __func__))
+  if (!mvsvcReadWatchApp(handle, userData, &pkgId, &preload, MVSVC_HERE))
     return -1;
   if (preload) {
     MVSVC_LOGI("%s is preload. Skip push into list", pkgId);
@@ -317,38 +316,40 @@ int MvSvcWatchDataTransferer::_openImageFile(const std::string& filePath) {
 }
 
 void MvSvcWatchDataTransferer::_sendMessagePortMessage(const char* key, const char* value) {
-  _sendMessage(__func__, {{key, value}});
+  _sendMessage({{key, value}}, MVSVC_HERE);
 }
 
 void MvSvcWatchDataTransferer::_sendRestoreRequestMessagePort(WatchResultData& entry) {
-  _sendMessage(__func__, {{"operation", kOperationRestore},
-                          {"type", "watch"},
-                          {"pkgid", entry.pkgId.c_str()},
-                          {"result_xml", entry.result.c_str()}});
+  _sendMessage({{"operation", kOperationRestore},
+                {"type", "watch"},
+                {"pkgid", entry.pkgId.c_str()},
+                {"result_xml", entry.result.c_str()}},
+               MVSVC_HERE);
 }
 
 void MvSvcWatchDataTransferer::_sendRestoreRequestMessagePort(WatchImageData& image,
                                                               std::string& filePath) {
-  _sendMessage(__func__, {{"operation", kOperationRestore},
-                          {"type", "image"},
-                          {"bg_type", image.bgType.c_str()},
-                          {"file_path", filePath.c_str()},
-                          {"file_name", image.fileName.c_str()}});
+  _sendMessage({{"operation", kOperationRestore},
+                {"type", "image"},
+                {"bg_type", image.bgType.c_str()},
+                {"file_path", filePath.c_str()},
+                {"file_name", image.fileName.c_str()}},
+               MVSVC_HERE);
 }
 
 void MvSvcWatchDataTransferer::_sendMessage(
-    const char* caller,
-    std::initializer_list<std::pair<const char*, const char*>> entries) {
+    std::initializer_list<std::pair<const char*, const char*>> entries,
+    const MvSvcSourceLocation& caller) {
   MvBundlePtr message(bundle_create());
   if (!message) {
-    MVSVC_LOGE_FOR(caller, "Failed to create bundle");
+    MVSVC_LOGE_AT(caller, "Failed to create bundle");
     return;
   }
   for (const auto& entry : entries)
     bundle_add_str(message.get(), entry.first, entry.second);
   if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort,
                                         message.get()) != MESSAGE_PORT_ERROR_NONE)
-    MVSVC_LOGE_FOR(caller, "Failed to send message port message");
+    MVSVC_LOGE_AT(caller, "Failed to send message port message");
 }
 
 void MvSvcWatchDataTransferer::_complete() {

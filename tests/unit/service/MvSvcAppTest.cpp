@@ -48,7 +48,7 @@ const Case kCases[] = {
      {{kBackup, {}, 0}},
      "exit never; replies; sets 0; collections 1; "
      "_backupFinishedTimeoutCb: No backup_finished from watchface in 30000 ms; "
-     "_onCollectCompleted: Failed to collect watch backup data",
+     "operator(): Failed to collect watch backup data",
      "watchface-silent"},
     {"BackupInformation",
      {{MVSVC_OPERATION_GET_BACKUP_INFO, {}, 0}},
