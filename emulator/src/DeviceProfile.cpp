@@ -10,7 +10,7 @@
 
 #include <cstdio>
 
-#include "MvSvcJsonNesting.h"
+#include "MvJsonNesting.h"
 #include "host/Personality.h"
 #include "host/RecordFile.h"
 
@@ -254,9 +254,9 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
   if (!readProfileText(path, kMaxFileBytes, text, error))
     return false;
   // json-glib recurses per level: a deep profile would overflow the stack.
-  if (mvsvcJsonNestsDeeperThan(text.data(), text.size(), kMvSvcJsonMaxNesting)) {
-    error = std::string(path) + ": nests deeper than " + std::to_string(kMvSvcJsonMaxNesting) +
-            " levels";
+  if (mvJsonNestsDeeperThan(text.data(), text.size())) {
+    error =
+        std::string(path) + ": nests deeper than " + std::to_string(kMvJsonMaxNesting) + " levels";
     return false;
   }
   g_autoptr(JsonParser) parser = json_parser_new();

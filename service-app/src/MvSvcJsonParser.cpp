@@ -5,7 +5,7 @@
 
 #include <initializer_list>
 
-#include "MvSvcJsonNesting.h"
+#include "MvJsonNesting.h"
 #include "MvSvcLog.h"
 
 namespace {
@@ -126,8 +126,8 @@ void MvSvcJsonParser::_prepare(const char* text, size_t length) {
 
 bool MvSvcJsonParser::_load(const char* text, size_t length, GError** error) {
   // json-glib recurses per nesting level; a crafted document would overflow the stack.
-  if (mvsvcJsonNestsDeeperThan(text, length, kMaxNesting)) {
-    MVSVC_LOGE("Backup document nests deeper than %d levels", kMaxNesting);
+  if (mvJsonNestsDeeperThan(text, length)) {
+    MVSVC_LOGE("Backup document nests deeper than %d levels", kMvJsonMaxNesting);
     return false;
   }
   return json_parser_load_from_data(_parser, text, static_cast<gssize>(length), error);

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "MvSvcJsonNesting.h"
 #include "MvSvcJsonObject.h"
 #include "MvSvcTypes.h"
 
@@ -16,9 +15,6 @@
 // parsed, and the items that held a bad byte are skipped with an error naming them.
 class MvSvcJsonParser {
  public:
-  // Deepest bracket nesting a document may have (see MvSvcJsonNesting.h).
-  static constexpr int kMaxNesting = kMvSvcJsonMaxNesting;
-
   MvSvcJsonParser();
   explicit MvSvcJsonParser(const std::string& text);
   // Reads `length` bytes at `text` where they lie, without a copy of its own: a restore parses
