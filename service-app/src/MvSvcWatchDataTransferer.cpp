@@ -11,86 +11,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 
 #include "MvHandles.h"
+#include "MvSvcBase64Decoder.h"
 #include "MvSvcLog.h"
+#include "MvSvcTrustedPath.h"
 #include "MvSvcWatchAppList.h"
 
 namespace {
-
-// A photo's text is checked and decoded this many characters at a time, so that the decoder
-// reads what the check has just brought into the cache.
-const size_t kDecodeStepBytes = 64 * 1024;
-
-// Checks text, a part at a time, for padded base64: standard alphabet, whole groups of four, '='
-// only as the last one or two characters. Line breaks and spaces may stand anywhere (base64 is
-// often wrapped at 76 columns); g_base64_decode_step skips them.
-class PaddedBase64Check {
- public:
-  bool take(const unsigned char* bytes, size_t length) {
-    // A table, not per-character tests: a photo is hundreds of kilobytes of these.
-    enum : unsigned char { kOther, kAlphabet, kPadding, kSpace };
-    static const std::array<unsigned char, 256> kinds = [] {
-      std::array<unsigned char, 256> table{};
-      for (int c = 0; c < 256; ++c)
-        table[c] = g_ascii_isalnum(c) || c == '+' || c == '/'        ? kAlphabet
-                   : c == '='                                        ? kPadding
-                   : c == ' ' || c == '\t' || c == '\n' || c == '\r' ? kSpace
-                                                                     : kOther;
-      return table;
-    }();
-    size_t at = 0;
-    while (at < length) {
-      // Runs of the alphabet are nearly the whole text: each byte costs one look-up.
-      const size_t run = at;
-      while (at < length && kinds[bytes[at]] == kAlphabet)
-        ++at;
-      if (at > run) {
-        if (padding_ > 0)
-          return false;
-        characters_ += at - run;
-        continue;
-      }
-      switch (kinds[bytes[at++]]) {
-        case kPadding:
-          ++padding_;
-          ++characters_;
-          break;
-        case kSpace:
-          break;
-        default:
-          return false;
-      }
-    }
-    return true;
-  }
-  bool complete() const {
-    return characters_ % 4 == 0 && padding_ <= 2 && (padding_ == 0 || characters_ > padding_);
-  }
-
- private:
-  size_t characters_ = 0;
-  size_t padding_ = 0;
-};
-
-// The bytes `text` encodes if it is padded base64, else null: g_base64_decode skips what it
-// cannot read, and a damaged photo must not be written as garbage.
-MvGBytesPtr decodePaddedBase64(const std::string& text, gsize& length) {
-  const unsigned char* const bytes = reinterpret_cast<const unsigned char*>(text.data());
-  MvGBytesPtr decoded(static_cast<guchar*>(g_malloc(text.size() / 4 * 3 + 3)));
-  PaddedBase64Check check;
-  gint state = 0;
-  guint save = 0;
-  length = 0;
-  for (size_t at = 0; at < text.size(); at += kDecodeStepBytes) {
-    const size_t step = std::min(kDecodeStepBytes, text.size() - at);
-    if (!check.take(bytes + at, step))
-      return nullptr;
-    length += g_base64_decode_step(text.data() + at, step, decoded.get() + length, &state, &save);
-  }
-  return check.complete() ? std::move(decoded) : nullptr;
-}
 
 const char* const kLocalPort = "morvik-service::localport";
 const char* const kRemotePort = "watchface-service::localport";
@@ -264,15 +192,14 @@ bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::
     MVSVC_LOGE("app_manager_get_shared_trusted_path() failed!");
     return false;
   }
-  const std::string directory = trusted.get();
   if (!isPlainFileName(image.fileName)) {
     MVSVC_LOGE("Image file name is not a plain name");
     return false;
   }
-  filePath = directory + image.fileName;
+  filePath = mvsvcInTrustedDirectory(trusted.get(), image.fileName);
 
   gsize length = 0;
-  MvGBytesPtr decoded = decodePaddedBase64(image.data, length);
+  MvGBytesPtr decoded = MvSvcBase64Decoder::decode(image.data, length);
   if (!decoded) {
     MVSVC_LOGE("Failed to decode base64 string");
     return false;
