@@ -181,18 +181,24 @@ TEST_F(MvSvcJsonParserTest, TextThatIsNotUtf8TravelsByteForByteInValidJson) {
 }
 
 // Documents stored before that held raw bytes that are not UTF-8: json-glib refuses such a text
-// whole; now only the items holding one are skipped, each named.
+// whole; now only the items holding one are skipped, each named. A U+FFFD of the document's own
+// (raw or escaped) is no damage, nor is a noncharacter the repair could have used as its mark.
 TEST_F(MvSvcJsonParserTest, AStoredDocumentThatIsNotUtf8LosesOnlyItsOwnItems) {
   const std::string text =
       "{\"watch_main_key\":\"main\xff\",\"watch_sub_key\":\"Sub\","
       "\"watch_items\":[{\"pkgid\":\"face.latin\",\"svcid\":\"s\",\"result\":\"caf\xe9\"},"
       "{\"pkgid\":\"face.plain\",\"svcid\":\"s\",\"result\":\"<y/>\"},"
+      "{\"pkgid\":\"face.real\",\"svcid\":\"s\",\"result\":\"\xEF\xBF\xBD\\ufffd\"},"
+      "{\"pkgid\":\"face.mark\",\"svcid\":\"s\",\"result\":\"\xEF\xB7\x90\\uFDD1\"},"
       "{\"pkgid\":\"wapp\",\"svcid\":\"wapp\",\"result\":\"downloaded\"}],"
       "\"watch_custom_bg\":[{\"file_name\":\"ph\xf6to.jpg\",\"bg_type\":\"T\",\"data\":\"AA==\"},"
       "{\"file_name\":\"ok.jpg\",\"bg_type\":\"T\",\"data\":\"AQ==\"}]}";
   ASSERT_NE(jsonGlibError(text), "");
   MvSvcJsonParser parser(text);
-  EXPECT_EQ(parser.getResultRestoreList(), (Results{{"face.plain", "s", "<y/>"}}));
+  EXPECT_EQ(parser.getResultRestoreList(),
+            (Results{{"face.plain", "s", "<y/>"},
+                     {"face.real", "s", "\xEF\xBF\xBD\xEF\xBF\xBD"},
+                     {"face.mark", "s", "\xEF\xB7\x90\xEF\xB7\x91"}}));
   EXPECT_EQ(parser.getDownloadList(), (Results{{"wapp", "wapp", "downloaded"}}));
   EXPECT_EQ(parser.getImageRestoreList(), (Images{{"ok.jpg", "T", "AQ=="}}));
   EXPECT_EQ(mainKey(parser), "untouched");
@@ -204,6 +210,21 @@ TEST_F(MvSvcJsonParserTest, AStoredDocumentThatIsNotUtf8LosesOnlyItsOwnItems) {
                       "E Backup document is not UTF-8 text: skipped background image "
                       "[ph\xEF\xBF\xBDto.jpg]",
                       "E Backup document is not UTF-8 text: skipped [watch_main_key]"}));
+
+  // A document that holds every noncharacter leaves no mark free: a U+FFFD then counts as
+  // repaired, and its item is skipped rather than restored altered.
+  std::string every;
+  for (gunichar c = 0xFDD0; c <= 0xFDEF; ++c) {
+    gchar bytes[8] = {0};
+    every.append(bytes, g_unichar_to_utf8(c, bytes));
+  }
+  clearLog();
+  MvSvcJsonParser crowded(
+      "{\"x\":\"" + every +
+      "\",\"watch_items\":[{\"pkgid\":\"face.real\",\"result\":\"\xEF\xBF\xBD\"},"
+      "{\"pkgid\":\"face.latin\",\"result\":\"caf\xe9\"}]}");
+  EXPECT_TRUE(crowded.getResultRestoreList().empty());
+  EXPECT_EQ(messages().size(), 2u);
 }
 
 }  // namespace
