@@ -235,14 +235,27 @@ void addStringMap(JsonBuilder* builder,
   json_builder_end_object(builder);
 }
 
-// Each switch of "platform" must be one the host knows, with a value it takes.
-bool validPlatform(const std::map<std::string, std::string>& settings, std::string& error) {
+// Each switch of "platform" must be one the host knows, with a value it takes, and no
+// configuration value may be longer than such a platform stores.
+bool validPlatform(const std::map<std::string, std::string>& settings,
+                   const std::map<std::string, std::string>& config,
+                   std::string& error) {
   host::Personality personality;
   std::string reason;
-  if (personality.setAll(settings, reason))
-    return true;
-  error = std::string(DeviceProfile::kFileName) + ": platform: " + reason;
-  return false;
+  if (!personality.setAll(settings, reason)) {
+    error = std::string(DeviceProfile::kFileName) + ": platform: " + reason;
+    return false;
+  }
+  const size_t limit = personality.vconfValueLimit;
+  for (const auto& entry : config) {
+    if (limit != 0 && entry.second.size() > limit) {
+      error = std::string(DeviceProfile::kFileName) + ": config: the value of '" + entry.first +
+              "' is " + std::to_string(entry.second.size()) +
+              " bytes, more than the platform's vconf-value-limit of " + std::to_string(limit);
+      return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -334,7 +347,7 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
                           return ok;
                         }) &&
          reader.stringMap("faults", faults) && reader.stringMap("platform", platform) &&
-         validPlatform(platform, error);
+         validPlatform(platform, config, error);
 }
 
 bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const {
