@@ -67,13 +67,12 @@ const char* text(JsonObject* object, const char* member) {
                                                 : "";
 }
 
-std::string items(JsonObject* result, const char* member, bool reasons) {
+std::string items(JsonObject* result, const char* member) {
   std::string joined;
   JsonArray* list = json_object_get_array_member(result, member);
   for (guint i = 0; i < json_array_get_length(list); ++i) {
     JsonObject* item = json_array_get_object_element(list, i);
-    joined += (i ? "; " : "") + std::string(text(item, "item")) +
-              (reasons ? std::string(": ") + text(item, "reason") : "");
+    joined += (i ? "; " : "") + std::string(text(item, "item")) + ": " + text(item, "reason");
   }
   return "[" + joined + "]";
 }
@@ -88,7 +87,7 @@ int setsIn(const std::string& cloud) {
 
 }  // namespace
 
-std::string outcomeOf(const ProcessResult& run, const std::string& cloud, bool reasons) {
+std::string outcomeOf(const ProcessResult& run, const std::string& cloud) {
   g_autoptr(JsonParser) parser = json_parser_new();
   JsonObject* result = jsonObject(parser, run.out);
   if (!result)
@@ -103,8 +102,7 @@ std::string outcomeOf(const ProcessResult& run, const std::string& cloud, bool r
       outcome += std::string(" at ") + text(exchange, "step");
   }
   return outcome + "; sets " + std::to_string(setsIn(cloud)) + "; left out " +
-         items(result, "left_out", reasons) + "; not restored " +
-         items(result, "not_restored", reasons);
+         items(result, "left_out") + "; not restored " + items(result, "not_restored");
 }
 
 std::string CliFixture::watch(const std::string& name, const char* kind) {

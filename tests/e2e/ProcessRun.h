@@ -31,8 +31,8 @@ JsonObject* jsonObject(JsonParser* parser, const std::string& text);
 
 // How a run of morvik-service with "--json -" ended, from its result: "STATUS ENDED-BY: each
 // exchange (and its failed step); the sets in `cloud`; the items the audit found left out, and
-// not restored". With `reasons`, each item carries its reason after a colon.
-std::string outcomeOf(const ProcessResult& run, const std::string& cloud, bool reasons = false);
+// not restored", each item with its reason.
+std::string outcomeOf(const ProcessResult& run, const std::string& cloud);
 
 // A temporary directory of watches, files and a cloud, as a user makes them with the tools.
 class CliFixture : public ::testing::Test {

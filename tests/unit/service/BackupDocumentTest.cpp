@@ -5,8 +5,6 @@
 
 #include "JsonDocumentFixture.h"
 #include "MvSvcBackupModel.h"
-#include "MvSvcJsonParser.h"
-#include "emu/StrictJson.h"
 
 namespace {
 
@@ -50,31 +48,6 @@ TEST_F(BackupDocumentTest, ModelDocumentWithoutIdleClockOrRecords) {
   EXPECT_EQ(messages(),
             (Messages{"E Failed to get watch main vconf key", "E Failed to get watch sub key",
                       "E Result list is empty", "E Image backup list is empty"}));
-}
-
-// Settings may hold any byte: the document is strict JSON all the same (json-glib writes U+001F
-// raw), and the restore reads back every byte, whether the text is UTF-8 or not.
-TEST_F(BackupDocumentTest, EveryByteOfTheSettingsGivesStrictJsonAndComesBack) {
-  std::string ascii, bytes;
-  for (int c = 1; c < 256; ++c)
-    (c < 0x80 ? ascii : bytes) += static_cast<char>(c);
-  bytes = ascii + bytes;
-  std::vector<WatchResultData> results{{"p.ascii", "s", ascii}, {"p.bytes", "s", bytes}};
-  const std::vector<WatchResultData> expected = results;
-  std::vector<WatchImageData> images{{"\x1f.jpg", "\x1f", "AA=="}};
-  MvSvcBackupModel model(nullptr, results, images);
-  const std::string text = model.getJsonStr(0);
-  std::string error;
-  JsonNode* root = emu::parseStrictJson(text, error);
-  EXPECT_NE(root, nullptr) << error;
-  if (root)
-    json_node_unref(root);
-  EXPECT_EQ(text.find('\x1f'), std::string::npos);
-  EXPECT_NE(text.find(R"("file_name":"\u001f.jpg","bg_type":"\u001f")"), std::string::npos);
-  MvSvcJsonParser parser(text);
-  EXPECT_EQ(parser.getResultRestoreList(), expected);
-  EXPECT_EQ(parser.getImageRestoreList(),
-            (std::vector<WatchImageData>{{"\x1f.jpg", "\x1f", "AA=="}}));
 }
 
 }  // namespace

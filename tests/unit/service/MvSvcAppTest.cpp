@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "LogLineMatcher.h"
-#include "MvSvcLog.h"
 #include "MvSvcTypes.h"
 #include "TempDir.h"
 #include "emu/EmulatedWatch.h"
@@ -222,19 +221,6 @@ TEST(MvSvcAppDeathTest, NullRequestBreaksThePrecondition) {
   EXPECT_DEATH(app.onAppControl(nullptr, true),
                "MvSvcApp\\.cpp: onAppControl\\([0-9]+\\) > .*WASSERT! request != nullptr");
 #endif
-}
-
-// The exact line, down to the line number that the other tests do not read.
-TEST(MvSvcLogTest, LinesNameFileFunctionAndLine) {
-  host::Platform platform("", MVSVC_SERVICE_APP_ID);
-  platform.log().setEchoToStderr(false);
-  const int line = __LINE__ + 1;
-  [] { MVSVC_LOGI("value : %s", "100% {\"a\"}"); }();
-  ASSERT_EQ(platform.log().lines().size(), 1u);
-  const host::LogLine& logged = platform.log().lines()[0];
-  EXPECT_EQ(std::string(1, logged.priority) + " " + logged.tag + " " + logged.text,
-            "I morvik-service MvSvcAppTest.cpp: operator()(" + std::to_string(line) +
-                ") > \x1b[0;32mvalue : 100% {\"a\"}\x1b[0;m");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "JsonDocumentFixture.h"
 #include "MvJsonNesting.h"
 #include "MvSvcJsonBuilder.h"
+#include "emu/StrictJson.h"
 
 namespace {
 
@@ -94,7 +95,6 @@ TEST_F(MvSvcJsonParserTest, BrokenDocumentsAreLoggedAndGiveNoRecords) {
         "E Watch image Json object list is empty"}},
       {R"({"watch_custom_bg":[],"watch_items":[]})",
        {"E Watch item Json object list is empty", "E Watch image Json object list is empty"}},
-      {"[" + repeat("{\"k\":", kLimit) + "1" + repeat("}", kLimit) + "]", {kTooDeep}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text.substr(0, 60));
@@ -131,8 +131,7 @@ TEST_F(MvSvcJsonParserTest, NestingBeyondTheLimitIsRefusedBeforeParsing) {
 
   const std::string brackets = "\"" + repeat("[{", 1024) + "\\\"" + repeat("[", 600) + "\"";
   const std::vector<std::string> loading = {
-      repeat("[", kLimit) + repeat("]", kLimit),
-      repeat("{\"k\":", kLimit) + "1" + repeat("}", kLimit), "[" + brackets + "]",
+      repeat("[", kLimit) + repeat("]", kLimit), "[" + brackets + "]",
       "\xEF\xBB\xBF[" + brackets + "]",  // a byte-order mark, which json-glib skips
   };
   for (const std::string& text : loading) {
@@ -158,19 +157,28 @@ TEST_F(MvSvcJsonParserTest, NestingBeyondTheLimitIsRefusedBeforeParsing) {
   }
 }
 
-// Settings are XML and may be Latin-1: the document stays valid JSON (UTF-8) and every byte
-// comes back.
+// Settings are XML and may be Latin-1, or hold any byte: the document stays strict JSON (UTF-8,
+// U+001F escaped though json-glib writes it raw) and every byte comes back.
 TEST_F(MvSvcJsonParserTest, TextThatIsNotUtf8TravelsByteForByteInValidJson) {
-  const Results results = {{"face.latin", "s", "<x>caf\xe9</x>"}, {"face.plain", "s", "<y/>"}};
+  std::string every;
+  for (int c = 1; c < 256; ++c)
+    every += static_cast<char>(c);
+  const Results results = {{"face.latin", "s", "<x>caf\xe9</x>"},
+                           {"face.plain", "s", "<y/>"},
+                           {"face.every", "s", every},
+                           {"face.\x1f", "s", every.substr(0, 127)}};
   const Images images = {{"ph\xf6to.jpg", "T1", "AAEC"}};
   const std::string text = build(results, images);
-  EXPECT_TRUE(g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr));
+  std::string error;
+  g_autoptr(JsonNode) strict = emu::parseStrictJson(text, error);
+  EXPECT_TRUE(strict) << error;
   EXPECT_NE(
       text.find("\"result\":\"<x>caf\xEF\xBF\xBD</x>\",\"result_base64\":\"PHg+Y2Fm6TwveD4=\""),
       std::string::npos)
       << text;
   EXPECT_EQ(messages(),
             (Messages{"I Watch item [face.latin] is not UTF-8 text: kept byte for byte",
+                      "I Watch item [face.every] is not UTF-8 text: kept byte for byte",
                       "I Background image [ph\xEF\xBF\xBDto.jpg] is not UTF-8 text: kept byte for "
                       "byte"}));
   clearLog();

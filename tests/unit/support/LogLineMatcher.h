@@ -25,6 +25,14 @@ bool parseServiceLogLine(const host::LogLine& line, ServiceLogLine& parsed);
 // the format shows as "? <raw text>" so that a test comparing these fails on it.
 std::vector<std::string> serviceMessages(const host::LogSink& sink);
 
+// The service's lines in `text` as its log reader prints them (stderr, the log file): colourless.
+std::vector<ServiceLogLine> serviceLinesOf(const std::string& text);
+
+// Why the source does not log `line` where its prefix says, or "" when it does: in its file,
+// inside a definition of its function (a lambda inside one for "operator()"), on a line that
+// logs its message's format or hands a shared step its place (MVSVC_HERE).
+std::string whereTheSourceDiffers(const ServiceLogLine& line);
+
 }  // namespace morvik_test
 
 #endif
