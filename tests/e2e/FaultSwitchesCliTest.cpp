@@ -4,6 +4,7 @@
 #include <json-glib/json-glib.h>
 
 #include <string>
+#include <vector>
 
 #include "LogLineMatcher.h"
 #include "ProcessRun.h"
@@ -37,14 +38,7 @@ class FaultSwitchesCliTest : public morvik_test::CliFixture,
   ProcessResult run(const std::string& watch, const char* operation) {
     ProcessResult ran =
         service(watch, {"--operation", operation, "--schedule", "1", "--json", "-"});
-    const auto lines = morvik_test::serviceLinesOf(ran.err);
-    size_t logged = 0;
-    for (size_t at = 0; (at = ran.err.find("/morvik-service(", at)) != std::string::npos; ++at)
-      ++logged;
-    EXPECT_EQ(lines.size(), logged) << ran.err;
-    for (const morvik_test::ServiceLogLine& line : lines)
-      EXPECT_EQ(morvik_test::whereTheSourceDiffers(line), "")
-          << line.file << ": " << line.function << "(" << line.line << ") " << line.message;
+    EXPECT_EQ(morvik_test::linesTheSourceDoesNotLog(ran.err), std::vector<std::string>());
     return ran;
   }
   // A new watch `name` with the case's first face's settings, and its platform switch if `target`.

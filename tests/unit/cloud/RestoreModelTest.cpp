@@ -81,7 +81,10 @@ TEST_F(RestoreModelTest, RecordsAreRestoredInOrderAndSentBackStampedInSeconds) {
 TEST_F(RestoreModelTest, RunFailsWithoutTheLibrary) {
   host::cloud::setInitializeFailure(-4);
   EXPECT_FALSE(TestRestoreModel(request_.get()).run());
-  EXPECT_EQ(log().at(1), "E talvoro_cloud is not initialized.");
+  EXPECT_EQ(log(),
+            (Lines{"E talvoro_cloud_initialize failed.(-4)", "E talvoro_cloud is not initialized.",
+                   "E talvoro_cloud_deinitialize failed.(" +
+                       std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")"}));
   EXPECT_TRUE(launcherReplies().empty());
   EXPECT_FALSE(host::cloud::callRestorePreparation());
 }

@@ -62,30 +62,42 @@ std::vector<std::string> serviceMessages(const host::LogSink& sink) {
     if (line.tag != kTag)
       continue;
     ServiceLogLine parsed;
-    if (parseServiceLogLine(line, parsed))
-      messages.push_back((parsed.error ? "E " : "I ") + parsed.message);
-    else
+    std::string differs;
+    if (!parseServiceLogLine(line, parsed))
       messages.push_back("? " + line.text);
+    else if (!(differs = whereTheSourceDiffers(parsed)).empty())
+      messages.push_back("? " + line.text + ": " + differs);
+    else
+      messages.push_back((parsed.error ? "E " : "I ") + parsed.message);
   }
   return messages;
 }
 
-std::vector<ServiceLogLine> serviceLinesOf(const std::string& text) {
+std::vector<std::string> linesTheSourceDoesNotLog(const std::string& text) {
   static const std::regex shape(
       R"(([EI])/morvik-service\([^)]*\): ([^:]+): (.+)\((\d+)\) > (\* Critical \* )?(.*))");
-  std::vector<ServiceLogLine> lines;
+  std::vector<std::string> wrong;
   std::istringstream in(text);
   std::smatch match;
   for (std::string each; std::getline(in, each);) {
-    if (std::regex_search(each, match, shape) && (match[1] == "E") == match[5].matched)
-      lines.push_back({match[1] == "E", match[2], match[3], std::stoi(match[4]), match[6]});
+    if (each.find("/morvik-service(") == std::string::npos)
+      continue;
+    if (!std::regex_search(each, match, shape) || (match[1] == "E") != match[5].matched) {
+      wrong.push_back(each + ": not a line of the service's format");
+      continue;
+    }
+    const std::string differs =
+        whereTheSourceDiffers({match[1] == "E", match[2], match[3], std::stoi(match[4]), match[6]});
+    if (!differs.empty())
+      wrong.push_back(each + ": " + differs);
   }
-  return lines;
+  return wrong;
 }
 
 std::string whereTheSourceDiffers(const ServiceLogLine& line) {
-  std::ifstream source(MORVIK_SOURCE_DIR "/service-app/src/" + line.file);
-  std::vector<std::string> text;
+  static std::map<std::string, std::vector<std::string>> sources;
+  std::vector<std::string>& text = sources[line.file];
+  std::ifstream source(text.empty() ? MORVIK_SOURCE_DIR "/service-app/src/" + line.file : "");
   for (std::string each; std::getline(source, each);)
     text.push_back(each);
   if (line.line < 1 || static_cast<size_t>(line.line) > text.size())
@@ -96,7 +108,7 @@ std::string whereTheSourceDiffers(const ServiceLogLine& line) {
   for (size_t at = logged.find('"') + 1; at != 0 && at < logged.size() && logged[at] != '"'; ++at) {
     if (logged[at] == '%' && at + 1 < logged.size()) {
       format += '*';
-      ++at;
+      at = logged.find_first_not_of("lzh", at + 1);
     } else {
       format += logged[at] == '\\' ? logged[++at] : logged[at];
     }
