@@ -60,51 +60,6 @@ JsonObject* jsonObject(JsonParser* parser, const std::string& text) {
   return JSON_NODE_HOLDS_OBJECT(root) ? json_node_get_object(root) : nullptr;
 }
 
-namespace {
-
-const char* text(JsonObject* object, const char* member) {
-  return json_object_has_member(object, member) ? json_object_get_string_member(object, member)
-                                                : "";
-}
-
-std::string items(JsonObject* result, const char* member) {
-  std::string joined;
-  JsonArray* list = json_object_get_array_member(result, member);
-  for (guint i = 0; i < json_array_get_length(list); ++i) {
-    JsonObject* item = json_array_get_object_element(list, i);
-    joined += (i ? "; " : "") + std::string(text(item, "item")) + ": " + text(item, "reason");
-  }
-  return "[" + joined + "]";
-}
-
-int setsIn(const std::string& cloud) {
-  int count = 0;
-  while (g_file_test((cloud + "/set-00000" + std::to_string(count + 1) + ".dat").c_str(),
-                     G_FILE_TEST_EXISTS))
-    ++count;
-  return count;
-}
-
-}  // namespace
-
-std::string outcomeOf(const ProcessResult& run, const std::string& cloud) {
-  g_autoptr(JsonParser) parser = json_parser_new();
-  JsonObject* result = jsonObject(parser, run.out);
-  if (!result)
-    return "no result: " + run.err;
-  std::string outcome = std::to_string(run.status) + " " +
-                        text(json_object_get_object_member(result, "ended"), "by") + ":";
-  JsonArray* exchanges = json_object_get_array_member(result, "exchanges");
-  for (guint i = 0; i < json_array_get_length(exchanges); ++i) {
-    JsonObject* exchange = json_array_get_object_element(exchanges, i);
-    outcome += std::string(" ") + text(exchange, "type") + " " + text(exchange, "outcome");
-    if (std::string(text(exchange, "outcome")) == "failed")
-      outcome += std::string(" at ") + text(exchange, "step");
-  }
-  return outcome + "; sets " + std::to_string(setsIn(cloud)) + "; left out " +
-         items(result, "left_out") + "; not restored " + items(result, "not_restored");
-}
-
 std::string CliFixture::watch(const std::string& name, const char* kind) {
   const std::string dir = root_ + "/" + name;
   ProcessResult made = runEmu({"init", dir, kind});

@@ -29,11 +29,6 @@ bool hasLine(const std::string& text, const std::string& part);
 // The JSON object `text` holds, parsed by `parser`; a failure and nullptr when it holds none.
 JsonObject* jsonObject(JsonParser* parser, const std::string& text);
 
-// How a run of morvik-service with "--json -" ended, from its result: "STATUS ENDED-BY: each
-// exchange (and its failed step); the sets in `cloud`; the items the audit found left out, and
-// not restored", each item with its reason.
-std::string outcomeOf(const ProcessResult& run, const std::string& cloud);
-
 // A temporary directory of watches, files and a cloud, as a user makes them with the tools.
 class CliFixture : public ::testing::Test {
  protected:

