@@ -10,7 +10,7 @@
 
 #include <cstdio>
 
-#include "MvSvcJsonNesting.h"
+#include "MvJsonNesting.h"
 #include "host/AtomicFile.h"
 #include "host/JsonText.h"
 #include "host/Personality.h"
@@ -185,14 +185,27 @@ std::string oneLine(const char* message) {
   return line;
 }
 
-// Each switch of "platform" must be one the host knows, with a value it takes.
-bool validPlatform(const std::map<std::string, std::string>& settings, std::string& error) {
+// Each switch of "platform" must be one the host knows, with a value it takes, and no
+// configuration value may be longer than such a platform stores.
+bool validPlatform(const std::map<std::string, std::string>& settings,
+                   const std::map<std::string, std::string>& config,
+                   std::string& error) {
   host::Personality personality;
   std::string reason;
-  if (personality.setAll(settings, reason))
-    return true;
-  error = std::string(DeviceProfile::kFileName) + ": platform: " + reason;
-  return false;
+  if (!personality.setAll(settings, reason)) {
+    error = std::string(DeviceProfile::kFileName) + ": platform: " + reason;
+    return false;
+  }
+  const size_t limit = personality.vconfValueLimit;
+  for (const auto& entry : config) {
+    if (limit != 0 && entry.second.size() > limit) {
+      error = std::string(DeviceProfile::kFileName) + ": config: the value of '" + entry.first +
+              "' is " + std::to_string(entry.second.size()) +
+              " bytes, more than the platform's vconf-value-limit of " + std::to_string(limit);
+      return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -204,9 +217,9 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
   if (!readProfileText(path, kMaxFileBytes, text, error))
     return false;
   // json-glib recurses per level: a deep profile would overflow the stack.
-  if (mvsvcJsonNestsDeeperThan(text.data(), text.size(), kMvSvcJsonMaxNesting)) {
-    error = std::string(path) + ": nests deeper than " + std::to_string(kMvSvcJsonMaxNesting) +
-            " levels";
+  if (mvJsonNestsDeeperThan(text.data(), text.size())) {
+    error =
+        std::string(path) + ": nests deeper than " + std::to_string(kMvJsonMaxNesting) + " levels";
     return false;
   }
   g_autoptr(JsonParser) parser = json_parser_new();
@@ -284,7 +297,7 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
                           return ok;
                         }) &&
          reader.stringMap("faults", faults) && reader.stringMap("platform", platform) &&
-         validPlatform(platform, error);
+         validPlatform(platform, config, error);
 }
 
 bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const {

@@ -27,6 +27,13 @@ std::string base64(const std::string& bytes) {
   return text;
 }
 
+// What the service writes for a photo's data: whatever g_base64_decode makes of it.
+std::string decoded(const std::string& data) {
+  gsize length = 0;
+  g_autofree guchar* bytes = g_base64_decode(data.c_str(), &length);
+  return std::string(reinterpret_cast<const char*>(bytes), length);
+}
+
 std::string config(const DeviceProfile& watch, const char* key) {
   auto it = watch.config.find(key);
   return it == watch.config.end() ? std::string() : it->second;
@@ -191,7 +198,7 @@ std::vector<AuditFinding> auditRestore(const DeviceProfile& watch,
     std::optional<std::string> bytes;
     if (image != watch.images.end())
       bytes = photoBytes(deviceDir, *image);
-    if (!bytes || image->bgType != photo.bgType || base64(*bytes) != photo.data)
+    if (!bytes || image->bgType != photo.bgType || *bytes != decoded(photo.data))
       missing.push_back({"photo " + photo.fileName, "the watch face service did not get it"});
   }
   if (!document.mainKey.empty()) {

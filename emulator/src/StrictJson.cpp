@@ -5,6 +5,8 @@
 #include <cstring>
 #include <vector>
 
+#include "MvJsonNesting.h"
+
 namespace emu {
 
 namespace {
@@ -29,8 +31,8 @@ class StrictScan {
         if (!string(error))
           return false;
       } else if (c == '{' || c == '[') {
-        if (open_.size() == static_cast<size_t>(kMaxJsonNesting))
-          return fail("nests deeper than " + std::to_string(kMaxJsonNesting) + " levels", error);
+        if (open_.size() == static_cast<size_t>(kMvJsonMaxNesting))
+          return fail("nests deeper than " + std::to_string(kMvJsonMaxNesting) + " levels", error);
         open_.push_back({c, line_, column_});
         step();
       } else if (c == '}' || c == ']') {

@@ -90,15 +90,16 @@ void WatchfaceService::onMessage(const std::string& port, const std::string&, bu
 void WatchfaceService::sendRestoreFinished() {
   host::logWarn(kLogTagWatchface,
                 "restore_finished sent out of turn (fault watchface-finish-early)");
-  sendToService({{"message", "restore_finished"}});
+  sendToService({{"message", "restore_finished"}}, "restore_finished");
 }
 
 void WatchfaceService::answerBackup() {
   host::logInfo(kLogTagWatchface, "backup request: sending %zu faces and %zu photos", faces_.size(),
                 images_.size());
   for (const FaceEntry& face : faces_) {
-    sendToService({{"type", "watch"}, {"pkgid", face.pkgId}, {"result_xml", face.settings}});
-    ++activity_.facesSent;
+    if (sendToService({{"type", "watch"}, {"pkgid", face.pkgId}, {"result_xml", face.settings}},
+                      "the entry of face " + face.pkgId))
+      ++activity_.facesSent;
   }
   for (size_t i = 0; i < images_.size(); ++i) {
     const BackgroundImage& image = images_[i];
@@ -108,13 +109,14 @@ void WatchfaceService::answerBackup() {
       host::logWarn(kLogTagWatchface, "photo %s announced at a FIFO (fault image-unreadable)",
                     image.fileName.c_str());
     }
-    sendToService({{"type", "image"},
-                   {"file_name", image.fileName},
-                   {"file_path", path},
-                   {"bg_type", image.bgType}});
-    ++activity_.imagesSent;
+    if (sendToService({{"type", "image"},
+                       {"file_name", image.fileName},
+                       {"file_path", path},
+                       {"bg_type", image.bgType}},
+                      "the entry of photo " + image.fileName))
+      ++activity_.imagesSent;
   }
-  sendToService({{"message", "backup_finished"}});
+  sendToService({{"message", "backup_finished"}}, "backup_finished");
 }
 
 std::string WatchfaceService::photoPath(const BackgroundImage& image) {
@@ -233,14 +235,23 @@ void WatchfaceService::changeIdleClock(bundle* message) {
     host::logError(kLogTagWatchface, "idle-change message without pkgid ignored");
     return;
   }
-  platform_.config().set(kIdleClockKey, kWatchfaceAppId);
-  platform_.config().set(kWatchfaceNameKey, pkgId);
+  // Two writes, as on the watch: the platform may refuse either.
+  if (!platform_.writeConfig(kIdleClockKey, kWatchfaceAppId) ||
+      !platform_.writeConfig(kWatchfaceNameKey, pkgId)) {
+    host::logError(kLogTagWatchface, "idle clock not set to %s: the configuration refused it",
+                   pkgId.c_str());
+    return;
+  }
   activity_.idleFace = pkgId;
   host::logInfo(kLogTagWatchface, "idle clock set to %s", pkgId.c_str());
 }
 
-void WatchfaceService::sendToService(const host::KeyValues& message) {
-  platform_.sendToApp(kWatchfaceServiceAppId, kPort, kServicePort, message);
+bool WatchfaceService::sendToService(const host::KeyValues& message, const std::string& what) {
+  const int refused = platform_.sendToApp(kWatchfaceServiceAppId, kPort, kServicePort, message);
+  if (refused != 0)
+    host::logError(kLogTagWatchface, "%s not sent: the message port refused it (error %d)",
+                   what.c_str(), refused);
+  return refused == 0;
 }
 
 std::string WatchfaceService::unreadablePath(const BackgroundImage& image) {

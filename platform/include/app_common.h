@@ -6,8 +6,8 @@
 extern "C" {
 #endif
 
-/* The running app's shared trusted directory, ending with '/'; a copy the caller frees with
- * free(), or NULL. */
+/* The absolute path of the running app's shared trusted directory; a copy the caller frees with
+ * free(), or NULL. Whether it ends with '/' is not documented. */
 char* app_get_shared_trusted_path(void);
 /* The running app's ID in *id, a copy the caller frees with free(). Returns 0 on success. */
 int app_get_id(char** id);

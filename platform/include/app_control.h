@@ -57,6 +57,7 @@ int app_control_remove_extra_data(app_control_h app_control, const char* key);
 /* *value is a copy the caller frees with free(). */
 int app_control_get_extra_data(app_control_h app_control, const char* key, char** value);
 
+/* Since wearable 3.0 the platform restricts launching a service app of another package. */
 int app_control_send_launch_request(app_control_h app_control,
                                     app_control_reply_cb callback,
                                     void* user_data);

@@ -17,8 +17,8 @@ typedef enum {
   APP_MANAGER_ERROR_PERMISSION_DENIED = TIZEN_ERROR_PERMISSION_DENIED,
 } app_manager_error_e;
 
-/* The shared trusted directory of an installed app, ending with '/'; *path is a copy the caller
- * frees with free(). */
+/* The absolute path of an installed app's shared trusted directory; *path is a copy the caller
+ * frees with free(). Whether it ends with '/' is not documented. */
 int app_manager_get_shared_trusted_path(const char* app_id, char** path);
 
 #ifdef __cplusplus

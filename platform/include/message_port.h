@@ -35,7 +35,8 @@ int message_port_register_trusted_local_port(const char* local_port,
                                              message_port_trusted_message_cb callback,
                                              void* user_data);
 int message_port_unregister_trusted_local_port(int trusted_local_port_id);
-/* The bundle stays the caller's. */
+/* The bundle stays the caller's. Messages should stay under 4 KB; one over the platform's limit
+ * fails with MESSAGE_PORT_ERROR_MAX_EXCEEDED. */
 int message_port_send_trusted_message(const char* remote_app_id,
                                       const char* remote_port,
                                       bundle* message);

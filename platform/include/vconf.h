@@ -11,6 +11,7 @@ extern "C" {
 
 /* Returns a copy the caller frees with free(), or NULL when the key has no string value. */
 char* vconf_get_str(const char* in_key);
+/* A string value holds at most 4 KiB. */
 int vconf_set_str(const char* in_key, const char* strval);
 
 #ifdef __cplusplus

@@ -40,7 +40,7 @@ BackupModel::BackupModel(app_control_h request, unsigned int size)
       _onBackupCompleted(),
       _liveness(this) {
   _init();
-  _filePath = mvsvcRecordFilePath(kRecordFileName, kRecordPathBufferSize, nullptr, __func__);
+  _filePath = mvsvcRecordFilePath(kRecordFileName, kRecordPathBufferSize, nullptr, MVSVC_HERE);
 }
 
 BackupModel::~BackupModel() {
@@ -98,16 +98,16 @@ void BackupModel::setOnBackupCompleted(MvSvcCompletionCb callback) {
 }
 
 void BackupModel::_init() {
-  _isInitialized = mvsvcCloudInitialize(__func__);
+  _isInitialized = mvsvcCloudInitialize(MVSVC_HERE);
 }
 
 void BackupModel::_fini() {
-  mvsvcCloudDeinitialize(__func__);
+  mvsvcCloudDeinitialize(MVSVC_HERE);
   _isInitialized = false;
 }
 
 void BackupModel::_removeFile() {
-  mvsvcRemoveRecordFile(_filePath, __func__);
+  mvsvcRemoveRecordFile(_filePath, MVSVC_HERE);
 }
 
 uint64_t BackupModel::_getCurrentDeviceMilliSecTime() {
@@ -181,18 +181,18 @@ void BackupModel::_backupRecordCb(void* list, void* userData) {
   talvoro_cloud_list_h records = static_cast<talvoro_cloud_list_h>(list);
   if (!records) {
     if (model)
-      _sendBackupPath(nullptr, false);
+      _sendBackupPath(nullptr, false, MVSVC_HERE);
     return;
   }
   // The list is ours in every case; when the model is gone nobody is left to fill it.
   if (model) {
-    if (model->_fillRecords(records)) {
+    if (model->_fillRecords(records, MVSVC_HERE)) {
       int ret = talvoro_cloud_file_create_file(records, model->_filePath.c_str());
       if (ret != TALVORO_CLOUD_ERROR_NONE)
         MVSVC_LOGE("talvoro_cloud_file_create_file failed.(%d)", ret);
-      _sendBackupPath(model->_filePath.c_str(), true);
+      _sendBackupPath(model->_filePath.c_str(), true, MVSVC_HERE);
     } else {
-      _sendBackupPath(nullptr, false);
+      _sendBackupPath(nullptr, false, MVSVC_HERE);
     }
   }
   const int ret = talvoro_cloud_list_destroy(records);
@@ -201,16 +201,17 @@ void BackupModel::_backupRecordCb(void* list, void* userData) {
 }
 
 // Fills the values of the first `_size` records; false when the list has no first record.
-bool BackupModel::_fillRecords(talvoro_cloud_list_h records) {
+// Failures are logged as `caller`'s.
+bool BackupModel::_fillRecords(talvoro_cloud_list_h records, const MvSvcSourceLocation& caller) {
   int count = 0;
   int ret = talvoro_cloud_list_get_record_count(records, &count);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
-    MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_list_get_record_count failed.(%d)", ret);
+    MVSVC_LOGE_AT(caller, "talvoro_cloud_list_get_record_count failed.(%d)", ret);
   if (count == 0)
     return false;
   ret = talvoro_cloud_list_move_to_first(records);
   if (ret != TALVORO_CLOUD_ERROR_NONE) {
-    MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_list_move_to_first failed.(%d)", ret);
+    MVSVC_LOGE_AT(caller, "talvoro_cloud_list_move_to_first failed.(%d)", ret);
     return false;
   }
 
@@ -220,41 +221,42 @@ bool BackupModel::_fillRecords(talvoro_cloud_list_h records) {
     const char* date = nullptr;
     ret = talvoro_cloud_list_get_current_record(records, &record);
     if (ret != TALVORO_CLOUD_ERROR_NONE)
-      MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_list_get_current_record failed.(%d)", ret);
+      MVSVC_LOGE_AT(caller, "talvoro_cloud_list_get_current_record failed.(%d)", ret);
 
     if (record) {
       ret = talvoro_cloud_record_get_key(record, &key);
       if (ret != TALVORO_CLOUD_ERROR_NONE)
-        MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_get_key failed.(%d)", ret);
+        MVSVC_LOGE_AT(caller, "talvoro_cloud_record_get_key failed.(%d)", ret);
       if (!key)
-        MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_get_key - key is nullptr.");
+        MVSVC_LOGE_AT(caller, "talvoro_cloud_record_get_key - key is nullptr.");
 
       ret = talvoro_cloud_record_get_date(record, &date);
       if (ret != TALVORO_CLOUD_ERROR_NONE)
-        MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_get_date failed.(%d)", ret);
+        MVSVC_LOGE_AT(caller, "talvoro_cloud_record_get_date failed.(%d)", ret);
       if (!date)
-        MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_get_date - date is nullptr.");
+        MVSVC_LOGE_AT(caller, "talvoro_cloud_record_get_date - date is nullptr.");
 
-      lendJsonText(index, [record](const char* jsonStr) {
-        MVSVC_LOGI_FOR("_backupRecordCb", "backup jsonStr : %s", jsonStr);
+      lendJsonText(index, [record, &caller](const char* jsonStr) {
+        MVSVC_LOGI_AT(caller, "backup jsonStr : %s", jsonStr);
         const int set = talvoro_cloud_record_set_value(record, jsonStr);
         if (set != TALVORO_CLOUD_ERROR_NONE)
-          MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_record_set_value failed.(%d)", set);
+          MVSVC_LOGE_AT(caller, "talvoro_cloud_record_set_value failed.(%d)", set);
       });
     }
 
     ret = talvoro_cloud_list_move_to_next(records);
     if (ret != TALVORO_CLOUD_ERROR_NONE)
-      MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_list_move_to_next failed.(%d)", ret);
+      MVSVC_LOGE_AT(caller, "talvoro_cloud_list_move_to_next failed.(%d)", ret);
   }
   return true;
 }
 
-void BackupModel::_sendBackupPath(const char* path, bool success) {
+void BackupModel::_sendBackupPath(const char* path,
+                                  bool success,
+                                  const MvSvcSourceLocation& caller) {
   const int ret = talvoro_cloud_backup_record_send_backup_path(path, success);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
-    MVSVC_LOGE_FOR("_backupRecordCb", "talvoro_cloud_backup_record_send_backup_path failed.(%d)",
-                   ret);
+    MVSVC_LOGE_AT(caller, "talvoro_cloud_backup_record_send_backup_path failed.(%d)", ret);
 }
 
 void BackupModel::_backupCompleteCb(bool success, void* userData) {

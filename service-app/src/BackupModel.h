@@ -10,6 +10,7 @@
 #include <string>
 
 #include "MvSvcLiveness.h"
+#include "MvSvcLog.h"
 #include "MvSvcTypes.h"
 
 // One backup exchange with the cloud library: declares `size` records, fills their values
@@ -44,8 +45,8 @@ class BackupModel {
   static void _backupSetKeysDatesCb(void* userData);
   static void _backupRecordCb(void* list, void* userData);
   static void _backupCompleteCb(bool success, void* userData);
-  bool _fillRecords(talvoro_cloud_list_h records);
-  static void _sendBackupPath(const char* path, bool success);
+  bool _fillRecords(talvoro_cloud_list_h records, const MvSvcSourceLocation& caller);
+  static void _sendBackupPath(const char* path, bool success, const MvSvcSourceLocation& caller);
 
   uint32_t _size;
   bool _isInitialized;

@@ -16,11 +16,12 @@ namespace {
 const char* const kRetailModeKey = "retail-mode";
 const double kExitDelaySeconds = 2.0;
 
-MvAppControlPtr cloneRequest(app_control_h request) {
+// A failure is logged as `caller`'s.
+MvAppControlPtr cloneRequest(app_control_h request, const MvSvcSourceLocation& caller) {
   app_control_h clone = nullptr;
   const int ret = app_control_clone(&clone, request);
   if (ret != APP_CONTROL_ERROR_NONE)
-    MVSVC_LOGE("app_control_clone failed.(%d)", ret);
+    MVSVC_LOGE_AT(caller, "app_control_clone failed.(%d)", ret);
   return MvAppControlPtr(clone);
 }
 
@@ -62,7 +63,7 @@ void MvSvcApp::onAppControl(app_control_h request, bool) {
     }
     // Its own clone, so that a backup request's stays untouched and each is answered once.
     if (strcmp(operation.get(), MVSVC_OPERATION_GET_BACKUP_INFO) == 0)
-      _startBackup(MVSVC_OPERATION_GET_BACKUP_INFO, cloneRequest(request));
+      _startBackup(MVSVC_OPERATION_GET_BACKUP_INFO, cloneRequest(request, MVSVC_HERE));
   }
 
   char* retailMode = nullptr;
@@ -81,11 +82,15 @@ void MvSvcApp::_startCollection(app_control_h request) {
     MvAppControlPtr reply = mvCreateAppControl();
     app_control_reply_to_launch_request(reply.get(), _request.get(), APP_CONTROL_RESULT_CANCELED);
   }
-  _request = cloneRequest(request);
+  _request = cloneRequest(request, MVSVC_HERE);
   if (_collector)
     return;
   _collector = std::make_unique<MvSvcWatchDataCollector>();
-  _collector->setOnCollectCompleted([this](bool success, void*) { _onCollectCompleted(success); });
+  _collector->setOnCollectCompleted([this](bool success, void*) {
+    if (!success)
+      MVSVC_LOGE("Failed to collect watch backup data");
+    _onCollectCompleted(success);
+  });
   _collector->run();
 }
 
@@ -95,8 +100,6 @@ void MvSvcApp::_onCollectCompleted(bool success) {
     _resultDataList = std::move(_collector->getResultDataList());
     _imageDataList = std::move(_collector->getImageDataList());
     _startBackup(MVSVC_OPERATION_BACKUP, std::move(_request));
-  } else {
-    MVSVC_LOGE("Failed to collect watch backup data");
   }
   _collector.reset();
 }

@@ -21,11 +21,11 @@ const char* const kAcceptedStoreErrors[] = {
     "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE",
 };
 
-// An extra of `handle`, or null; a failed read is logged in the name of `caller`.
-MvCharPtr readExtra(app_control_h handle, const char* key, const char* caller) {
+// An extra of `handle`, or null; a failed read is logged as `caller`'s.
+MvCharPtr readExtra(app_control_h handle, const char* key, const MvSvcSourceLocation& caller) {
   char* value = nullptr;
   if (app_control_get_extra_data(handle, key, &value) != APP_CONTROL_ERROR_NONE) {
-    MVSVC_LOGE_FOR(caller, "app_control_get_extra_data() failed");
+    MVSVC_LOGE_AT(caller, "app_control_get_extra_data() failed");
     return MvCharPtr();
   }
   return MvCharPtr(value);
@@ -81,7 +81,7 @@ void MvSvcAppCtrlModel::requestPrepareInstall() {
     _reply(false);
     return;
   }
-  _requestStore(__func__, _prepareInstallReplyCb);
+  _requestStore(_prepareInstallReplyCb, MVSVC_HERE);
 }
 
 void MvSvcAppCtrlModel::requestWatchInstall() {
@@ -94,7 +94,7 @@ void MvSvcAppCtrlModel::requestWatchInstall() {
     _reply(false);
     return;
   }
-  _requestStore(__func__, _watchInstallReplyCb);
+  _requestStore(_watchInstallReplyCb, MVSVC_HERE);
 }
 
 // The handle goes in every case, before the caller reports, which may destroy this model.
@@ -106,11 +106,12 @@ bool MvSvcAppCtrlModel::_sendAppRequest(app_control_reply_cb callback) {
 }
 
 // Sends a prepared store request, waits for the verdict and reports it; failures are logged as
-// the requesting member's.
-void MvSvcAppCtrlModel::_requestStore(const char* caller, app_control_reply_cb callback) {
+// `caller`'s, the requesting member's.
+void MvSvcAppCtrlModel::_requestStore(app_control_reply_cb callback,
+                                      const MvSvcSourceLocation& caller) {
   if (app_control_send_launch_request(_appControl.get(), callback, _liveness.token()) !=
       APP_CONTROL_ERROR_NONE) {
-    MVSVC_LOGE_FOR(caller, "app_control_send_launch_request() failed");
+    MVSVC_LOGE_AT(caller, "app_control_send_launch_request() failed");
     _appControl.reset();
     _reply(false);
     return;
@@ -118,7 +119,7 @@ void MvSvcAppCtrlModel::_requestStore(const char* caller, app_control_reply_cb c
   // The store request reports a failed release, so the handle is given back by hand.
   const int destroyed = app_control_destroy(_appControl.release());
   if (destroyed != APP_CONTROL_ERROR_NONE) {
-    MVSVC_LOGE_FOR(caller, "app_control_destroy() failed");
+    MVSVC_LOGE_AT(caller, "app_control_destroy() failed");
     _reply(false);
     return;
   }
@@ -207,7 +208,7 @@ void MvSvcAppCtrlModel::_prepareInstallReplyCb(app_control_h,
   MvSvcAppCtrlModel* model = _waitingModel(userData);
   if (!model)
     return;
-  MvCharPtr errorMsg = readExtra(reply, kKeyErrorMsg, __func__);
+  MvCharPtr errorMsg = readExtra(reply, kKeyErrorMsg, MVSVC_HERE);
   if (result == APP_CONTROL_RESULT_SUCCEEDED)
     model->_isReplySucceeded = true;
   else
@@ -222,8 +223,8 @@ void MvSvcAppCtrlModel::_watchInstallReplyCb(app_control_h request,
   MvSvcAppCtrlModel* model = _waitingModel(userData);
   if (!model)
     return;
-  MvCharPtr guid = readExtra(request, kKeyGuid, __func__);
-  MvCharPtr errorMsg = readExtra(reply, kKeyErrorMsg, __func__);
+  MvCharPtr guid = readExtra(request, kKeyGuid, MVSVC_HERE);
+  MvCharPtr errorMsg = readExtra(reply, kKeyErrorMsg, MVSVC_HERE);
   if (result == APP_CONTROL_RESULT_SUCCEEDED) {
     if (guid)
       model->_isReplySucceeded = true;

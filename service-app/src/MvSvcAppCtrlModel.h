@@ -8,6 +8,7 @@
 
 #include "MvHandles.h"
 #include "MvSvcLiveness.h"
+#include "MvSvcLog.h"
 #include "MvSvcTypes.h"
 
 // One app-control launch request to a watch app or to the store, and the verdict on its reply.
@@ -57,7 +58,7 @@ class MvSvcAppCtrlModel {
   static gboolean _storeReplyTimeoutCb(gpointer data);
 
   bool _sendAppRequest(app_control_reply_cb callback);
-  void _requestStore(const char* caller, app_control_reply_cb callback);
+  void _requestStore(app_control_reply_cb callback, const MvSvcSourceLocation& caller);
   void _waitForStoreReply(bool install);
   void _reply(bool success);
   static MvSvcAppCtrlModel* _waitingModel(void* userData);

@@ -40,12 +40,16 @@ std::string MvSvcBackupModel::getKeyStr() {
 
 std::string MvSvcBackupModel::getJsonStr(unsigned int index) {
   std::string text;
-  lendJsonText(index, [&text](const char* json) { text = json; });
+  getJsonStr(index, [&text](const char* json) { text = json; });
   return text;
 }
 
-void MvSvcBackupModel::lendJsonText(unsigned int,
+void MvSvcBackupModel::lendJsonText(unsigned int index,
                                     const std::function<void(const char* text)>& use) {
+  getJsonStr(index, use);
+}
+
+void MvSvcBackupModel::getJsonStr(unsigned int, const std::function<void(const char* text)>& use) {
   std::unique_ptr<MvSvcJsonBuilder> builder(new MvSvcJsonBuilder());
 
   std::string mainKey = readConfig(kWatchMainKey);

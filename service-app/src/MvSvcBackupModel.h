@@ -25,6 +25,10 @@ class MvSvcBackupModel : public BackupModel {
   void lendJsonText(unsigned int index, const std::function<void(const char* text)>& use) override;
 
  private:
+  // Builds the document and lends its text to `use`. Named as the member whose lines it logs:
+  // getJsonStr(index) is this with a copy.
+  void getJsonStr(unsigned int index, const std::function<void(const char* text)>& use);
+
   std::vector<WatchResultData> _resultDataList;
   std::vector<WatchImageData> _imageDataList;
 };

@@ -6,12 +6,14 @@
 
 #include <string>
 
-// Steps that the backup and the restore exchange take alike. Failures are logged in the name of
-// `caller`, the member that takes the step.
+#include "MvSvcLog.h"
+
+// Steps that the backup and the restore exchange take alike. Failures are logged as `caller`'s,
+// the place in the member that takes the step.
 
 // True when the cloud library is initialised.
-bool mvsvcCloudInitialize(const char* caller);
-void mvsvcCloudDeinitialize(const char* caller);
+bool mvsvcCloudInitialize(const MvSvcSourceLocation& caller);
+void mvsvcCloudDeinitialize(const MvSvcSourceLocation& caller);
 
 // The app's shared trusted directory followed by `fileName`, if it fits a buffer of
 // `bufferSize` bytes as on the watch; otherwise, or without the directory, an empty string and
@@ -19,9 +21,9 @@ void mvsvcCloudDeinitialize(const char* caller);
 std::string mvsvcRecordFilePath(const char* fileName,
                                 size_t bufferSize,
                                 const char* missingLine,
-                                const char* caller);
+                                const MvSvcSourceLocation& caller);
 
-void mvsvcRemoveRecordFile(const std::string& path, const char* caller);
+void mvsvcRemoveRecordFile(const std::string& path, const MvSvcSourceLocation& caller);
 
 // Answers the launch request `request` (not owned) with success or failure.
 void mvsvcReplyToLaunchRequest(app_control_h request, bool success);

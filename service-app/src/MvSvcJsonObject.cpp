@@ -49,6 +49,27 @@ size_t textBytesUnder(JsonNode* node) {
   return bytes;
 }
 
+// json-glib 1.6 escapes every control character but U+001F, which it writes raw, and that is no
+// JSON (RFC 8259). Compact text holds control characters only inside strings, so each raw one
+// becomes its escape; `text` is consumed, and returned as it was when it holds none.
+GString* escapeRawUnitSeparators(GString* text) {
+  const char* at = static_cast<const char*>(memchr(text->str, 0x1F, text->len));
+  if (!at)
+    return text;
+  GString* escaped = g_string_sized_new(text->len + 16);
+  const char* const end = text->str + text->len;
+  for (const char* from = text->str; from < end; from = at + 1) {
+    at = static_cast<const char*>(memchr(from, 0x1F, end - from));
+    if (!at)
+      at = end;
+    g_string_append_len(escaped, from, at - from);
+    if (at < end)
+      g_string_append(escaped, "\\u001f");
+  }
+  g_string_free(text, TRUE);
+  return escaped;
+}
+
 }  // namespace
 
 const char* const MvSvcJsonObject::kExactBytesSuffix = "_base64";
@@ -221,6 +242,7 @@ MvGCharPtr MvSvcJsonObject::generateJsonMessage(size_t& length) {
   // outgrew behind in the heap, and for a document of megabytes they count.
   GString* text = g_string_sized_new(textBytesUnder(node));
   json_generator_to_gstring(generator, text);
+  text = escapeRawUnitSeparators(text);
   length = text->len;
   return MvGCharPtr(g_string_free(text, FALSE));
 }

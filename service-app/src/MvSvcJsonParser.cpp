@@ -3,33 +3,20 @@
 #include <glib.h>
 #include <string.h>
 
-#include <initializer_list>
+#include <memory>
 
-#include "MvSvcJsonNesting.h"
+#include "MvJsonNesting.h"
 #include "MvSvcLog.h"
 
 namespace {
 
 const char* const kDownloaded = "downloaded";
 
-const char* const kReplacement = "\xEF\xBF\xBD";  // U+FFFD as UTF-8
-
-// Whether a field of a repaired document holds a repaired byte (or a U+FFFD of its own, which
-// cannot be told apart).
-bool holdsRepair(std::initializer_list<const std::string*> fields) {
-  for (const std::string* field : fields) {
-    if (field->find(kReplacement) != std::string::npos)
-      return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 MvSvcJsonParser::MvSvcJsonParser()
     : _parser(json_parser_new()),
       _root(nullptr),
-      _repaired(false),
       _resultRestoreList(),
       _imageRestoreList(),
       _downloadList() {}
@@ -65,7 +52,7 @@ std::vector<WatchResultData>& MvSvcJsonParser::getDownloadList() {
 void MvSvcJsonParser::getStringValue(const std::string& key, std::string& value) const {
   std::string read = value;
   _getRootObject().getStringValue(key, read);
-  if (_repaired && read != value && holdsRepair({&read})) {
+  if (_repair && read != value && _repair->repaired(read)) {
     MVSVC_LOGE("Backup document is not UTF-8 text: skipped [%s]", key.c_str());
     return;
   }
@@ -90,19 +77,18 @@ MvSvcJsonObject MvSvcJsonParser::_getRootObject() const {
 
 void MvSvcJsonParser::_prepare(const char* text, size_t length) {
   _root = nullptr;
-  _repaired = false;
+  _repair.reset();
   g_autoptr(GError) error = nullptr;
   bool loaded = _load(text, length, &error);
   // json-glib checks the text is UTF-8 before it reads it, and refuses the whole text for one
   // byte that is not (documents stored before strings were carried as base64 may hold some):
   // then repair it, and skip only the items that held such a byte.
-  g_autofree gchar* repaired = nullptr;
   if (!loaded && g_error_matches(error, JSON_PARSER_ERROR, JSON_PARSER_ERROR_INVALID_DATA) &&
       !g_utf8_validate(text, static_cast<gssize>(length), nullptr)) {
     g_clear_error(&error);
-    repaired = g_utf8_make_valid(text, static_cast<gssize>(length));
-    _repaired = true;
-    loaded = _load(repaired, strlen(repaired), &error);
+    _repair = std::make_unique<MvSvcUtf8Repair>(text, length);
+    loaded = _load(_repair->text().data(), _repair->text().size(), &error);
+    _repair->forgetText();
   }
   if (!loaded) {
     if (error)
@@ -126,8 +112,8 @@ void MvSvcJsonParser::_prepare(const char* text, size_t length) {
 
 bool MvSvcJsonParser::_load(const char* text, size_t length, GError** error) {
   // json-glib recurses per nesting level; a crafted document would overflow the stack.
-  if (mvsvcJsonNestsDeeperThan(text, length, kMaxNesting)) {
-    MVSVC_LOGE("Backup document nests deeper than %d levels", kMaxNesting);
+  if (mvJsonNestsDeeperThan(text, length)) {
+    MVSVC_LOGE("Backup document nests deeper than %d levels", kMvJsonMaxNesting);
     return false;
   }
   return json_parser_load_from_data(_parser, text, static_cast<gssize>(length), error);
@@ -143,8 +129,10 @@ void MvSvcJsonParser::_getResultRestoreList(std::list<MvSvcJsonObject>& objects)
     object.getStringValue("pkgid", entry.pkgId);
     object.getStringValue("svcid", entry.svcId);
     object.getStringValue("result", entry.result);
-    if (_repaired && holdsRepair({&entry.pkgId, &entry.svcId, &entry.result})) {
-      MVSVC_LOGE("Backup document is not UTF-8 text: skipped watch item [%s]", entry.pkgId.c_str());
+    if (_repair && (_repair->repaired(entry.pkgId) || _repair->repaired(entry.svcId) ||
+                    _repair->repaired(entry.result))) {
+      MVSVC_LOGE("Backup document is not UTF-8 text: skipped watch item [%s]",
+                 _repair->shown(entry.pkgId).c_str());
       continue;
     }
     if (entry.result == kDownloaded)
@@ -166,9 +154,10 @@ void MvSvcJsonParser::_getImageRestoreList(std::list<MvSvcJsonObject>& objects) 
     object.getStringValue("data", image.data);
     // The list holds the image now: the document's copy goes, so the two never add up.
     object.removeMember("data");
-    if (_repaired && holdsRepair({&image.fileName, &image.bgType, &image.data})) {
+    if (_repair && (_repair->repaired(image.fileName) || _repair->repaired(image.bgType) ||
+                    _repair->repaired(image.data))) {
       MVSVC_LOGE("Backup document is not UTF-8 text: skipped background image [%s]",
-                 image.fileName.c_str());
+                 _repair->shown(image.fileName).c_str());
       continue;
     }
     _imageRestoreList.push_back(std::move(image));

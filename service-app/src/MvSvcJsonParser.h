@@ -4,21 +4,19 @@
 #include <json-glib/json-glib.h>
 
 #include <list>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "MvSvcJsonNesting.h"
 #include "MvSvcJsonObject.h"
 #include "MvSvcTypes.h"
+#include "MvSvcUtf8Repair.h"
 
 // Reads a backup document into record lists. Each load appends to the lists; a failed load
 // leaves no document to read members from. A text that is not UTF-8 is repaired before it is
 // parsed, and the items that held a bad byte are skipped with an error naming them.
 class MvSvcJsonParser {
  public:
-  // Deepest bracket nesting a document may have (see MvSvcJsonNesting.h).
-  static constexpr int kMaxNesting = kMvSvcJsonMaxNesting;
-
   MvSvcJsonParser();
   explicit MvSvcJsonParser(const std::string& text);
   // Reads `length` bytes at `text` where they lie, without a copy of its own: a restore parses
@@ -53,7 +51,8 @@ class MvSvcJsonParser {
 
   JsonParser* _parser;  // owned; owns the document tree
   JsonNode* _root;      // borrowed from _parser; null without a document
-  bool _repaired;       // the loaded text was not UTF-8 and had its bad bytes replaced
+  // The repair of a loaded text that was not UTF-8; null for one that was.
+  std::unique_ptr<MvSvcUtf8Repair> _repair;
   std::vector<WatchResultData> _resultRestoreList;
   std::vector<WatchImageData> _imageRestoreList;
   std::vector<WatchResultData> _downloadList;

@@ -16,19 +16,27 @@ constexpr const char* mvsvcFileBaseName(const char* path) {
   return base;
 }
 
-#define MVSVC_FILE_NAME (mvsvcFileBaseName(__FILE__))
+// Where a line is logged from. A step shared by several members takes its caller's, so that
+// each line names the member that took the step, as if that member had logged it itself.
+struct MvSvcSourceLocation {
+  const char* file;
+  const char* function;
+  int line;
+};
 
-// Every line: "file: function(line) > " then the coloured message. Lambdas show "operator()".
-#define MVSVC_LOGE(fmt, ...) MVSVC_LOGE_FOR(__func__, fmt, ##__VA_ARGS__)
-#define MVSVC_LOGI(fmt, ...) MVSVC_LOGI_FOR(__func__, fmt, ##__VA_ARGS__)
+// Here, as the prefix shows it: lambdas are "operator()".
+#define MVSVC_HERE (MvSvcSourceLocation{mvsvcFileBaseName(__FILE__), __func__, __LINE__})
 
-// The same lines, for a shared step that logs on behalf of the member that called it.
-#define MVSVC_LOGE_FOR(function, fmt, ...)                                                     \
+// Every line: "file: function(line) > " then the coloured message.
+#define MVSVC_LOGE(fmt, ...) MVSVC_LOGE_AT(MVSVC_HERE, fmt, ##__VA_ARGS__)
+#define MVSVC_LOGI(fmt, ...) MVSVC_LOGI_AT(MVSVC_HERE, fmt, ##__VA_ARGS__)
+
+#define MVSVC_LOGE_AT(where, fmt, ...)                                                         \
   dlog_print(DLOG_ERROR, MVSVC_LOG_TAG, "%s: %s(%d) > \033[0;31m* Critical * " fmt "\033[0;m", \
-             MVSVC_FILE_NAME, function, __LINE__, ##__VA_ARGS__)
-#define MVSVC_LOGI_FOR(function, fmt, ...)                                                        \
-  dlog_print(DLOG_INFO, MVSVC_LOG_TAG, "%s: %s(%d) > \033[0;32m" fmt "\033[0;m", MVSVC_FILE_NAME, \
-             function, __LINE__, ##__VA_ARGS__)
+             (where).file, (where).function, (where).line, ##__VA_ARGS__)
+#define MVSVC_LOGI_AT(where, fmt, ...)                                                         \
+  dlog_print(DLOG_INFO, MVSVC_LOG_TAG, "%s: %s(%d) > \033[0;32m" fmt "\033[0;m", (where).file, \
+             (where).function, (where).line, ##__VA_ARGS__)
 
 // A broken precondition: logged, then asserted.
 #define WASSERT(expr)                   \

@@ -4,21 +4,23 @@
 
 #include "MvSvcLog.h"
 
-void mvsvcForeachWatchApp(pkgmgrinfo_app_list_cb callback, void* userData, const char* caller) {
+void mvsvcForeachWatchApp(pkgmgrinfo_app_list_cb callback,
+                          void* userData,
+                          const MvSvcSourceLocation& caller) {
   pkgmgrinfo_appinfo_filter_h filter = nullptr;
   if (pkgmgrinfo_appinfo_filter_create(&filter) != PMINFO_R_OK) {
-    MVSVC_LOGE_FOR(caller, "pkgmgrinfo_appinfo_filter_create error");
+    MVSVC_LOGE_AT(caller, "pkgmgrinfo_appinfo_filter_create error");
     return;
   }
   if (pkgmgrinfo_appinfo_filter_add_string(filter, PMINFO_APPINFO_PROP_APP_COMPONENT, "watchapp") !=
       PMINFO_R_OK) {
-    MVSVC_LOGE_FOR(caller, "pkgmgrinfo_appinfo_filter_add_string[watchapp] error");
+    MVSVC_LOGE_AT(caller, "pkgmgrinfo_appinfo_filter_add_string[watchapp] error");
   } else {
     const int result = pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(
         filter, callback, userData, tzplatform_getuid(TZ_SYS_GLOBALAPP_USER));
     if (result != PMINFO_R_OK)
-      MVSVC_LOGE_FOR(caller, "pkgmgrinfo_appinfo_filter_foreach_appinfo error[err code = %d]",
-                     result);
+      MVSVC_LOGE_AT(caller, "pkgmgrinfo_appinfo_filter_foreach_appinfo error[err code = %d]",
+                    result);
   }
   pkgmgrinfo_appinfo_filter_destroy(filter);
 }
@@ -27,19 +29,19 @@ bool mvsvcReadWatchApp(const pkgmgrinfo_appinfo_h handle,
                        void* userData,
                        char** pkgId,
                        bool* preload,
-                       const char* caller) {
+                       const MvSvcSourceLocation& caller) {
   if (!userData) {
-    MVSVC_LOGE_FOR(caller, "data is nullptr");
+    MVSVC_LOGE_AT(caller, "data is nullptr");
     return false;
   }
   *pkgId = nullptr;
   if (pkgmgrinfo_appinfo_get_pkgid(handle, pkgId) != PMINFO_R_OK || !*pkgId) {
-    MVSVC_LOGE_FOR(caller, "pkgmgrinfo_appinfo_get_pkgid error");
+    MVSVC_LOGE_AT(caller, "pkgmgrinfo_appinfo_get_pkgid error");
     return false;
   }
   *preload = false;
   if (pkgmgrinfo_appinfo_is_preload(handle, preload) != PMINFO_R_OK) {
-    MVSVC_LOGE_FOR(caller, "pkgmgrinfo_appinfo_is_preload error");
+    MVSVC_LOGE_AT(caller, "pkgmgrinfo_appinfo_is_preload error");
     return false;
   }
   return true;

@@ -162,14 +162,14 @@ void MvSvcWatchDataCollector::_sendBackupRequestAppCtrl(const char* pkgId, const
 }
 
 void MvSvcWatchDataCollector::_get3rdWatchAppPackageInfo() {
-  mvsvcForeachWatchApp(_foreach_pkginfo_app_list_cb, this, __func__);
+  mvsvcForeachWatchApp(_foreach_pkginfo_app_list_cb, this, MVSVC_HERE);
 }
 
 int MvSvcWatchDataCollector::_foreach_pkginfo_app_list_cb(const pkgmgrinfo_appinfo_h handle,
                                                           void* userData) {
   char* pkgId = nullptr;
   bool preload = false;
-  if (!mvsvcReadWatchApp(handle, userData, &pkgId, &preload, __func__))
+  if (!mvsvcReadWatchApp(handle, userData, &pkgId, &preload, MVSVC_HERE))
     return -1;
   if (preload) {
     MVSVC_LOGI("%s is preload. Skip backup", pkgId);

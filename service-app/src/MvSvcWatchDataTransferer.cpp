@@ -11,86 +11,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 
 #include "MvHandles.h"
+#include "MvSvcBase64Decoder.h"
 #include "MvSvcLog.h"
+#include "MvSvcTrustedPath.h"
 #include "MvSvcWatchAppList.h"
 
 namespace {
-
-// A photo's text is checked and decoded this many characters at a time, so that the decoder
-// reads what the check has just brought into the cache.
-const size_t kDecodeStepBytes = 64 * 1024;
-
-// Checks text, a part at a time, for padded base64: standard alphabet, whole groups of four, '='
-// only as the last one or two characters. Line breaks and spaces may stand anywhere (base64 is
-// often wrapped at 76 columns); g_base64_decode_step skips them.
-class PaddedBase64Check {
- public:
-  bool take(const unsigned char* bytes, size_t length) {
-    // A table, not per-character tests: a photo is hundreds of kilobytes of these.
-    enum : unsigned char { kOther, kAlphabet, kPadding, kSpace };
-    static const std::array<unsigned char, 256> kinds = [] {
-      std::array<unsigned char, 256> table{};
-      for (int c = 0; c < 256; ++c)
-        table[c] = g_ascii_isalnum(c) || c == '+' || c == '/'        ? kAlphabet
-                   : c == '='                                        ? kPadding
-                   : c == ' ' || c == '\t' || c == '\n' || c == '\r' ? kSpace
-                                                                     : kOther;
-      return table;
-    }();
-    size_t at = 0;
-    while (at < length) {
-      // Runs of the alphabet are nearly the whole text: each byte costs one look-up.
-      const size_t run = at;
-      while (at < length && kinds[bytes[at]] == kAlphabet)
-        ++at;
-      if (at > run) {
-        if (padding_ > 0)
-          return false;
-        characters_ += at - run;
-        continue;
-      }
-      switch (kinds[bytes[at++]]) {
-        case kPadding:
-          ++padding_;
-          ++characters_;
-          break;
-        case kSpace:
-          break;
-        default:
-          return false;
-      }
-    }
-    return true;
-  }
-  bool complete() const {
-    return characters_ % 4 == 0 && padding_ <= 2 && (padding_ == 0 || characters_ > padding_);
-  }
-
- private:
-  size_t characters_ = 0;
-  size_t padding_ = 0;
-};
-
-// The bytes `text` encodes if it is padded base64, else null: g_base64_decode skips what it
-// cannot read, and a damaged photo must not be written as garbage.
-MvGBytesPtr decodePaddedBase64(const std::string& text, gsize& length) {
-  const unsigned char* const bytes = reinterpret_cast<const unsigned char*>(text.data());
-  MvGBytesPtr decoded(static_cast<guchar*>(g_malloc(text.size() / 4 * 3 + 3)));
-  PaddedBase64Check check;
-  gint state = 0;
-  guint save = 0;
-  length = 0;
-  for (size_t at = 0; at < text.size(); at += kDecodeStepBytes) {
-    const size_t step = std::min(kDecodeStepBytes, text.size() - at);
-    if (!check.take(bytes + at, step))
-      return nullptr;
-    length += g_base64_decode_step(text.data() + at, step, decoded.get() + length, &state, &save);
-  }
-  return check.complete() ? std::move(decoded) : nullptr;
-}
 
 const char* const kLocalPort = "morvik-service::localport";
 const char* const kRemotePort = "watchface-service::localport";
@@ -173,9 +101,8 @@ void MvSvcWatchDataTransferer::run() {
 }
 
 void MvSvcWatchDataTransferer::sendWatchIdleChangeMessage(const char* pkgId) {
-  _sendMessage(
-      __func__,
-      {{"operation", kOperationRestore}, {"type", "watch-idle-changed"}, {"pkgid", pkgId}});
+  _sendMessage({{"operation", kOperationRestore}, {"type", "watch-idle-changed"}, {"pkgid", pkgId}},
+               MVSVC_HERE);
 }
 
 int MvSvcWatchDataTransferer::_registerMessagePort() {
@@ -209,14 +136,14 @@ void MvSvcWatchDataTransferer::_watchDataMessageCb(int,
 }
 
 void MvSvcWatchDataTransferer::_getInstalledWatchList() {
-  mvsvcForeachWatchApp(_foreach_pkginfo_app_list_cb, this, __func__);
+  mvsvcForeachWatchApp(_foreach_pkginfo_app_list_cb, this, MVSVC_HERE);
 }
 
 int MvSvcWatchDataTransferer::_foreach_pkginfo_app_list_cb(const pkgmgrinfo_appinfo_h handle,
                                                            void* userData) {
   char* pkgId = nullptr;
   bool preload = false;
-  if (!mvsvcReadWatchApp(handle, userData, &pkgId, &preload, __func__))
+  if (!mvsvcReadWatchApp(handle, userData, &pkgId, &preload, MVSVC_HERE))
     return -1;
   if (preload) {
     MVSVC_LOGI("%s is preload. Skip push into list", pkgId);
@@ -265,15 +192,14 @@ bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::
     MVSVC_LOGE("app_manager_get_shared_trusted_path() failed!");
     return false;
   }
-  const std::string directory = trusted.get();
   if (!isPlainFileName(image.fileName)) {
     MVSVC_LOGE("Image file name is not a plain name");
     return false;
   }
-  filePath = directory + image.fileName;
+  filePath = mvsvcInTrustedDirectory(trusted.get(), image.fileName);
 
   gsize length = 0;
-  MvGBytesPtr decoded = decodePaddedBase64(image.data, length);
+  MvGBytesPtr decoded = MvSvcBase64Decoder::decode(image.data, length);
   if (!decoded) {
     MVSVC_LOGE("Failed to decode base64 string");
     return false;
@@ -317,38 +243,40 @@ int MvSvcWatchDataTransferer::_openImageFile(const std::string& filePath) {
 }
 
 void MvSvcWatchDataTransferer::_sendMessagePortMessage(const char* key, const char* value) {
-  _sendMessage(__func__, {{key, value}});
+  _sendMessage({{key, value}}, MVSVC_HERE);
 }
 
 void MvSvcWatchDataTransferer::_sendRestoreRequestMessagePort(WatchResultData& entry) {
-  _sendMessage(__func__, {{"operation", kOperationRestore},
-                          {"type", "watch"},
-                          {"pkgid", entry.pkgId.c_str()},
-                          {"result_xml", entry.result.c_str()}});
+  _sendMessage({{"operation", kOperationRestore},
+                {"type", "watch"},
+                {"pkgid", entry.pkgId.c_str()},
+                {"result_xml", entry.result.c_str()}},
+               MVSVC_HERE);
 }
 
 void MvSvcWatchDataTransferer::_sendRestoreRequestMessagePort(WatchImageData& image,
                                                               std::string& filePath) {
-  _sendMessage(__func__, {{"operation", kOperationRestore},
-                          {"type", "image"},
-                          {"bg_type", image.bgType.c_str()},
-                          {"file_path", filePath.c_str()},
-                          {"file_name", image.fileName.c_str()}});
+  _sendMessage({{"operation", kOperationRestore},
+                {"type", "image"},
+                {"bg_type", image.bgType.c_str()},
+                {"file_path", filePath.c_str()},
+                {"file_name", image.fileName.c_str()}},
+               MVSVC_HERE);
 }
 
 void MvSvcWatchDataTransferer::_sendMessage(
-    const char* caller,
-    std::initializer_list<std::pair<const char*, const char*>> entries) {
+    std::initializer_list<std::pair<const char*, const char*>> entries,
+    const MvSvcSourceLocation& caller) {
   MvBundlePtr message(bundle_create());
   if (!message) {
-    MVSVC_LOGE_FOR(caller, "Failed to create bundle");
+    MVSVC_LOGE_AT(caller, "Failed to create bundle");
     return;
   }
   for (const auto& entry : entries)
     bundle_add_str(message.get(), entry.first, entry.second);
   if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort,
                                         message.get()) != MESSAGE_PORT_ERROR_NONE)
-    MVSVC_LOGE_FOR(caller, "Failed to send message port message");
+    MVSVC_LOGE_AT(caller, "Failed to send message port message");
 }
 
 void MvSvcWatchDataTransferer::_complete() {

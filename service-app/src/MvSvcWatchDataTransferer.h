@@ -12,6 +12,7 @@
 
 #include "MvSvcAppCtrlModel.h"
 #include "MvSvcAppCtrlRequests.h"
+#include "MvSvcLog.h"
 #include "MvSvcTypes.h"
 
 // Puts the watch data of a restored backup back onto the watch in one call of run(): store
@@ -53,9 +54,9 @@ class MvSvcWatchDataTransferer {
   void _sendRestoreRequestMessagePort(WatchImageData& image, std::string& filePath);
 
   // Sends one message to the watch face service, its keys in the given order; failures are
-  // logged as the calling member's.
-  void _sendMessage(const char* caller,
-                    std::initializer_list<std::pair<const char*, const char*>> entries);
+  // logged as `caller`'s, the sending member's.
+  void _sendMessage(std::initializer_list<std::pair<const char*, const char*>> entries,
+                    const MvSvcSourceLocation& caller);
   void _complete();
 
   MvSvcCompletionCb _onTransferCompleted;

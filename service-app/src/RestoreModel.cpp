@@ -27,7 +27,7 @@ RestoreModel::RestoreModel(app_control_h request)
       _liveness(this) {
   _init();
   _filePath =
-      mvsvcRecordFilePath(kRecordFileName, kRecordPathBufferSize, "get path failed", __func__);
+      mvsvcRecordFilePath(kRecordFileName, kRecordPathBufferSize, "get path failed", MVSVC_HERE);
 }
 
 RestoreModel::~RestoreModel() {
@@ -75,16 +75,16 @@ void RestoreModel::setOnRestoreCompleted(const MvSvcCompletionCb& callback) {
 }
 
 void RestoreModel::_init() {
-  _isInitialized = mvsvcCloudInitialize(__func__);
+  _isInitialized = mvsvcCloudInitialize(MVSVC_HERE);
 }
 
 void RestoreModel::_fini() {
-  mvsvcCloudDeinitialize(__func__);
+  mvsvcCloudDeinitialize(MVSVC_HERE);
   _isInitialized = false;
 }
 
 void RestoreModel::_removeFile() {
-  mvsvcRemoveRecordFile(_filePath, __func__);
+  mvsvcRemoveRecordFile(_filePath, MVSVC_HERE);
 }
 
 void RestoreModel::_restorePreparedCb(void* userData) {

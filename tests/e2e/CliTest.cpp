@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "MvJsonNesting.h"
 #include "ProcessRun.h"
 #include "host/LogFormat.h"
 
@@ -167,6 +168,7 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing
   file("deep/device.json", std::string(200000, '[') + std::string(200000, ']'));
   g_mkdir((root_ + "/fifo").c_str(), 0755);
   mkfifo((root_ + "/fifo/device.json").c_str(), 0644);
+  const std::string kTooDeep = "nests deeper than " + std::to_string(kMvJsonMaxNesting) + " levels";
   auto run = [&](const std::string& device, const std::string& cloud, const char* operation) {
     return std::vector<std::string>{MORVIK_SERVICE_BIN, "--device", device, "--cloud", cloud,
                                     "--operation",      operation};
@@ -184,9 +186,9 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing
       {run(root_ + "/absent", cloud_, "none"), "is not a readable, writable directory"},
       {run(device_, root_ + "/plain-file", "none"), "cloud directory"},
       {run(root_ + "/empty", cloud_, "none"), "device.json"},
-      {run(root_ + "/deep", cloud_, "backup"), "nests deeper than 512 levels"},
+      {run(root_ + "/deep", cloud_, "backup"), kTooDeep},
       {run(root_ + "/fifo", cloud_, "backup"), "device.json: not a regular file"},
-      {{MORVIK_EMU_BIN, "show", root_ + "/deep"}, "nests deeper than 512 levels"},
+      {{MORVIK_EMU_BIN, "show", root_ + "/deep"}, kTooDeep},
       // A cloud that is missing, a watch, or neither; a watch that is a cloud.
       {run(device_, root_ + "/typo", "restore"), "cloud directory '" + root_ + "/typo' does not"},
       {run(device_, root_ + "/typo", "info"), "does not exist"},

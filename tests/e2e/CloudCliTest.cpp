@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "MvJsonNesting.h"
 #include "ProcessRun.h"
 
 namespace {
@@ -63,7 +64,7 @@ TEST_F(CloudCliTest, BadInputGetsOneLineAndANonZeroStatusAndStoresNothing) {
   expectRefused(emu({"import", cloud_, root_ + "/absent.json"}), "not a readable file");
   const struct {
     std::string document;
-    const char* reason;
+    std::string reason;
   } cases[] = {
       {"hello", "not a backup document"},
       {std::string("{\0}", 3), "UTF-8"},
@@ -76,7 +77,8 @@ TEST_F(CloudCliTest, BadInputGetsOneLineAndANonZeroStatusAndStoresNothing) {
       {"{} // x", "line 1, column 4: '/' is not JSON"},
       {"{\"a\":12345678901234567890}", "the number 12345678901234567890 is out"},
       {"{\"a\":1e400}", "the number 1e400 is out of range"},
-      {std::string(100000, '['), "line 1, column 513: nests deeper than 512"},
+      {std::string(100000, '['), "line 1, column " + std::to_string(kMvJsonMaxNesting + 1) +
+                                     ": nests deeper than " + std::to_string(kMvJsonMaxNesting)},
       {"[1]", "not a JSON object"},
       {"{\"a\":1}{\"b\":2}", "line 1, column 8: a second JSON text begins here"},
       {"{\"a\":1}\n\n\"b\"", "line 3, column 1: a second JSON text"},

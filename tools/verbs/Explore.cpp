@@ -15,8 +15,8 @@
 
 #include "EmuVerbs.h"
 #include "explore/Explorer.h"
-#include "host/DeviceAdmission.h"
 #include "explore/Invariants.h"
+#include "host/DeviceAdmission.h"
 
 namespace emucli {
 

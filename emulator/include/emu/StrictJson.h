@@ -7,13 +7,11 @@
 
 namespace emu {
 
-// json-glib recurses per level of nesting; deeper texts are refused before it sees them.
-constexpr int kMaxJsonNesting = 512;
-
 // Parses `text` as strict JSON that survives a round trip: generated again by json-glib and
-// parsed back, it is the same tree. json-glib alone takes more than JSON (octal escapes, raw
-// control characters, single quotes, comments) and wraps integers beyond 64 bits, so what it
-// takes could come back different or not come back at all. Returns the root, owned by the
+// parsed back, it is the same tree. A text nested deeper than kMvJsonMaxNesting is refused
+// before json-glib, which recurses per level, sees it. json-glib alone takes more than JSON (octal
+// escapes, raw control characters, single quotes, comments) and wraps integers beyond 64 bits, so
+// what it takes could come back different or not come back at all. Returns the root, owned by the
 // caller, or null with a one-line reason that names the line and column.
 JsonNode* parseStrictJson(const std::string& text, std::string& error);
 

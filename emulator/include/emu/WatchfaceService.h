@@ -67,7 +67,8 @@ class WatchfaceService : public host::EmulatedApp {
                         size_t& length,
                         std::string& failure);
   void changeIdleClock(bundle* message);
-  void sendToService(const host::KeyValues& message);
+  // Sends `message`, named `what` in the error line when the platform refuses it; false then.
+  bool sendToService(const host::KeyValues& message, const std::string& what);
   std::string unreadablePath(const BackgroundImage& image);
   // The photo's file as announced for a backup; empty when it is not one to hand out.
   std::string photoPath(const BackgroundImage& image);

@@ -36,4 +36,16 @@ bool PackageDatabase::hasPackage(const std::string& pkgId) const {
                      [&](const PackageInfo& app) { return app.pkgId == pkgId; });
 }
 
+void PackageDatabase::failCall(const std::string& function, int code) {
+  if (code == 0)
+    failures_.erase(function);
+  else
+    failures_[function] = code;
+}
+
+int PackageDatabase::failure(const std::string& function) const {
+  auto found = failures_.find(function);
+  return found == failures_.end() ? 0 : found->second;
+}
+
 }  // namespace host

@@ -1,6 +1,7 @@
 #include "host/Platform.h"
 
 #include <glib/gstdio.h>
+#include <message_port.h>
 
 #include <algorithm>
 
@@ -176,10 +177,53 @@ std::string Platform::sharedTrustedPath(const std::string& appId) const {
   return std::string(dir) + "/";
 }
 
-void Platform::sendToApp(const std::string& fromAppId,
-                         const std::string& fromPort,
-                         const std::string& port,
-                         const KeyValues& message) {
+std::string Platform::trustedPathAsGiven(const std::string& appId) const {
+  std::string path = sharedTrustedPath(appId);
+  if (!personality_.trustedPathSlash && !path.empty())
+    path.pop_back();
+  return path;
+}
+
+bool Platform::writeConfig(const std::string& key, const std::string& value) {
+  if (config_.isReadOnly(key)) {
+    logWarn(kHostLogTag, "configuration key '%s' refused a write: it is read-only", key.c_str());
+    return false;
+  }
+  const size_t limit = personality_.vconfValueLimit;
+  if (limit != 0 && value.size() > limit) {
+    logWarn(kHostLogTag,
+            "configuration key '%s' refused a value of %zu bytes: over the vconf value limit of "
+            "%zu",
+            key.c_str(), value.size(), limit);
+    return false;
+  }
+  config_.set(key, value);
+  return true;
+}
+
+int Platform::checkMessageSize(const std::string& fromAppId,
+                               const std::string& port,
+                               const KeyValues& message) {
+  const size_t limit = personality_.messageSizeLimit;
+  size_t bytes = 0;
+  for (const auto& entry : message)
+    bytes += entry.first.size() + 1 + entry.second.size() + 1;
+  if (limit == 0 || bytes <= limit)
+    return MESSAGE_PORT_ERROR_NONE;
+  logWarn(kHostLogTag,
+          "message from '%s' to port '%s' refused: %zu bytes, over the message size limit of %zu",
+          fromAppId.c_str(), port.c_str(), bytes, limit);
+  return MESSAGE_PORT_ERROR_MAX_EXCEEDED;
+}
+
+int Platform::sendToApp(const std::string& fromAppId,
+                        const std::string& fromPort,
+                        const std::string& port,
+                        const KeyValues& message) {
+  if (const int refused = checkMessageSize(fromAppId, port, message)) {
+    addEvent(BoundaryEvent::Kind::kMessageDropped, fromAppId, port, message, refused);
+    return refused;
+  }
   post(
       [this, fromAppId, fromPort, port, message] {
         const MessagePortTable::Port* found = ports_.findByName(port);
@@ -198,6 +242,7 @@ void Platform::sendToApp(const std::string& fromAppId,
                         target.userData);
       },
       0, "message:" + fromAppId + "->" + port);
+  return MESSAGE_PORT_ERROR_NONE;
 }
 
 void Platform::trackLaunchRequest(const std::shared_ptr<PendingReply>& reply) {

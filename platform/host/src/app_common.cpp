@@ -12,7 +12,7 @@ char* app_get_shared_trusted_path(void) {
   host::Platform* platform = host::Platform::current();
   if (!platform)
     return nullptr;
-  std::string path = platform->sharedTrustedPath(platform->selfAppId());
+  std::string path = platform->trustedPathAsGiven(platform->selfAppId());
   return path.empty() ? nullptr : strdup(path.c_str());
 }
 

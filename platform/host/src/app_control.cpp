@@ -18,6 +18,15 @@ namespace {
 
 int g_liveAppControls = 0;
 
+// Whether the platform's personality keeps the running app from launching `target`: a service
+// app of another package.
+bool isOtherPackagesService(Platform& platform, const PackageInfo& target) {
+  if (platform.personality().otherPackageServiceLaunch || target.component != "svcapp")
+    return false;
+  const PackageInfo* self = platform.packages().findApp(platform.selfAppId());
+  return target.pkgId != (self ? self->pkgId : platform.selfAppId());
+}
+
 }  // namespace
 
 int liveAppControlCount() {
@@ -143,24 +152,26 @@ int app_control_send_launch_request(app_control_h app_control,
 
   const std::string target = app_control->appId;
   int result = APP_CONTROL_ERROR_NONE;
+  const char* refusal = nullptr;
   std::shared_ptr<host::EmulatedApp> app;
+  const host::PackageInfo* installed = platform->packages().findApp(target);
   if (target.empty()) {
     result = APP_CONTROL_ERROR_INVALID_PARAMETER;
-  } else if (!platform->packages().findApp(target)) {
+    refusal = "no app ID";
+  } else if (!installed) {
     result = APP_CONTROL_ERROR_APP_NOT_FOUND;
-  } else {
-    app = platform->findApp(target);
-    // Installed, but nothing on this watch runs it.
-    if (!app)
-      result = APP_CONTROL_ERROR_LAUNCH_REJECTED;
+    refusal = "no such app is installed";
+  } else if (host::isOtherPackagesService(*platform, *installed)) {
+    result = APP_CONTROL_ERROR_LAUNCH_REJECTED;
+    refusal = "the platform launches no service app of another package";
+  } else if (!(app = platform->findApp(target))) {
+    result = APP_CONTROL_ERROR_LAUNCH_REJECTED;
+    refusal = "nothing on this watch runs it";
   }
   platform->addEvent(BoundaryEvent::Kind::kAppControlSent, target, app_control->operation,
                      app_control->extras, result);
   if (result != APP_CONTROL_ERROR_NONE) {
-    host::logWarn(host::kHostLogTag, "launch request to '%s' refused: %s", target.c_str(),
-                  result == APP_CONTROL_ERROR_APP_NOT_FOUND     ? "no such app is installed"
-                  : result == APP_CONTROL_ERROR_LAUNCH_REJECTED ? "nothing on this watch runs it"
-                                                                : "no app ID");
+    host::logWarn(host::kHostLogTag, "launch request to '%s' refused: %s", target.c_str(), refusal);
     return result;
   }
 

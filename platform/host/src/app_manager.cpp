@@ -15,7 +15,7 @@ int app_manager_get_shared_trusted_path(const char* app_id, char** path) {
     return APP_MANAGER_ERROR_IO_ERROR;
   if (platform->selfAppId() != app_id && !platform->packages().findApp(app_id))
     return APP_MANAGER_ERROR_NO_SUCH_APP;
-  std::string trusted = platform->sharedTrustedPath(app_id);
+  std::string trusted = platform->trustedPathAsGiven(app_id);
   if (trusted.empty())
     return APP_MANAGER_ERROR_IO_ERROR;
   *path = strdup(trusted.c_str());

@@ -58,13 +58,16 @@ int message_port_send_trusted_message(const char* remote_app_id,
     if (std::find(ports.begin(), ports.end(), remote_port) == ports.end())
       result = MESSAGE_PORT_ERROR_PORT_NOT_FOUND;
   }
-  platform->addEvent(BoundaryEvent::Kind::kMessageSent, remote_app_id, remote_port,
-                     message->keyValues(), result);
   if (result != MESSAGE_PORT_ERROR_NONE) {
     host::logWarn(host::kHostLogTag, "message to '%s' on port '%s' refused: nobody listens there",
                   remote_app_id, remote_port);
-    return result;
+  } else {
+    result = platform->checkMessageSize(platform->selfAppId(), remote_port, message->keyValues());
   }
+  platform->addEvent(BoundaryEvent::Kind::kMessageSent, remote_app_id, remote_port,
+                     message->keyValues(), result);
+  if (result != MESSAGE_PORT_ERROR_NONE)
+    return result;
 
   std::string port = remote_port;
   std::string from = platform->selfAppId();

@@ -26,6 +26,12 @@ bool matches(const AppInfoFilter& filter, const host::PackageInfo& app) {
   return true;
 }
 
+// What a test made the call `function` fail with, or PMINFO_R_OK.
+int seamFailure(const char* function) {
+  host::Platform* platform = host::Platform::current();
+  return platform ? platform->packages().failure(function) : PMINFO_R_OK;
+}
+
 }  // namespace
 
 extern "C" {
@@ -33,6 +39,8 @@ extern "C" {
 int pkgmgrinfo_appinfo_filter_create(pkgmgrinfo_appinfo_filter_h* handle) {
   if (!handle)
     return PMINFO_R_EINVAL;
+  if (const int failed = seamFailure(__func__))
+    return failed;
   *handle = new AppInfoFilter();
   return PMINFO_R_OK;
 }
@@ -49,6 +57,8 @@ int pkgmgrinfo_appinfo_filter_add_string(pkgmgrinfo_appinfo_filter_h handle,
                                          const char* value) {
   if (!handle || !property || !value)
     return PMINFO_R_EINVAL;
+  if (const int failed = seamFailure(__func__))
+    return failed;
   if (strcmp(property, PMINFO_APPINFO_PROP_APP_COMPONENT) != 0 &&
       strcmp(property, PMINFO_APPINFO_PROP_APP_ID) != 0)
     return PMINFO_R_EINVAL;
@@ -62,6 +72,8 @@ int pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(pkgmgrinfo_appinfo_filter_h ha
                                                   uid_t uid) {
   if (!handle || !app_cb)
     return PMINFO_R_EINVAL;
+  if (const int failed = seamFailure(__func__))
+    return failed;
   host::Platform* platform = host::Platform::current();
   if (!platform)
     return PMINFO_R_ERROR;
@@ -83,6 +95,8 @@ int pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(pkgmgrinfo_appinfo_filter_h ha
 int pkgmgrinfo_appinfo_get_pkgid(pkgmgrinfo_appinfo_h handle, char** pkgid) {
   if (!handle || !pkgid)
     return PMINFO_R_EINVAL;
+  if (const int failed = seamFailure(__func__))
+    return failed;
   *pkgid = &static_cast<host::PackageInfo*>(handle)->pkgId[0];
   return PMINFO_R_OK;
 }
@@ -97,6 +111,8 @@ int pkgmgrinfo_appinfo_get_appid(pkgmgrinfo_appinfo_h handle, char** appid) {
 int pkgmgrinfo_appinfo_is_preload(pkgmgrinfo_appinfo_h handle, bool* preload) {
   if (!handle || !preload)
     return PMINFO_R_EINVAL;
+  if (const int failed = seamFailure(__func__))
+    return failed;
   *preload = static_cast<host::PackageInfo*>(handle)->preload;
   return PMINFO_R_OK;
 }

@@ -19,9 +19,8 @@ char* vconf_get_str(const char* in_key) {
 
 int vconf_set_str(const char* in_key, const char* strval) {
   host::Platform* platform = host::Platform::current();
-  if (!in_key || !strval || !platform || platform->config().isReadOnly(in_key))
+  if (!in_key || !strval || !platform || !platform->writeConfig(in_key, strval))
     return VCONF_ERROR;
-  platform->config().set(in_key, strval);
   return VCONF_OK;
 }
 

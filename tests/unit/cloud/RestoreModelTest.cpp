@@ -81,7 +81,10 @@ TEST_F(RestoreModelTest, RecordsAreRestoredInOrderAndSentBackStampedInSeconds) {
 TEST_F(RestoreModelTest, RunFailsWithoutTheLibrary) {
   host::cloud::setInitializeFailure(-4);
   EXPECT_FALSE(TestRestoreModel(request_.get()).run());
-  EXPECT_EQ(log().at(1), "E talvoro_cloud is not initialized.");
+  EXPECT_EQ(log(),
+            (Lines{"E talvoro_cloud_initialize failed.(-4)", "E talvoro_cloud is not initialized.",
+                   "E talvoro_cloud_deinitialize failed.(" +
+                       std::to_string(TALVORO_CLOUD_ERROR_NOT_INITIALIZED) + ")"}));
   EXPECT_TRUE(launcherReplies().empty());
   EXPECT_FALSE(host::cloud::callRestorePreparation());
 }
@@ -204,6 +207,14 @@ TEST_F(RestoreModelTest, ACompletionDuringTheRestorationIsHeldUntilItsEnd) {
   ASSERT_TRUE(host::cloud::callRestoration(downloaded_));
   EXPECT_EQ(completions, 1);
   EXPECT_FALSE(host::cloud::callRestoration(downloaded_));
+}
+
+// Without its trusted directory the model says so as it is made.
+TEST_F(RestoreModelTest, WithoutItsTrustedDirectoryTheModelSaysSo) {
+  ASSERT_EQ(g_mkdir_with_parents((deviceDir() + "/apps").c_str(), 0755), 0);
+  ASSERT_TRUE(g_file_set_contents((deviceDir() + "/apps/" + kSelfAppId).c_str(), "", 0, nullptr));
+  TestRestoreModel model(request_.get());
+  EXPECT_EQ(log(), Lines{"E get path failed"});
 }
 
 }  // namespace

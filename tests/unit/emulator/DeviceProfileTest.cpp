@@ -61,6 +61,10 @@ TEST_F(DeviceProfileTest, BrokenProfilesAreRefusedWithAOneLineReason) {
        "device.json: platform: vconf-value-limit needs a byte count from 1 to 1073741824, or off"},
       {"{\"format\":1,\"name\":\"x\",\"platform\":{\"bogus\":\"on\"}}",
        "device.json: platform: unknown platform switch 'bogus'"},
+      // No watch holds a configuration value longer than its platform stores.
+      {"{\"format\":1,\"name\":\"x\",\"config\":{\"k\":\"" + std::string(4097, 'v') + "\"}}",
+       "device.json: config: the value of 'k' is 4097 bytes, more than the platform's "
+       "vconf-value-limit of 4096"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <pkgmgr-info.h>
 #include "ExchangeSupport.h"
 #include "MvSvcWatchDataCollector.h"
 
@@ -159,6 +160,15 @@ TEST_F(WatchDataCollectorTest, MissingPeersAndASilentWatchfaceEndInFailureAfterT
                   "E No backup_finished from watchface in 50 ms", "I Unregister message port"));
   EXPECT_THAT(completions_, ElementsAre(false));
   EXPECT_EQ(results_.size(), 2u);
+}
+
+// A package list that fails is logged in the name of the member that lists.
+TEST_F(WatchDataCollectorTest, AFailedPackageListIsLoggedByTheListingMember) {
+  platform().packages().failCall("pkgmgrinfo_appinfo_usr_filter_foreach_appinfo", PMINFO_R_ERROR);
+  start();
+  EXPECT_THAT(logs(), ::testing::Contains("E pkgmgrinfo_appinfo_filter_foreach_appinfo error[err "
+                                          "code = " +
+                                          std::to_string(PMINFO_R_ERROR) + "]"));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <pkgmgr-info.h>
 #include "ExchangeSupport.h"
 #include "MvSvcWatchDataTransferer.h"
 
@@ -121,6 +122,15 @@ TEST_F(WatchDataTransfererTest, RestoreFinishedFromTheWatchfaceNeverEndsTheRun) 
   fromWatchface({{"message", "restore_finished"}});
   runLoopFor(0.05);
   EXPECT_THAT(completions_, ElementsAre(true));
+}
+
+// An app whose preload flag cannot be read is logged in the name of the per-app callback.
+TEST_F(WatchDataTransfererTest, AnUnreadablePreloadFlagIsLoggedByTheCallback) {
+  platform().packages().install({"com.indie.clock-tidal", "com.indie.clock-tidal", "watchapp"});
+  platform().packages().failCall("pkgmgrinfo_appinfo_is_preload", PMINFO_R_ERROR);
+  downloads_ = {{"com.indie.clock-tidal", "com.indie.clock-tidal", "downloaded"}};
+  run();
+  EXPECT_THAT(logs(), ::testing::Contains("E pkgmgrinfo_appinfo_is_preload error"));
 }
 
 }  // namespace

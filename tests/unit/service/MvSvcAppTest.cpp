@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "LogLineMatcher.h"
-#include "MvSvcLog.h"
 #include "MvSvcTypes.h"
 #include "TempDir.h"
 #include "emu/EmulatedWatch.h"
@@ -48,7 +47,7 @@ const Case kCases[] = {
      {{kBackup, {}, 0}},
      "exit never; replies; sets 0; collections 1; "
      "_backupFinishedTimeoutCb: No backup_finished from watchface in 30000 ms; "
-     "_onCollectCompleted: Failed to collect watch backup data",
+     "operator(): Failed to collect watch backup data",
      "watchface-silent"},
     {"BackupInformation",
      {{MVSVC_OPERATION_GET_BACKUP_INFO, {}, 0}},
@@ -222,19 +221,6 @@ TEST(MvSvcAppDeathTest, NullRequestBreaksThePrecondition) {
   EXPECT_DEATH(app.onAppControl(nullptr, true),
                "MvSvcApp\\.cpp: onAppControl\\([0-9]+\\) > .*WASSERT! request != nullptr");
 #endif
-}
-
-// The exact line, down to the line number that the other tests do not read.
-TEST(MvSvcLogTest, LinesNameFileFunctionAndLine) {
-  host::Platform platform("", MVSVC_SERVICE_APP_ID);
-  platform.log().setEchoToStderr(false);
-  const int line = __LINE__ + 1;
-  [] { MVSVC_LOGI("value : %s", "100% {\"a\"}"); }();
-  ASSERT_EQ(platform.log().lines().size(), 1u);
-  const host::LogLine& logged = platform.log().lines()[0];
-  EXPECT_EQ(std::string(1, logged.priority) + " " + logged.tag + " " + logged.text,
-            "I morvik-service MvSvcAppTest.cpp: operator()(" + std::to_string(line) +
-                ") > \x1b[0;32mvalue : 100% {\"a\"}\x1b[0;m");
 }
 
 }  // namespace

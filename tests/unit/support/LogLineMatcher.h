@@ -22,8 +22,18 @@ struct ServiceLogLine {
 bool parseServiceLogLine(const host::LogLine& line, ServiceLogLine& parsed);
 
 // "E message" / "I message" for every line of the service's tag, in order; a line that breaks
-// the format shows as "? <raw text>" so that a test comparing these fails on it.
+// the format, or that the source does not log where its prefix says (whereTheSourceDiffers),
+// shows as "? <raw text>: why" so that a test comparing these fails on it.
 std::vector<std::string> serviceMessages(const host::LogSink& sink);
+
+// The service's lines in `text`, as its log reader prints them (stderr, the log file), that do
+// not have its format or that the source does not log where their prefix says; each with why.
+std::vector<std::string> linesTheSourceDoesNotLog(const std::string& text);
+
+// Why the source does not log `line` where its prefix says, or "" when it does: in its file,
+// inside a definition of its function (a lambda inside one for "operator()"), on a line that
+// logs its message's format or hands a shared step its place (MVSVC_HERE).
+std::string whereTheSourceDiffers(const ServiceLogLine& line);
 
 }  // namespace morvik_test
 

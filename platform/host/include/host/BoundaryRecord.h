@@ -18,7 +18,7 @@ struct BoundaryEvent {
     kAppControlReply,   // peer app -> app: code = result, data = reply extras
     kMessageSent,       // app -> peer port: name = port, data = bundle, code = send result
     kMessageDelivered,  // peer -> app's local port `name`: data = bundle
-    kMessageDropped,    // peer -> app: no local port `name` registered
+    kMessageDropped,    // peer -> app: code 0, no local port `name`; else the send's refusal
     kExitRequested,     // service_app_exit()
     kCloudCallback,  // cloud library -> app's callback `name`: code = success when it carries one
     kCloudAnswer,    // app -> cloud library: name = the answer, code = its success

@@ -1,6 +1,7 @@
 #ifndef HOST_PACKAGE_DATABASE_H
 #define HOST_PACKAGE_DATABASE_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,13 @@ class PackageDatabase {
   bool hasPackage(const std::string& pkgId) const;
   const std::vector<PackageInfo>& apps() const { return apps_; }
 
+  // Test seam: the package-information call named `function` fails with `code` (0: it works).
+  void failCall(const std::string& function, int code);
+  int failure(const std::string& function) const;
+
  private:
   std::vector<PackageInfo> apps_;
+  std::map<std::string, int> failures_;
 };
 
 }  // namespace host

@@ -41,10 +41,12 @@ struct Personality {
   CloudRegistration cloudRegistration = CloudRegistration::kRefuse;
   CloudInitialization cloudInitialization = CloudInitialization::kNested;
   PortReRegistration portReRegistration = PortReRegistration::kSameId;
-  size_t vconfValueLimit = 0;             // bytes of a vconf string value; 0: none
-  size_t messageSizeLimit = 0;            // bytes of a message-port message; 0: none
-  bool otherPackageServiceLaunch = true;  // another package's service app may be launched
-  bool trustedPathSlash = true;           // shared trusted paths end with '/'
+  size_t vconfValueLimit = 4096;  // bytes of a vconf string value; 0: none
+  // Bytes of a message-port message, its keys and values with a NUL each; 0: none.
+  size_t messageSizeLimit = 0;
+  // The running app may launch a service app of another package.
+  bool otherPackageServiceLaunch = true;
+  bool trustedPathSlash = true;  // shared trusted paths end with '/'
 
   // Sets the switch `name` from its text `value`. False with a one-line reason.
   bool set(const std::string& name, const std::string& value, std::string& error);

@@ -92,12 +92,27 @@ class Platform {
 
   // `DEVICE/apps/<appId>/shared/trusted/`, created on demand; empty on failure.
   std::string sharedTrustedPath(const std::string& appId) const;
+  // The same as the platform's API gives it to an app: without its last '/' when the
+  // personality says so.
+  std::string trustedPathAsGiven(const std::string& appId) const;
+
+  // A vconf string write, as any app on the watch makes it: false, with a warning, for a
+  // read-only key or a value longer than the personality's vconf limit.
+  bool writeConfig(const std::string& key, const std::string& value);
+
+  // MESSAGE_PORT_ERROR_MAX_EXCEEDED, with a warning, when `message` from `fromAppId` to `port` is
+  // larger than the personality allows (its keys and values, a NUL each); else 0.
+  int checkMessageSize(const std::string& fromAppId,
+                       const std::string& port,
+                       const KeyValues& message);
 
   // A trusted message from a peer to the running app's local port `port`, delivered later.
-  void sendToApp(const std::string& fromAppId,
-                 const std::string& fromPort,
-                 const std::string& port,
-                 const KeyValues& message);
+  // Returns what the peer's send returns: 0, or the refusal of a message over the size limit
+  // (recorded as dropped, with that code).
+  int sendToApp(const std::string& fromAppId,
+                const std::string& fromPort,
+                const std::string& port,
+                const KeyValues& message);
 
   // Called when the app answers a launch request that the launcher sent.
   using LauncherReplyHandler =

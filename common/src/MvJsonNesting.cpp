@@ -1,4 +1,4 @@
-#include "MvSvcJsonNesting.h"
+#include "MvJsonNesting.h"
 
 #include <string.h>
 
@@ -112,7 +112,7 @@ void skipTo(Cursor& cursor, char closing) {
 
 }  // namespace
 
-bool mvsvcJsonNestsDeeperThan(const char* text, size_t length, int limit) {
+bool mvJsonNestsDeeperThan(const char* text, size_t length, int limit) {
   Cursor cursor = {text, length, 0, false, 0, 0};
   if (length >= 3 && memcmp(text, "\xEF\xBB\xBF", 3) == 0)
     cursor.at = 3;
