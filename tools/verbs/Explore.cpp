@@ -2,6 +2,7 @@
 // must hold.
 #include <glib.h>
 #include <glib/gstdio.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -187,11 +188,21 @@ int runExplore(const Verb& verb, int argc, char** argv) {
     return fail("no morvik-service to run (use --service PATH)");
   std::string workDir;
   if (work) {
-    workDir = *work;
-    if (!fitsEveryRun(workDir, runs, error))
+    // Absolute and without links: runs start in their own directories, and the audit of writes
+    // sees real paths.
+    g_autofree char* absolute = g_canonicalize_filename(work->c_str(), nullptr);
+    const bool existed = g_file_test(absolute, G_FILE_TEST_EXISTS);
+    if (!fitsEveryRun(absolute, runs, error))
       return fail(error);
-    if (g_mkdir_with_parents(workDir.c_str(), 0755) != 0)
-      return fail("cannot make the work directory '" + workDir + "'");
+    if (g_mkdir_with_parents(absolute, 0755) != 0)
+      return fail("cannot make the work directory '" + *work + "'");
+    g_autofree char* real = realpath(absolute, nullptr);
+    workDir = real ? real : absolute;
+    if (!fitsEveryRun(workDir, runs, error)) {
+      if (!existed)
+        g_rmdir(absolute);
+      return fail(error);
+    }
   } else {
     g_autofree char* made = g_dir_make_tmp("morvik-explore-XXXXXX", nullptr);
     if (!made)
