@@ -213,9 +213,9 @@ ItemLosses DeviceLimits::restoreLosses(const emu::BackupDocument& set,
   auto notSet = [&](const char* item, const std::string& value, const char* rule) {
     lost.push_back({item, "it was not set to \"" + value + "\"", rule});
   };
-  if (set.mainKey.empty()) {
+  if (set.mainKey.empty())
     return lost;
-  } else if (set.mainKey != emu::kWatchfaceAppId) {
+  if (set.mainKey != emu::kWatchfaceAppId) {
     if (idle != set.mainKey && overTheVconfLimit(vconfValueBytes_, set.mainKey))
       notSet("idle clock", set.mainKey, kVconfRule);
   } else if (!set.subKey.empty()) {
