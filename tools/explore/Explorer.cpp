@@ -5,6 +5,7 @@
 #include <glib/gstdio.h>
 #include <json-glib/json-glib.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 
 #include "Invariants.h"
 #include "ResultJson.h"
+#include "emu/CloudStore.h"
 #include "emu/DeviceProfile.h"
 #include "emu/SampleWatch.h"
 #include "emu/WatchDiff.h"
@@ -25,6 +27,8 @@ const char* const kServiceOut = "service.out";
 const char* const kServiceErr = "service.err";
 const char* const kResult = "result.json";
 const int kRunLimitSeconds = 60;
+// One byte over the documented vconf limit, so that a restore under it loses the idle clock.
+const std::string kLongIdleClock = "com.talvoro.clock." + std::string(4079, 'x');
 
 std::string path(const std::string& dir, const std::string& name) {
   g_autofree char* joined = g_build_filename(dir.c_str(), name.c_str(), nullptr);
@@ -94,6 +98,51 @@ bool makeWatch(const std::string& device,
   return profile.save(device, error);
 }
 
+// What a run begins with: its watch, and its photos' bytes in base64.
+bool itemsBefore(const std::string& device, RunItems& items, std::string& error) {
+  if (!items.watch.load(device, error))
+    return false;
+  items.deviceDir = device;
+  g_autofree char* resolved = realpath(device.c_str(), nullptr);
+  items.resolvedDeviceDir = resolved ? resolved : device;
+  for (const emu::BackgroundImage& image : items.watch.images) {
+    const std::optional<std::string> bytes = emu::readDeviceFile(device, image.path);
+    if (!bytes)
+      continue;
+    g_autofree char* data =
+        g_base64_encode(reinterpret_cast<const guchar*>(bytes->data()), bytes->size());
+    items.photos[image.fileName] = data;
+  }
+  return true;
+}
+
+// What a run leaves: each set of its cloud, its records merged as a restore applies them (a
+// set that cannot be read is left out: the run's own audit names it), and what the service's
+// shared directory holds.
+void itemsAfter(const std::string& cloudDir, RunItems& items) {
+  g_autofree char* shared =
+      g_build_filename(items.deviceDir.c_str(), "apps", emu::kServiceAppId, "shared", nullptr);
+  g_autoptr(GDir) listing = g_dir_open(shared, 0, nullptr);
+  while (const char* name = listing ? g_dir_read_name(listing) : nullptr)
+    items.serviceShared.push_back(name);
+  const emu::CloudStore cloud(cloudDir);
+  std::vector<unsigned long long> ids;
+  std::string error;
+  cloud.list(ids, error);
+  for (unsigned long long id : ids) {
+    std::vector<host::CloudRecord> records;
+    if (!cloud.read(id, records, error))
+      continue;
+    emu::BackupDocument merged;
+    for (const host::CloudRecord& record : records) {
+      emu::BackupDocument document;
+      if (document.read(record.value.value_or(""), error))
+        merged.merge(document);
+    }
+    items.sets[id] = merged;
+  }
+}
+
 }  // namespace
 
 // What one service process left: its exit, its output and its JSON result.
@@ -115,20 +164,40 @@ bool Explorer::prepare(std::string& error, std::string& note) {
            reason + "; root can watch every file system)";
   const std::string golden = path(workDir_, "golden");
   removeTree(golden);
-  const std::string watch = path(golden, "sample");
-  const std::string cloud = path(golden, "cloud");
-  const std::string scratch = path(golden, "scratch");
+  return cleanBackup(path(golden, "sample"), false, goldenSet_, error) &&
+         cleanBackup(path(golden, "long-idle-clock"), true, longIdleClockSet_, error);
+}
+
+bool Explorer::cleanBackup(const std::string& dir,
+                           bool longIdleClock,
+                           std::string& set,
+                           std::string& error) const {
+  const std::string watch = path(dir, "watch");
+  const std::string cloud = path(dir, "cloud");
+  const std::string scratch = path(dir, "scratch");
   if (g_mkdir_with_parents(scratch.c_str(), 0755) != 0) {
     error = "cannot make " + scratch;
     return false;
   }
   if (!emu::createSampleWatch(watch, error))
     return false;
+  if (longIdleClock) {
+    // From a watch that stores any value: the idle clock a limited watch cannot take.
+    emu::DeviceProfile profile;
+    if (!profile.load(watch, error))
+      return false;
+    profile.config[emu::kIdleClockKey] = kLongIdleClock;
+    profile.platform["vconf-value-limit"] = "off";
+    if (!profile.save(watch, error))
+      return false;
+  }
   Output output;
-  const std::string json = path(golden, kResult);
-  if (!runService(golden, scratch, serviceArgs(watch, cloud, json, 0, {"--operation", "backup"}),
+  const std::string json = path(dir, kResult);
+  if (!runService(dir, scratch, serviceArgs(watch, cloud, json, 0, {"--operation", "backup"}),
                   output, error))
     return false;
+  const std::string what = std::string("the clean backup of the sample watch") +
+                           (longIdleClock ? " with a long idle clock" : "");
   if (output.status != 0) {
     // Say what went wrong: the run's own failures, or how it died.
     std::string why = output.signal ? "died of " + signalName(output.signal)
@@ -141,13 +210,13 @@ bool Explorer::prepare(std::string& error, std::string& note) {
         why += std::string(i == 0 ? ": " : "; ") + json_array_get_string_element(failures, i);
     }
     const std::string sanitizer = sanitizerReport(output.err);
-    error = "the clean backup of the sample watch " + why +
-            (sanitizer.empty() ? "" : "; " + sanitizer) + " (kept in " + golden + ")";
+    error =
+        what + " " + why + (sanitizer.empty() ? "" : "; " + sanitizer) + " (kept in " + dir + ")";
     return false;
   }
-  goldenSet_ = path(cloud, "set-000001.dat");
-  if (!g_file_test(goldenSet_.c_str(), G_FILE_TEST_IS_REGULAR)) {
-    error = "the clean backup stored no set";
+  set = path(cloud, "set-000001.dat");
+  if (!g_file_test(set.c_str(), G_FILE_TEST_IS_REGULAR)) {
+    error = what + " stored no set";
     return false;
   }
   return true;
@@ -237,7 +306,9 @@ RunVerdict Explorer::run(const Scenario& scenario) const {
   if (g_mkdir_with_parents(run.cloud.c_str(), 0755) != 0 ||
       g_mkdir_with_parents(run.scratch.c_str(), 0755) != 0 ||
       !makeWatch(run.device, scenario.sampleWatch, scenario.faults, scenario.platform, error) ||
-      (scenario.seededCloud && !copyFile(goldenSet_, path(run.cloud, "set-000001.dat"), error))) {
+      (scenario.seededCloud && !copyFile(scenario.longIdleClock ? longIdleClockSet_ : goldenSet_,
+                                         path(run.cloud, "set-000001.dat"), error)) ||
+      !itemsBefore(run.device, run.items, error)) {
     verdict.violations.push_back({"a run to judge", 0, "", "cannot prepare the run: " + error});
     return verdict;
   }
@@ -271,6 +342,7 @@ RunVerdict Explorer::run(const Scenario& scenario) const {
   forEachObject(array(run.result, "exchanges"), [&](JsonObject* exchange) {
     verdict.outcomes.push_back(member(exchange, "outcome"));
   });
+  itemsAfter(run.cloud, run.items);
   run.checkStoredSet = [&](unsigned long long set, const std::vector<std::string>& leftOut,
                            Violations& violations) {
     checkStoredSet(scenario, run.root, run.cloud, run.device, run.scratch, set, leftOut,
@@ -307,19 +379,22 @@ void Explorer::checkStoredSet(const Scenario& scenario,
   const std::string cloud = path(check, "cloud");
   std::string error;
   g_autofree char* setName = g_strdup_printf("set-%06llu.dat", set);
-  // The check restores under the run's personality, without its faults.
+  // The check restores under the run's personality, without its faults: the set must put back
+  // everything it holds but what the device's limits lose, each for its limit's reason.
+  RunItems blankItems;
   if (g_mkdir_with_parents(cloud.c_str(), 0755) != 0 ||
       !copyFile(path(runCloud, setName), path(cloud, "set-000001.dat"), error) ||
       !makeWatch(blank, false, {}, scenario.platform, error) ||
+      !itemsBefore(blank, blankItems, error) ||
       !(scenario.sampleWatch ? emu::createSampleWatch(reference, error)
                              : emu::createBlankWatch(reference, error))) {
     report("cannot prepare its restore: " + error);
     return;
   }
   Output output;
+  const std::string json = path(check, kResult);
   if (!runService(check, scratch,
-                  serviceArgs(blank, cloud, path(check, kResult), scenario.seed,
-                              {"--operation", "restore"}),
+                  serviceArgs(blank, cloud, json, scenario.seed, {"--operation", "restore"}),
                   output, error)) {
     report("cannot restore it: " + error);
     return;
@@ -333,11 +408,46 @@ void Explorer::checkStoredSet(const Scenario& scenario,
     if (written.rfind(std::string(work) + "/", 0) != 0)
       report("its restore onto a blank watch wrote " + written);
   }
-  if (output.signal || output.stuck || output.status != 0) {
-    report("its restore onto a blank watch " +
-           (output.signal  ? "died of " + signalName(output.signal)
-            : output.stuck ? std::string("was stuck and killed")
-                           : "ended with status " + std::to_string(output.status)));
+  if (output.signal || output.stuck) {
+    report("its restore onto a blank watch " + (output.signal
+                                                    ? "died of " + signalName(output.signal)
+                                                    : std::string("was stuck and killed")));
+    return;
+  }
+  itemsAfter(cloud, blankItems);
+  const DeviceLimits limits(scenario);
+  for (const std::string& file : limits.misplacedFiles(blankItems))
+    report("its restore onto a blank watch left " + file +
+           " beside the service's trusted "
+           "directory");
+  const ItemLosses lost = limits.restoreLosses(blankItems.sets[1], blankItems);
+  std::map<std::string, std::string> notRestored;
+  g_autoptr(JsonParser) parser = json_parser_new();
+  if (json_parser_load_from_file(parser, json.c_str(), nullptr) &&
+      JSON_NODE_HOLDS_OBJECT(json_parser_get_root(parser))) {
+    forEachObject(array(json_node_get_object(json_parser_get_root(parser)), "not_restored"),
+                  [&](JsonObject* finding) {
+                    notRestored[member(finding, "item")] = member(finding, "reason");
+                  });
+  }
+  std::set<std::string> explained(leftOut.begin(), leftOut.end());
+  for (const ItemLoss& loss : lost) {
+    explained.insert(loss.item);
+    auto found = notRestored.find(loss.item);
+    if (found == notRestored.end() || found->second != loss.reason)
+      report("its restore onto a blank watch " +
+             (found == notRestored.end() ? "put back " + loss.item
+                                         : "lost " + loss.item + " as \"" + found->second + "\"") +
+             ", though the " + loss.rule + " rule loses it as \"" + loss.reason + "\"");
+    notRestored.erase(loss.item);
+  }
+  for (const auto& finding : notRestored)
+    report("its restore onto a blank watch did not restore " + finding.first + " (" +
+           finding.second + "), and no limit explains it");
+  const int expected = lost.empty() ? 0 : 4;
+  if (output.status != expected) {
+    report("its restore onto a blank watch ended with status " + std::to_string(output.status) +
+           ", not " + std::to_string(expected));
     return;
   }
   // A restore in the same run may have changed an item before the collection read it: the set
@@ -351,7 +461,6 @@ void Explorer::checkStoredSet(const Scenario& scenario,
   auto itemOf = [](const std::string& difference) {
     return difference.substr(0, difference.find(':'));
   };
-  std::set<std::string> explained(leftOut.begin(), leftOut.end());
   for (const std::string& change : changedByRun)
     explained.insert(itemOf(change));
   for (const std::string& difference : differences) {

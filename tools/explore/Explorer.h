@@ -27,8 +27,10 @@ class Explorer {
   // `workDir` must exist; `serviceBinary` is the morvik-service to run.
   Explorer(std::string serviceBinary, std::string workDir, bool keepRuns);
 
-  // Makes the clean backup that seeded clouds get, and starts the audit of writes. False with a
-  // one-line reason. `note` says, when it is not empty, what the audit cannot watch.
+  // Makes the clean backups that seeded clouds get (of the sample watch, and of the sample watch
+  // with an idle clock longer than vconf's documented limit, from a watch without that limit),
+  // and starts the audit of writes. False with a one-line reason. `note` says, when it is not
+  // empty, what the audit cannot watch.
   bool prepare(std::string& error, std::string& note);
 
   RunVerdict run(const Scenario& scenario) const;
@@ -44,6 +46,11 @@ class Explorer {
                   const std::vector<std::string>& args,
                   Output& output,
                   std::string& error) const;
+  // Backs up a new sample watch in `dir`; `set` gets the path of the set it stored.
+  bool cleanBackup(const std::string& dir,
+                   bool longIdleClock,
+                   std::string& set,
+                   std::string& error) const;
   void checkStoredSet(const Scenario& scenario,
                       const std::string& root,
                       const std::string& cloud,
@@ -56,7 +63,8 @@ class Explorer {
   std::string serviceBinary_;
   std::string workDir_;
   bool keepRuns_;
-  std::string goldenSet_;  // a record file holding a clean backup of the sample watch
+  std::string goldenSet_;         // a record file holding a clean backup of the sample watch
+  std::string longIdleClockSet_;  // the same, of the sample watch with a long idle clock
   mutable WriteAudit audit_;
 };
 

@@ -193,7 +193,7 @@ void eachAnswerAndCompletionOnce(const RunFacts& run, const char* name, Violatio
 void outcomesAsPredicted(const RunFacts& run, const char*, Violations& violations) {
   if (!run.result || run.signal || run.stuck)
     return;
-  for (Violation& violation : judgeRun(*run.scenario, run.result))
+  for (Violation& violation : judgeRun(*run.scenario, run.result, run.items))
     violations.push_back(std::move(violation));
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "DeviceLimits.h"
 #include "Scenario.h"
 #include "Violation.h"
 
@@ -27,6 +28,7 @@ struct RunFacts {
   bool stuck = false;   // killed by the explorer's own watchdog
   std::string out, err;
   JsonObject* result = nullptr;         // null when the run left none
+  RunItems items;                       // what the run began with and its cloud ended with
   std::string resultError;              // why there is none
   std::set<std::string> entriesBefore;  // of `root`, before the run
   std::vector<std::string> writes;      // every file the service wrote, when audited

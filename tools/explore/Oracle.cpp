@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <map>
 #include <set>
 #include <string>
 
+#include "DeviceLimits.h"
 #include "ResultJson.h"
 #include "host/Personality.h"
 
@@ -94,9 +96,10 @@ struct Request {
 
 class Model {
  public:
-  Model(const Scenario& scenario, JsonObject* result, Violations& violations)
+  Model(const Scenario& scenario, JsonObject* result, const RunItems& items, Violations& violations)
       : scenario_(scenario),
         result_(result),
+        items_(items),
         violations_(violations),
         events_(eventsOf(result)),
         portRule_(scenario.platformValue("port-reregistration")) {
@@ -183,6 +186,11 @@ class Model {
       } else if (event.kind == "reply-to-launcher") {
         answered(event, index, backupKindRuns, restoreRuns);
       } else if (event.kind == "message-delivered" && event.message == "backup_finished") {
+        if (!DeviceLimits(scenario_).backupConversationFits())
+          violation(0, "schedule.events",
+                    "\"backup_finished\" reached the service at " + seconds(event.at) +
+                        ", though the message-size-limit keeps the backup conversation from "
+                        "fitting");
         if (collecting && !portLost) {
           collecting = false;
           collected_.push_back(index);
@@ -431,7 +439,9 @@ class Model {
     }
   }
 
-  // What a backup may leave out and a restore may fail to put back, and what they must.
+  // What a backup may leave out and a restore may fail to put back, and what they must. The
+  // device's limits lose exactly their items, for their reasons, from every set a backup stored
+  // or a restore put back; a fault or an overlap may explain the other findings.
   void judgeAudit() {
     const auto& faults = scenario_.faults;
     bool restoreRan = false, backupRan = false, backupStored = false;
@@ -439,24 +449,34 @@ class Model {
       restoreRan = restoreRan || (request.delivered && request.operation == "restore");
       backupRan = backupRan || (request.delivered && request.operation == "backup");
     }
+    const DeviceLimits limits(scenario_);
+    std::map<gint64, ItemLosses> leftOutByLimits, notRestoredByLimits;
     forEachObject(array(result_, "exchanges"), [&](JsonObject* exchange) {
-      backupStored =
-          backupStored || (member(exchange, "type") == "backup" && integer(exchange, "set", 0) > 0);
+      const std::string type = member(exchange, "type");
+      const gint64 set = integer(exchange, "set", 0);
+      backupStored = backupStored || (type == "backup" && set > 0);
+      if (set <= 0 || member(exchange, "outcome") != "succeeded")
+        return;
+      auto document = items_.sets.find(static_cast<unsigned long long>(set));
+      if (type == "backup")
+        leftOutByLimits[set] = withoutTheUnreadablePhoto(limits.backupLosses(items_));
+      else if (type == "restore" && document != items_.sets.end())
+        notRestoredByLimits[set] = limits.restoreLosses(document->second, items_);
     });
     const guint leftOut = json_array_get_length(array(result_, "left_out"));
     const guint notRestored = json_array_get_length(array(result_, "not_restored"));
     const bool faultMayLeaveOut = faults.count("watchapp-missing") ||
                                   faults.count("watchapp-late") ||
                                   faults.count("image-unreadable") || restoreRan;
-    forEachObject(array(result_, "left_out"), [&](JsonObject* finding) {
-      const std::string item = member(finding, "item");
-      const std::string watchApp = "watch app ";
-      if (faultMayLeaveOut ||
-          (item.rfind(watchApp, 0) == 0 && !answeredInTime(item.substr(watchApp.size()))))
-        return;
-      violation(0, "left_out",
-                item + " left out, and no fault, overlap or late answer explains it");
-    });
+    // A watch app that answered too late, or never, is left out for that.
+    judgeFindings("left_out", "left out", "is in the set", leftOutByLimits,
+                  [&](const std::string& item, const std::string& reason) {
+                    const std::string watchApp = "watch app ";
+                    return faultMayLeaveOut || (item.rfind(watchApp, 0) == 0 &&
+                                                (reason.rfind("it did not answer", 0) == 0 ||
+                                                 reason.rfind("it answered after", 0) == 0) &&
+                                                !answeredInTime(item.substr(watchApp.size())));
+                  });
     const bool mustLeaveOut =
         backupStored && scenario_.sampleWatch && !restoreRan &&
         (faults.count("watchapp-missing") || faults.count("image-unreadable"));
@@ -466,11 +486,70 @@ class Model {
                                faults.count("watchapp-missing") ||
                                faults.count("watchface-silent") ||
                                faults.count("watchface-finish-early") || backupRan;
-    if (notRestored > 0 && !mayNotRestore)
-      violation(
-          0, "not_restored",
-          std::to_string(notRestored) + " items not restored, and no fault or overlap explains it");
+    judgeFindings("not_restored", "not restored", "was restored", notRestoredByLimits,
+                  [&](const std::string&, const std::string&) { return mayNotRestore; });
+    for (const std::string& file : limits.misplacedFiles(items_))
+      violation(0, "watch",
+                "the service's file " + file +
+                    " lies beside its trusted directory, though the trusted-path-slash rule "
+                    "keeps its files inside");
     auditFailed_ = leftOut > 0 || notRestored > 0;
+  }
+
+  // The photo a FIFO stands for is the fault's to explain, whatever its message's size.
+  ItemLosses withoutTheUnreadablePhoto(ItemLosses losses) const {
+    if (!scenario_.faults.count("image-unreadable") || items_.watch.images.empty())
+      return losses;
+    const std::string photo = "photo " + items_.watch.images.front().fileName;
+    losses.erase(std::remove_if(losses.begin(), losses.end(),
+                                [&](const ItemLoss& loss) { return loss.item == photo; }),
+                 losses.end());
+    return losses;
+  }
+
+  // Each finding of `field` that a limit predicts gives the limit's reason (or the reason of a
+  // fault that touches the same item), every predicted one is found, and any other is one that
+  // `explained` allows.
+  void judgeFindings(
+      const char* field,
+      const char* lost,
+      const char* kept,
+      const std::map<gint64, ItemLosses>& byLimits,
+      const std::function<bool(const std::string& item, const std::string& reason)>& explained) {
+    std::map<gint64, std::set<std::string>> found;
+    forEachObject(array(result_, field), [&](JsonObject* finding) {
+      const gint64 set = integer(finding, "set", 0);
+      const std::string item = member(finding, "item");
+      const std::string reason = member(finding, "reason");
+      const std::string where = "set " + std::to_string(set) + ": " + item + " " + lost;
+      found[set].insert(item);
+      const ItemLoss* loss = nullptr;
+      auto predicted = byLimits.find(set);
+      for (size_t i = 0; predicted != byLimits.end() && i < predicted->second.size(); ++i) {
+        if (predicted->second[i].item == item)
+          loss = &predicted->second[i];
+      }
+      if (loss && loss->reason != reason && !faultTouches(item))
+        violation(0, field,
+                  where + " (" + reason + "), though the " + loss->rule + " rule loses it as \"" +
+                      loss->reason + "\"");
+      else if (!loss && !explained(item, reason))
+        violation(0, field,
+                  where + " (" + reason + "), and no fault, overlap or limit explains it");
+    });
+    for (const auto& set : byLimits) {
+      for (const ItemLoss& loss : set.second) {
+        if (!found[set.first].count(loss.item))
+          violation(0, field,
+                    "set " + std::to_string(set.first) + ": " + loss.item + " " + kept +
+                        ", though the " + loss.rule + " rule loses it as \"" + loss.reason + "\"");
+      }
+    }
+  }
+
+  // A fault that keeps a watch app from launching gives its own launch error.
+  bool faultTouches(const std::string& item) const {
+    return scenario_.faults.count("watchapp-missing") && item.rfind("watch app ", 0) == 0;
   }
 
   // Whether `appId` answered before the first collection ended: the one whose set is stored, as
@@ -519,6 +598,7 @@ class Model {
 
   const Scenario& scenario_;
   JsonObject* result_;
+  const RunItems& items_;
   Violations& violations_;
   std::vector<Event> events_;
   std::string portRule_;
@@ -544,15 +624,25 @@ const std::vector<PlatformRule>& platformRules() {
       {"port-reregistration",
        "a collection begun while a transfer holds the local port keeps it under new-id and "
        "loses it when the transfer ends under same-id"},
-      {"vconf-value-limit", "no rule yet: the host does not apply the limit"},
-      {"message-size-limit", "no rule yet: the host does not apply the limit"},
-      {"other-package-service", "no rule yet: the host does not apply the restriction"},
-      {"trusted-path-slash", "no rule yet: the host does not vary the path"},
+      {"vconf-value-limit",
+       "a restored idle clock longer than the limit is refused: the idle clock (or the idle face, "
+       "when the watch face service writes it) keeps its value, and nothing else is lost"},
+      {"message-size-limit",
+       "a message over the limit (keys and values with a NUL each) is refused at the send: the "
+       "face or photo it carries is left out of the backup or not restored, the idle face not "
+       "set; a backup whose start message or \"backup_finished\" is over it never collects"},
+      {"other-package-service",
+       "refuse: a launch of another package's service app is rejected, so the preloaded watch "
+       "apps are left out of a backup and not restored, and a restore requests no install; "
+       "faces, photos and the idle clock are untouched"},
+      {"trusted-path-slash",
+       "either value: the service adds the '/' a trusted path lacks, so restored photos land "
+       "where their messages say and nothing is lost"},
   };
   return rules;
 }
 
-Violations judgeRun(const Scenario& scenario, JsonObject* result) {
+Violations judgeRun(const Scenario& scenario, JsonObject* result, const RunItems& items) {
   Violations violations;
   for (const host::PersonalitySwitch& entry : host::personalitySwitches()) {
     bool ruled = false;
@@ -562,7 +652,7 @@ Violations judgeRun(const Scenario& scenario, JsonObject* result) {
       violations.push_back(Violation{kInvariant, 0, "platform",
                                      std::string("no rule for the switch ") + entry.name});
   }
-  Model model(scenario, result, violations);
+  Model model(scenario, result, items, violations);
   model.judge();
   return violations;
 }

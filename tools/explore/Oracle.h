@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "DeviceLimits.h"
 #include "Scenario.h"
 #include "Violation.h"
 
@@ -16,8 +17,8 @@ namespace explore {
 // service), it predicts what the service must answer to each launch request and when, each
 // cloud request's outcome and failed step, how and when the run ends, what its audit may and
 // must find, and its exit status; every difference from the result is a violation naming the
-// request and the field.
-Violations judgeRun(const Scenario& scenario, JsonObject* result);
+// request and the field. `items` tells what the device's limits are weighed against.
+Violations judgeRun(const Scenario& scenario, JsonObject* result, const RunItems& items);
 
 // How one platform switch changes the model: one small rule per switch.
 struct PlatformRule {
@@ -25,8 +26,7 @@ struct PlatformRule {
   const char* rule;
 };
 
-// A rule for every switch of host::personalitySwitches(); a switch the host does not act on
-// yet has a rule that says so.
+// A rule for every switch of host::personalitySwitches().
 const std::vector<PlatformRule>& platformRules();
 
 }  // namespace explore

@@ -34,8 +34,22 @@ const char* const kStoreErrors[] = {
     "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE",
 };
 
-// A byte-count switch is drawn off or at the limit the platform documents for such values.
-const char* const kDrawnByteLimit = "4096";
+// A byte-count switch is drawn off, at the limit the platform documents for such values, or,
+// for messages, at a size that bites on the sample watch: its notices take 22 to 31 bytes, the
+// idle-change message 86, its photos' entries and restore messages about 160 to 230 (with the
+// device path), its faces' 194 to 325.
+const char* const kDocumentedByteLimit = "4096";
+const unsigned kBitingMessageBytes[] = {16, 150, 340};
+
+std::string drawnByteLimit(const char* name, bool limited, Draw& draw) {
+  if (!limited)
+    return "off";
+  if (std::string(name) != "message-size-limit" || draw.chance(40))
+    return kDocumentedByteLimit;
+  // Mostly where faces and photos are lost one by one, now and then below the notices.
+  const unsigned* range = kBitingMessageBytes + (draw.chance(75) ? 1 : 0);
+  return std::to_string(range[0] + draw.below(range[1] - range[0] + 1));
+}
 
 std::string seconds(double value) {
   char text[32];
@@ -66,7 +80,10 @@ std::vector<std::string> Scenario::launchArguments() const {
 
 std::string Scenario::describe() const {
   std::string text = std::string(sampleWatch ? "sample" : "blank") + " watch, " +
-                     (seededCloud ? "cloud with a backup" : "empty cloud") + ";";
+                     (!seededCloud    ? "empty cloud"
+                      : longIdleClock ? "cloud with a backup whose idle clock is 4097 bytes long"
+                                      : "cloud with a backup") +
+                     ";";
   for (size_t i = 0; i < requests.size(); ++i) {
     if (i > 0)
       text += " then " + seconds(requests[i].gapSeconds) + " s";
@@ -155,12 +172,14 @@ Scenario scenarioForSeed(uint64_t seed) {
     }
   }
   Draw platformDraw(seed, 0xA17F0C3D92E4B685ull);
+  Draw sizeDraw(seed, 0x3E6B1D0F5A2C7948ull);
   for (const host::PersonalitySwitch& entry : host::personalitySwitches()) {
     scenario.platform[entry.name] =
         entry.choices.empty()
-            ? (platformDraw.chance(50) ? std::string("off") : std::string(kDrawnByteLimit))
+            ? drawnByteLimit(entry.name, !platformDraw.chance(50), sizeDraw)
             : entry.choices[platformDraw.below(static_cast<unsigned>(entry.choices.size()))];
   }
+  scenario.longIdleClock = scenario.seededCloud && Draw(seed, 0x71C5E93B08D4A2F6ull).chance(25);
   return scenario;
 }
 

@@ -22,6 +22,9 @@ struct Scenario {
   uint64_t seed = 0;
   bool sampleWatch = true;   // otherwise a blank watch
   bool seededCloud = false;  // the cloud holds a clean backup of the sample watch
+  // That backup's idle clock is one byte longer than vconf's documented limit: it came from a
+  // watch without the limit.
+  bool longIdleClock = false;
   std::vector<ScenarioRequest> requests;
   std::map<std::string, std::string> faults;
   // The platform's personality, by switch (host::personalitySwitches()); a switch left out
@@ -42,7 +45,8 @@ struct Scenario {
 // The scenario that `seed` picks. Most seeds make one request that should end in success; on
 // top of that come overlaps (2 or 3 requests out of backup, restore, info and a retail-mode
 // request, 0 to 2 s apart), fault switches, and a value for every platform switch, each drawn
-// from a stream of its own so that a new switch leaves the other draws as they were.
+// from a stream of its own so that a new switch leaves the other draws as they were. A byte
+// limit is off, the documented 4096, or a size that bites on the sample watch's messages.
 Scenario scenarioForSeed(uint64_t seed);
 
 // The overlapping-request and lifecycle cases that were once found by hand, each pinned.

@@ -13,7 +13,8 @@ struct Violation {
   std::string field;     // the member of the JSON result, empty when none
   std::string text;
 
-  // "invariant: request N, field F: text", leaving out what is empty.
+  // "invariant: request N, field F: text", leaving out what is empty; a run of one character
+  // longer than 16 is shown as "x...(N times)".
   std::string describe() const;
 };
 

@@ -2,6 +2,7 @@
 // must hold.
 #include <glib.h>
 #include <glib/gstdio.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -93,7 +94,7 @@ std::string endOf(const explore::RunVerdict& verdict) {
   return "exit status " + std::to_string(verdict.status);
 }
 
-// What the runs did, counted: statuses, outcomes and the platform switches' values.
+// What the runs did, counted: statuses, outcomes, clouds and the platform switches' values.
 class Mix {
  public:
   void add(const explore::RunVerdict& verdict) {
@@ -102,12 +103,17 @@ class Mix {
     for (const std::string& outcome : verdict.outcomes)
       ++outcomes_[outcome];
     for (const auto& setting : verdict.scenario.platform)
-      ++platform_[setting.first + "=" + setting.second];
+      ++platform_[setting.first + "=" + valueClass(setting.second)];
+    const explore::Scenario& scenario = verdict.scenario;
+    ++clouds_[!scenario.seededCloud    ? "empty"
+              : scenario.longIdleClock ? "a backup with a 4097-byte idle clock"
+                                       : "a backup"];
   }
 
   void print() const {
     printf("explore: statuses %s\n", join(statuses_).c_str());
     printf("explore: outcomes %s\n", join(outcomes_).c_str());
+    printf("explore: clouds %s\n", join(clouds_).c_str());
     if (!platform_.empty())
       printf("explore: platform %s\n", join(platform_).c_str());
   }
@@ -120,7 +126,13 @@ class Mix {
     return text.empty() ? "none" : text;
   }
 
-  std::map<std::string, size_t> statuses_, outcomes_, platform_;
+  // A byte count that is neither off nor the documented 4096 is one drawn to bite.
+  static std::string valueClass(const std::string& value) {
+    const bool bytes = !value.empty() && value.find_first_not_of("0123456789") == std::string::npos;
+    return bytes && value != "4096" ? "bites" : value;
+  }
+
+  std::map<std::string, size_t> statuses_, outcomes_, clouds_, platform_;
 };
 
 }  // namespace
@@ -176,11 +188,21 @@ int runExplore(const Verb& verb, int argc, char** argv) {
     return fail("no morvik-service to run (use --service PATH)");
   std::string workDir;
   if (work) {
-    workDir = *work;
-    if (!fitsEveryRun(workDir, runs, error))
+    // Absolute and without links: runs start in their own directories, and the audit of writes
+    // sees real paths.
+    g_autofree char* absolute = g_canonicalize_filename(work->c_str(), nullptr);
+    const bool existed = g_file_test(absolute, G_FILE_TEST_EXISTS);
+    if (!fitsEveryRun(absolute, runs, error))
       return fail(error);
-    if (g_mkdir_with_parents(workDir.c_str(), 0755) != 0)
-      return fail("cannot make the work directory '" + workDir + "'");
+    if (g_mkdir_with_parents(absolute, 0755) != 0)
+      return fail("cannot make the work directory '" + *work + "'");
+    g_autofree char* real = realpath(absolute, nullptr);
+    workDir = real ? real : absolute;
+    if (!fitsEveryRun(workDir, runs, error)) {
+      if (!existed)
+        g_rmdir(absolute);
+      return fail(error);
+    }
   } else {
     g_autofree char* made = g_dir_make_tmp("morvik-explore-XXXXXX", nullptr);
     if (!made)
