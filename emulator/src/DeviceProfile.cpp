@@ -10,7 +10,7 @@
 
 #include <cstdio>
 
-#include "MvSvcJsonNesting.h"
+#include "emu/OutsideText.h"
 #include "host/Personality.h"
 #include "host/RecordFile.h"
 
@@ -253,10 +253,9 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
   std::string text;
   if (!readProfileText(path, kMaxFileBytes, text, error))
     return false;
-  // json-glib recurses per level: a deep profile would overflow the stack.
-  if (mvsvcJsonNestsDeeperThan(text.data(), text.size(), kMvSvcJsonMaxNesting)) {
-    error = std::string(path) + ": nests deeper than " + std::to_string(kMvSvcJsonMaxNesting) +
-            " levels";
+  std::string refusal;
+  if (!admitJsonText(text.data(), text.size(), kMaxFileBytes, refusal)) {
+    error = std::string(path) + ": " + refusal;
     return false;
   }
   g_autoptr(JsonParser) parser = json_parser_new();

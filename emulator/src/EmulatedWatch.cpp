@@ -3,6 +3,7 @@
 #include "emu/CloudStore.h"
 #include "emu/SampleWatch.h"
 #include "emu/SetAudit.h"
+#include "emu/StoredSet.h"
 #include "host/Platform.h"
 
 namespace emu {
@@ -34,11 +35,21 @@ bool EmulatedWatch::boot(host::Platform& platform,
 void EmulatedWatch::finish(host::Platform& platform,
                            const host::RunOutcome&,
                            host::RunReport& report) {
-  std::vector<unsigned long long> stored, restored;
+  std::vector<StoredSet> stored, restored;
   if (cloud_) {
-    cloud_->report(report);
-    stored = cloud_->sets(false);
-    restored = cloud_->sets(true);
+    // Each set is read once, for the cloud's summary and for the audit alike.
+    CloudStore cloud(cloudDir_);
+    for (unsigned long long id : cloud_->sets(false))
+      stored.push_back(StoredSet::read(cloud, id));
+    for (unsigned long long id : cloud_->sets(true))
+      restored.push_back(StoredSet::read(cloud, id));
+    cloud_->report(report, [&stored](unsigned long long id) {
+      for (const StoredSet& set : stored) {
+        if (set.id == id)
+          return set.describe();
+      }
+      return std::string();
+    });
     cloud_.reset();
   }
   profile_.config = platform.config().values();
@@ -64,55 +75,49 @@ void EmulatedWatch::finish(host::Platform& platform,
 }
 
 void EmulatedWatch::audit(host::Platform& platform,
-                          const std::vector<unsigned long long>& stored,
-                          const std::vector<unsigned long long>& restored,
+                          const std::vector<StoredSet>& stored,
+                          const std::vector<StoredSet>& restored,
                           host::RunReport& report) {
-  CloudStore cloud(cloudDir_);
-  auto each = [&](unsigned long long id, bool isRestore, JsonArray* findings) {
-    std::vector<host::CloudRecord> records;
-    std::string error;
-    if (!cloud.read(id, records, error)) {
-      report.failure("audit", "set " + std::to_string(id) + ": " + error);
+  const StoreAnswers answers = store_ ? store_->answers() : StoreAnswers();
+  auto each = [&](const StoredSet& set, bool isRestore, JsonArray* findings) {
+    const std::string area = isRestore ? "restore" : "backup";
+    const std::string name = "set " + std::to_string(set.id);
+    auto add = [&](const std::string& item, const std::string& reason) {
+      JsonObject* object = json_object_new();
+      json_object_set_int_member(object, "set", static_cast<gint64>(set.id));
+      json_object_set_member(object, "item", host::jsonString(item));
+      json_object_set_member(object, "reason", host::jsonString(reason));
+      json_array_add_object_element(findings, object);
+    };
+    if (!set.unreadable.empty()) {
+      report.failure("audit", set.unreadable);
       return;
     }
-    const StoreAnswers answers = store_ ? store_->answers() : StoreAnswers();
-    // A restore applies a set's records in order, so the last word on an item counts.
-    BackupDocument restored;
-    std::vector<BackupDocument> documents;
-    for (const host::CloudRecord& record : records) {
-      BackupDocument document;
-      if (!document.read(record.value.value_or(""), error)) {
-        report.failure("audit", "set " + std::to_string(id) + ": " + error);
-        continue;
-      }
-      restored.merge(document);
-      documents.push_back(std::move(document));
+    // A document the service could not use restores nothing it meant to: the run failed.
+    for (const std::string& problem : set.problems) {
+      report.failure(area, name + ", " + problem + " (the service could not use it)");
+      add("document", problem);
     }
-    if (isRestore)
-      documents = {restored};
-    for (const BackupDocument& document : documents) {
-      const std::vector<AuditFinding> found =
-          isRestore ? auditRestore(profile_, deviceDir_, document, platform.record(), answers)
-                    : auditBackup(booted_, deviceDir_, document, platform.record());
-      for (const AuditFinding& finding : found) {
-        report.failure(isRestore ? "restore" : "backup",
-                       "set " + std::to_string(id) +
-                           (isRestore ? " did not restore " : " left out ") + finding.item + ": " +
-                           finding.reason);
-        JsonObject* object = json_object_new();
-        json_object_set_int_member(object, "set", static_cast<gint64>(id));
-        json_object_set_member(object, "item", host::jsonString(finding.item));
-        json_object_set_member(object, "reason", host::jsonString(finding.reason));
-        json_array_add_object_element(findings, object);
-      }
+    if (set.unusableRecords > set.problems.size())
+      report.failure(area, name + ": " + std::to_string(set.unusableRecords - set.problems.size()) +
+                               " more records the service could not use");
+    if (set.unusableRecords == set.records)
+      return;
+    const std::vector<AuditFinding> found =
+        isRestore ? auditRestore(profile_, deviceDir_, set.document, platform.record(), answers)
+                  : auditBackup(booted_, deviceDir_, set.document, platform.record());
+    for (const AuditFinding& finding : found) {
+      report.failure(area, name + (isRestore ? " did not restore " : " left out ") + finding.item +
+                               ": " + finding.reason);
+      add(finding.item, finding.reason);
     }
   };
   JsonArray* leftOut = json_array_new();
-  for (unsigned long long id : stored)
-    each(id, false, leftOut);
+  for (const StoredSet& set : stored)
+    each(set, false, leftOut);
   JsonArray* notRestored = json_array_new();
-  for (unsigned long long id : restored)
-    each(id, true, notRestored);
+  for (const StoredSet& set : restored)
+    each(set, true, notRestored);
   JsonNode* node = json_node_new(JSON_NODE_ARRAY);
   json_node_take_array(node, leftOut);
   report.set("left_out", node);

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <vector>
 
+#include "emu/OutsideText.h"
+
 namespace emu {
 
 namespace {
@@ -21,8 +23,9 @@ class StrictScan {
         if (!string(error))
           return false;
       } else if (c == '{' || c == '[') {
-        if (open_.size() == static_cast<size_t>(kMaxJsonNesting))
-          return fail("nests deeper than " + std::to_string(kMaxJsonNesting) + " levels", error);
+        // The shared limit, found here too so that the refusal names where it is passed.
+        if (open_.size() == static_cast<size_t>(kMaxOutsideNesting))
+          return fail("nests deeper than " + std::to_string(kMaxOutsideNesting) + " levels", error);
         open_.push_back({c, line_, column_});
         step();
       } else if (c == '}' || c == ']') {
@@ -182,6 +185,8 @@ std::string parseError(const GError* error) {
 }
 
 JsonNode* parseJson(const std::string& text, std::string& error) {
+  if (!admitJsonText(text.data(), text.size(), kMaxDocumentBytes, error))
+    return nullptr;
   g_autoptr(JsonParser) parser = json_parser_new_immutable();
   g_autoptr(GError) parseFailure = nullptr;
   if (!json_parser_load_from_data(parser, text.data(), static_cast<gssize>(text.size()),

@@ -6,6 +6,7 @@
 #include "emu/CloudAgent.h"
 #include "emu/DeviceProfile.h"
 #include "emu/StoreService.h"
+#include "emu/StoredSet.h"
 #include "emu/WatchApp.h"
 #include "emu/WatchfaceService.h"
 #include "host/DeviceHooks.h"
@@ -33,8 +34,8 @@ class EmulatedWatch : public host::DeviceHooks {
   void releasePeers();
   // What the run's backups left out of the watch and its restores did not put back.
   void audit(host::Platform& platform,
-             const std::vector<unsigned long long>& stored,
-             const std::vector<unsigned long long>& restored,
+             const std::vector<StoredSet>& stored,
+             const std::vector<StoredSet>& restored,
              host::RunReport& report);
 
   std::string deviceDir_;

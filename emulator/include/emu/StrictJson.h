@@ -7,9 +7,6 @@
 
 namespace emu {
 
-// json-glib recurses per level of nesting; deeper texts are refused before it sees them.
-constexpr int kMaxJsonNesting = 512;
-
 // Parses `text` as strict JSON that survives a round trip: generated again by json-glib and
 // parsed back, it is the same tree. json-glib alone takes more than JSON (octal escapes, raw
 // control characters, single quotes, comments) and wraps integers beyond 64 bits, so what it

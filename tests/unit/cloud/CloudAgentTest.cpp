@@ -11,6 +11,7 @@
 #include "CloudFixture.h"
 #include "MvSvcTypes.h"
 #include "TempDir.h"
+#include "emu/StoredSet.h"
 #include "emu/CloudStore.h"
 
 namespace {
@@ -66,7 +67,8 @@ class CloudAgentTest : public morvik_test::CloudFixture {
 
   Lines summary() {
     host::RunReport report;
-    agent_->report(report);
+    agent_->report(report,
+                   [this](unsigned long long id) { return emu::StoredSet::read(store_, id).describe(); });
     return report.lines();
   }
 
@@ -93,7 +95,7 @@ TEST_F(CloudAgentTest, BackupStoresTheDocumentAndReportsItsContents) {
   const std::string document =
       "{\"watch_items\":[{\"pkgid\":\"f\",\"svcid\":\"com.talvoro.watchface-service\"},"
       "{\"pkgid\":\"d\",\"svcid\":\"d\",\"result\":\"downloaded\"},{\"svcid\":\"w.service\"}],"
-      "\"watch_custom_bg\":[{},{}]}";
+      "\"watch_custom_bg\":[{\"file_name\":\"a\"},{\"file_name\":\"b\"}]}";
   const double start = platform().now();
   ASSERT_EQ(backup(document, {{"cloud-delay", "150"}}), 1);
   EXPECT_GE(platform().now() - start, 0.6);

@@ -1,0 +1,133 @@
+// A stored set as the end of a run reads it: the records (the input split at each 0x1E byte)
+// stored as a set, read back once, merged as a restore applies them and audited against a
+// sample watch. What a restore of the set puts back must be each item's last word.
+#include <glib.h>
+#include <glib/gstdio.h>
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ScratchDir.h"
+#include "emu/CloudStore.h"
+#include "emu/OutsideText.h"
+#include "emu/SampleWatch.h"
+#include "emu/SetAudit.h"
+#include "emu/StoredSet.h"
+
+namespace {
+
+const char kRecordSeparator = '\x1e';
+// The merge is checked against a naive one, which is quadratic: only for this many records.
+const size_t kCheckedRecords = 64;
+
+struct World {
+  World() : device(scratch.path() + "/watch"), cloud(scratch.path() + "/cloud") {
+    std::string error;
+    if (!emu::createSampleWatch(device, error) || !watch.load(device, error) ||
+        g_mkdir(cloud.dir().c_str(), 0755) != 0)
+      abort();
+  }
+
+  ScratchDir scratch;
+  std::string device;
+  emu::CloudStore cloud;
+  emu::DeviceProfile watch;
+};
+
+World& world() {
+  static World instance;
+  return instance;
+}
+
+std::vector<std::string> splitRecords(const uint8_t* data, size_t size) {
+  std::vector<std::string> values(1);
+  for (size_t i = 0; i < size; ++i) {
+    if (static_cast<char>(data[i]) == kRecordSeparator)
+      values.emplace_back();
+    else
+      values.back().push_back(static_cast<char>(data[i]));
+  }
+  return values;
+}
+
+void check(bool holds) {
+  if (!holds)
+    __builtin_trap();
+}
+
+// Each item's last word among the usable records, found the slow way.
+void checkLastWords(const std::vector<std::string>& values, const emu::StoredSet& set) {
+  std::map<std::string, std::string> entries;
+  std::map<std::string, emu::BackupDocument::Photo> photos;
+  std::string mainKey;
+  size_t unusable = 0;
+  for (const std::string& value : values) {
+    emu::BackupDocument document;
+    std::string error;
+    if (!document.read(value, error) || !document.unusable.empty()) {
+      ++unusable;
+      continue;
+    }
+    if (!document.mainKey.empty())
+      mainKey = document.mainKey;
+    for (const auto& entry : document.entries)
+      entries[entry.svcId + '\0' + entry.pkgId] = entry.result;
+    for (const auto& photo : document.photos)
+      photos[photo.fileName] = photo;
+  }
+  check(unusable == set.unusableRecords);
+  check(mainKey == set.document.mainKey);
+  check(entries.size() == set.document.entries.size());
+  for (const auto& entry : set.document.entries)
+    check(entries[entry.svcId + '\0' + entry.pkgId] == entry.result);
+  check(photos.size() == set.document.photos.size());
+  for (const auto& photo : set.document.photos) {
+    const emu::BackupDocument::Photo& expected = photos[photo.fileName];
+    check(expected.bgType == photo.bgType && expected.dataCrc == photo.dataCrc &&
+          expected.dataBytes == photo.dataBytes);
+  }
+}
+
+}  // namespace
+
+// GLib is built without frame pointers: only the slow unwinder reaches its frames.
+extern "C" const char* __asan_default_options() {
+  return "fast_unwind_on_malloc=0";
+}
+
+// json-glib 1.6 leaks the nodes of a second top-level value that it refuses after the root.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:json_parser_load_from_data\n";
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  World& w = world();
+  const std::vector<std::string> values = splitRecords(data, size);
+  std::vector<host::CloudRecord> records;
+  for (const std::string& value : values)
+    records.push_back({std::string("key"), std::string("1700000000000"), value});
+  unsigned long long id = 0;
+  std::string error;
+  if (!w.cloud.add(records, id, error)) {
+    check(values.size() > emu::kMaxSetRecords);
+    return 0;
+  }
+  const emu::StoredSet set = emu::StoredSet::read(w.cloud, id);
+  g_remove(w.cloud.setPath(id).c_str());
+  check(set.unreadable.empty() && set.records == values.size());
+  check(set.problems.size() == std::min(set.unusableRecords, emu::StoredSet::kNamedProblems));
+  check(set.describe().find('\n') == std::string::npos);
+  if (values.size() <= kCheckedRecords)
+    checkLastWords(values, set);
+  const host::BoundaryRecord boundary;
+  for (const auto& finding : emu::auditRestore(w.watch, w.device, set.document, boundary, {}))
+    check(!finding.item.empty() && !finding.reason.empty());
+  for (const auto& finding : emu::auditBackup(w.watch, w.device, set.document, boundary))
+    check(!finding.item.empty() && !finding.reason.empty());
+  return 0;
+}
