@@ -5,6 +5,7 @@
 #include <string>
 
 #include "EmuVerbs.h"
+#include "MvText.h"
 
 namespace {
 
@@ -82,6 +83,10 @@ std::string usage() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+  mvUseUtf8Locale();
+  const std::string notText = mvArgumentsNotUtf8(argc, argv);
+  if (!notText.empty())
+    return emucli::fail(notText);
   // Options up to the command; strict POSIX leaves the command and everything after it alone.
   gboolean help = FALSE;
   gboolean version = FALSE;

@@ -111,7 +111,7 @@ bool BackupDocument::read(std::string text, std::string& error) {
                                                  static_cast<gssize>(text.size()), &failure);
   std::string().swap(text);
   if (!loaded) {
-    error = failure->message;
+    error = oneLine(failure->message);
     return false;
   }
   JsonNode* root = json_parser_get_root(parser);

@@ -11,6 +11,7 @@
 #include "emu/EmuLog.h"
 #include "emu/FaultSwitches.h"
 #include "host/LaunchOptions.h"
+#include "MvText.h"
 
 namespace emu {
 
@@ -196,7 +197,7 @@ void CloudAgent::report(host::RunReport& report, const DescribeSet& describeSet)
     }
     json_object_set_string_member(entry, "outcome", outcome.c_str());
     json_object_set_string_member(entry, "step", held.step);
-    json_object_set_member(entry, "detail", host::jsonString(held.detail));
+    mvJsonSetText(entry, "detail", held.detail);
     if (held.setId != 0)
       json_object_set_int_member(entry, "set", static_cast<gint64>(held.setId));
     if (held.type == Exchange::Type::kBackup && held.uploadedRecords > 0) {

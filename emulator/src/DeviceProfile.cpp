@@ -175,20 +175,6 @@ class ObjectReader {
   std::string& error_;
 };
 
-// json-glib quotes the offending text in its messages, line breaks included.
-std::string oneLine(const char* message) {
-  std::string line;
-  for (const char* c = message; *c; ++c) {
-    if (*c == '\n')
-      line += "\\n";
-    else if (static_cast<unsigned char>(*c) < 0x20)
-      line += ' ';
-    else
-      line += *c;
-  }
-  return line;
-}
-
 void addStringValue(JsonBuilder* builder, const std::string& value) {
   if (isUtf8(value)) {
     json_builder_add_string_value(builder, value.c_str());

@@ -5,6 +5,7 @@
 #include "emu/SetAudit.h"
 #include "emu/StoredSet.h"
 #include "host/Platform.h"
+#include "MvText.h"
 
 namespace emu {
 
@@ -67,8 +68,8 @@ void EmulatedWatch::finish(host::Platform& platform,
   report.line("watch", profile_.name + ", idle clock " + idleClock);
   JsonObject* watch = json_object_new();
   json_object_set_boolean_member(watch, "saved", saved);
-  json_object_set_member(watch, "error", host::jsonString(error));
-  json_object_set_member(watch, "idle_clock", host::jsonString(idleClock));
+  mvJsonSetText(watch, "error", error);
+  mvJsonSetText(watch, "idle_clock", idleClock);
   JsonNode* node = json_node_new(JSON_NODE_OBJECT);
   json_node_take_object(node, watch);
   report.set("watch", node);
@@ -85,8 +86,8 @@ void EmulatedWatch::audit(host::Platform& platform,
     auto add = [&](const std::string& item, const std::string& reason) {
       JsonObject* object = json_object_new();
       json_object_set_int_member(object, "set", static_cast<gint64>(set.id));
-      json_object_set_member(object, "item", host::jsonString(item));
-      json_object_set_member(object, "reason", host::jsonString(reason));
+      mvJsonSetText(object, "item", item);
+      mvJsonSetText(object, "reason", reason);
       json_array_add_object_element(findings, object);
     };
     if (!set.unreadable.empty()) {

@@ -5,6 +5,7 @@
 #include "emu/FaultSwitches.h"
 #include "emu/SampleWatch.h"
 #include "host/Platform.h"
+#include "MvText.h"
 
 namespace emu {
 
@@ -17,12 +18,12 @@ void reportInstalls(const StoreService& store, host::RunReport& report) {
     report.line("store", "GUID " + answer.first + ": " +
                              (answer.second.empty() ? "installed" : answer.second));
     JsonObject* install = json_object_new();
-    json_object_set_member(install, "guid", host::jsonString(answer.first));
+    mvJsonSetText(install, "guid", answer.first);
     json_object_set_string_member(install, "result",
                                   answer.second.empty()                     ? "installed"
                                   : answer.second == StoreService::kNoReply ? "no reply"
                                                                             : "failed");
-    json_object_set_member(install, "error", host::jsonString(answer.second));
+    mvJsonSetText(install, "error", answer.second);
     json_array_add_object_element(installs, install);
   }
   JsonNode* node = json_node_new(JSON_NODE_ARRAY);

@@ -18,4 +18,17 @@ bool admitJsonText(const char* text, size_t length, size_t maxBytes, std::string
   return true;
 }
 
+std::string oneLine(const char* message) {
+  std::string line;
+  for (const char* c = message; *c; ++c) {
+    if (*c == '\n')
+      line += "\\n";
+    else if (static_cast<unsigned char>(*c) < 0x20)
+      line += ' ';
+    else
+      line += *c;
+  }
+  return line;
+}
+
 }  // namespace emu

@@ -23,6 +23,9 @@ constexpr size_t kMaxSetRecords = 1024;
 // `text` must not reach json-glib.
 bool admitJsonText(const char* text, size_t length, size_t maxBytes, std::string& error);
 
+// A parser's message as one line: json-glib quotes the offending text, line breaks included.
+std::string oneLine(const char* message);
+
 }  // namespace emu
 
 #endif
