@@ -112,6 +112,7 @@ void LaunchRun::armDeadline() {
 
 void LaunchRun::watchSignals() {
   if (!g_unix_open_pipe(g_signalPipe, FD_CLOEXEC, nullptr) ||
+      !g_unix_set_fd_nonblocking(g_signalPipe[0], TRUE, nullptr) ||
       !g_unix_set_fd_nonblocking(g_signalPipe[1], TRUE, nullptr))
     return;
   signalSource_ = g_unix_fd_add(g_signalPipe[0], G_IO_IN, onSignal, this);
