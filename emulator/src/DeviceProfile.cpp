@@ -11,6 +11,7 @@
 #include <cstdio>
 
 #include "emu/OutsideText.h"
+#include "emu/RunJournal.h"
 #include "host/Personality.h"
 #include "host/RecordFile.h"
 
@@ -271,7 +272,7 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
   }
 
   ObjectReader reader(object, kFileName, error);
-  return reader.string("name", name) && reader.stringMap("config", config) &&
+  const bool read = reader.string("name", name) && reader.stringMap("config", config) &&
          reader.objects("packages",
                         [&](ObjectReader& item) {
                           host::PackageInfo info;
@@ -320,6 +321,8 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
                         }) &&
          reader.stringMap("faults", faults) && reader.stringMap("platform", platform) &&
          validPlatform(platform, error);
+  // What a run applied and did not live to save.
+  return read && RunJournal::replay(deviceDir, *this, error);
 }
 
 bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const {
@@ -421,6 +424,8 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
     error = std::string(path) + ": " + reason;
     return false;
   }
+  // The profile now holds what the journal did, for it was loaded with it.
+  RunJournal::remove(deviceDir);
   return true;
 }
 

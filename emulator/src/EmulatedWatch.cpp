@@ -25,6 +25,11 @@ bool EmulatedWatch::boot(host::Platform& platform,
     platform.config().set(entry.first, entry.second);
   for (const host::PackageInfo& info : profile_.packages)
     platform.packages().install(info);
+  journal_ = std::make_shared<RunJournal>(deviceDir_);
+  platform.config().setObserver(
+      [journal = journal_](const std::string& key, const std::string& value) {
+        journal->config(key, value);
+      });
   std::vector<std::string> operations;
   for (const host::LaunchRequest& request : options.requests)
     operations.push_back(request.operation);
@@ -53,6 +58,7 @@ void EmulatedWatch::finish(host::Platform& platform,
     });
     cloud_.reset();
   }
+  platform.config().setObserver(nullptr);
   profile_.config = platform.config().values();
   profile_.packages = platform.packages().apps();
   finishPeers(platform, report);
@@ -62,7 +68,11 @@ void EmulatedWatch::finish(host::Platform& platform,
   std::string error;
   const bool saved = profile_.save(deviceDir_, error);
   if (!saved)
-    report.failure("watch", "NOT SAVED: " + error);
+    report.failure("watch", "NOT SAVED: " + error + " (what the run did stays in its journal)");
+  std::string journalError;
+  if (journal_ && journal_->failed(journalError))
+    report.failure("watch", "journal: " + journalError);
+  journal_.reset();
   auto idle = profile_.config.find(kIdleClockKey);
   const std::string idleClock = idle == profile_.config.end() ? "(none)" : idle->second;
   report.line("watch", profile_.name + ", idle clock " + idleClock);

@@ -47,13 +47,13 @@ void EmulatedWatch::bootPeers(host::Platform& platform) {
   }
 
   watchface_ = std::make_shared<WatchfaceService>(platform, deviceDir_, profile_.faces,
-                                                  profile_.images, faults);
+                                                  profile_.images, faults, journal_);
   platform.registerApp(kWatchfaceServiceAppId, watchface_);
 
   const unsigned lateMs =
       static_cast<unsigned>(strtoul(faultValue(faults, "watchapp-late", "0").c_str(), nullptr, 10));
   for (const WatchAppState& state : profile_.watchApps) {
-    auto app = std::make_shared<WatchApp>(platform, state, lateMs);
+    auto app = std::make_shared<WatchApp>(platform, state, lateMs, journal_);
     platform.registerApp(state.appId, app);
     watchApps_.push_back(app);
   }
@@ -68,7 +68,7 @@ void EmulatedWatch::bootPeers(host::Platform& platform) {
     };
   }
   store_ = std::make_shared<StoreService>(platform, profile_.catalogue, faults,
-                                          std::move(onFirstStoreRequest));
+                                          std::move(onFirstStoreRequest), journal_);
   platform.registerApp(kStoreAppId, store_);
 }
 

@@ -16,6 +16,7 @@
 #include "emu/SampleWatch.h"
 #include "host/Platform.h"
 #include "host/RecordFile.h"
+#include "host/WatchDirs.h"
 
 namespace emu {
 
@@ -24,7 +25,6 @@ const char* const WatchfaceService::kPort = "watchface-service::localport";
 namespace {
 
 const char* const kServicePort = "morvik-service::localport";
-const char* const kBackgroundDir = "apps/com.talvoro.watchface-service/data/backgrounds";
 const char* const kUnreadableDir = "apps/com.talvoro.watchface-service/data/unreadable";
 
 bool isPlainName(const std::string& name) {
@@ -37,12 +37,14 @@ WatchfaceService::WatchfaceService(host::Platform& platform,
                                    std::string deviceDir,
                                    std::vector<FaceEntry> faces,
                                    std::vector<BackgroundImage> images,
-                                   std::map<std::string, std::string> faults)
+                                   std::map<std::string, std::string> faults,
+                                   std::shared_ptr<RunJournal> journal)
     : platform_(platform),
       deviceDir_(std::move(deviceDir)),
       faces_(std::move(faces)),
       images_(std::move(images)),
-      faults_(std::move(faults)) {}
+      faults_(std::move(faults)),
+      journal_(std::move(journal)) {}
 
 WatchfaceService::~WatchfaceService() {
   if (!fifoPath_.empty())
@@ -124,12 +126,15 @@ std::string WatchfaceService::photoPath(const BackgroundImage& image) {
   const std::string path = deviceDir_ + "/" + image.path;
   g_autofree char* device = realpath(deviceDir_.c_str(), nullptr);
   g_autofree char* resolved = realpath(path.c_str(), nullptr);
+  g_autofree char* parent = g_path_get_dirname(image.path.c_str());
   struct stat info;
-  std::string problem;
+  std::string problem, linked;
   if (!device || !resolved || stat(resolved, &info) != 0)
     problem = "cannot be read";
   else if (!g_str_has_prefix(resolved, (std::string(device) + "/").c_str()))
     problem = "lies outside the device directory";
+  else if (!host::checkWatchDirectory(deviceDir_, parent, false, linked))
+    problem = "is reached through a link: " + linked;
   else if (!S_ISREG(info.st_mode))
     problem = "is not a regular file";
   if (!problem.empty()) {
@@ -155,18 +160,22 @@ void WatchfaceService::restoreSettings(bundle* message) {
     faces_.push_back({pkgId, settings});
   else
     face->settings = settings;
+  journal_->face({pkgId, settings});
   host::logInfo(kLogTagWatchface, "settings of %s kept (%zu bytes)", pkgId.c_str(),
                 settings.size());
   ++activity_.settingsReceived;
 }
 
-bool WatchfaceService::linkPhoto(const std::string& from, const std::string& to, size_t& length) {
+bool WatchfaceService::linkPhoto(const std::string& from,
+                                 const std::string& to,
+                                 const std::string& temporary,
+                                 size_t& length) {
   // The service writes a photo it restores as a file of its own name and never rewrites one that
   // another name shares, so the two names may share the bytes.
   host::LockedTempFile linked;
   struct stat info;
   std::string reason;
-  if (!linked.createLinkTo(from, to + ".XXXXXX") || fstat(linked.fd(), &info) != 0 ||
+  if (!linked.createLinkTo(from, temporary) || fstat(linked.fd(), &info) != 0 ||
       !linked.renameTo(to, reason))
     return false;
   length = static_cast<size_t>(info.st_size);
@@ -175,17 +184,15 @@ bool WatchfaceService::linkPhoto(const std::string& from, const std::string& to,
 
 bool WatchfaceService::copyPhoto(const std::string& from,
                                  const std::string& to,
+                                 const std::string& temporary,
                                  size_t& length,
                                  std::string& failure) {
-  g_autofree char* bytes = nullptr;
-  gsize read = 0;
-  g_autoptr(GError) error = nullptr;
-  if (!g_file_get_contents(from.c_str(), &bytes, &read, &error) ||
-      !g_file_set_contents(to.c_str(), bytes, static_cast<gssize>(read), &error)) {
-    failure = error->message;
+  host::LockedTempFile copy;
+  struct stat info;
+  if (!copy.create(temporary, failure) || !host::copyFileInto(from, copy.fd(), failure) ||
+      fstat(copy.fd(), &info) != 0 || !copy.renameTo(to, failure))
     return false;
-  }
-  length = read;
+  length = static_cast<size_t>(info.st_size);
   return true;
 }
 
@@ -204,15 +211,21 @@ void WatchfaceService::restoreImage(bundle* message) {
   const std::string relative = std::string(kBackgroundDir) + "/" + fileName;
   g_autofree char* dir = g_build_filename(deviceDir_.c_str(), kBackgroundDir, nullptr);
   g_autofree char* target = g_build_filename(dir, fileName.c_str(), nullptr);
-  if (g_mkdir_with_parents(dir, 0755) != 0) {
-    host::logError(kLogTagWatchface, "photo %s not copied: cannot make its directory",
-                   fileName.c_str());
+  std::string failure;
+  if (!host::checkWatchDirectory(deviceDir_, kBackgroundDir, true, failure)) {
+    host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(),
+                   failure.c_str());
+    activity_.photoProblems.push_back("photo " + fileName + " not kept: " + failure);
     return;
   }
+  // A name of its own length would leave no room for a temporary suffix within the file
+  // system's limit: the temporary name is short and unrelated.
+  const std::string temporary = std::string(dir) + "/.photo-XXXXXX";
   size_t length = 0;
-  std::string failure;
-  if (!linkPhoto(filePath, target, length) && !copyPhoto(filePath, target, length, failure)) {
+  if (!linkPhoto(filePath, target, temporary, length) &&
+      !copyPhoto(filePath, target, temporary, length, failure)) {
     host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(), failure.c_str());
+    activity_.photoProblems.push_back("photo " + fileName + " not kept: " + failure);
     return;
   }
   auto image = std::find_if(images_.begin(), images_.end(), [&](const BackgroundImage& entry) {
@@ -222,6 +235,7 @@ void WatchfaceService::restoreImage(bundle* message) {
     images_.push_back({fileName, relative, bgType});
   else
     *image = {fileName, relative, bgType};
+  journal_->photo({fileName, relative, bgType});
   host::logInfo(kLogTagWatchface, "photo %s copied to %s (%zu bytes)", fileName.c_str(),
                 relative.c_str(), length);
   ++activity_.imagesReceived;

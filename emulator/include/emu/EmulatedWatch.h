@@ -5,6 +5,7 @@
 
 #include "emu/CloudAgent.h"
 #include "emu/DeviceProfile.h"
+#include "emu/RunJournal.h"
 #include "emu/StoreService.h"
 #include "emu/StoredSet.h"
 #include "emu/WatchApp.h"
@@ -48,6 +49,8 @@ class EmulatedWatch : public host::DeviceHooks {
   std::shared_ptr<WatchfaceService> watchface_;
   std::vector<std::shared_ptr<WatchApp>> watchApps_;
   std::shared_ptr<StoreService> store_;
+  // What the run applies, as it applies it; shared with the peers, from boot() to finish().
+  std::shared_ptr<RunJournal> journal_;
   // Packages that a fault keeps out of the package database; they stay on the watch's disk.
   std::vector<host::PackageInfo> withheld_;
 };

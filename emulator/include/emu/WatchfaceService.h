@@ -2,10 +2,12 @@
 #define EMU_WATCHFACE_SERVICE_H
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "emu/DeviceProfile.h"
+#include "emu/RunJournal.h"
 #include "host/BoundaryRecord.h"
 #include "host/EmulatedApp.h"
 
@@ -31,14 +33,16 @@ class WatchfaceService : public host::EmulatedApp {
     int imagesReceived = 0;
     int restoresFinished = 0;
     std::string idleFace;                    // the face an idle-change message chose, if any
-    std::vector<std::string> photoProblems;  // photos not handed out as they are, and why
+    // Photos not handed out as they are, or not kept, and why.
+    std::vector<std::string> photoProblems;
   };
 
   WatchfaceService(host::Platform& platform,
                    std::string deviceDir,
                    std::vector<FaceEntry> faces,
                    std::vector<BackgroundImage> images,
-                   std::map<std::string, std::string> faults);
+                   std::map<std::string, std::string> faults,
+                   std::shared_ptr<RunJournal> journal);
   ~WatchfaceService() override;
 
   WatchfaceService(const WatchfaceService&) = delete;
@@ -59,11 +63,16 @@ class WatchfaceService : public host::EmulatedApp {
   void answerBackup();
   void restoreSettings(bundle* message);
   void restoreImage(bundle* message);
-  // Puts the photo `from` at `to` (replacing it) and tells its size: by a hard link where the
-  // file systems allow, else by a copy (false with the reason).
-  static bool linkPhoto(const std::string& from, const std::string& to, size_t& length);
+  // Puts the photo `from` at `to` (replacing it, through the new file `temporary`, a pattern
+  // ending in XXXXXX) and tells its size: by a hard link where the file systems allow, else by
+  // a copy (false with the reason).
+  static bool linkPhoto(const std::string& from,
+                        const std::string& to,
+                        const std::string& temporary,
+                        size_t& length);
   static bool copyPhoto(const std::string& from,
                         const std::string& to,
+                        const std::string& temporary,
                         size_t& length,
                         std::string& failure);
   void changeIdleClock(bundle* message);
@@ -77,6 +86,7 @@ class WatchfaceService : public host::EmulatedApp {
   std::vector<FaceEntry> faces_;
   std::vector<BackgroundImage> images_;
   std::map<std::string, std::string> faults_;
+  std::shared_ptr<RunJournal> journal_;  // every settings document and photo it keeps
   Activity activity_;
   std::string fifoPath_;  // made for the image-unreadable fault; removed with this app
 };
