@@ -26,15 +26,18 @@ bool EmulatedWatch::boot(host::Platform& platform,
   for (const host::PackageInfo& info : profile_.packages)
     platform.packages().install(info);
   journal_ = std::make_shared<RunJournal>(deviceDir_);
-  platform.config().setObserver(
-      [journal = journal_](const std::string& key, const std::string& value) {
-        journal->config(key, value);
-      });
   std::vector<std::string> operations;
   for (const host::LaunchRequest& request : options.requests)
     operations.push_back(request.operation);
   cloud_ = std::make_unique<CloudAgent>(platform, options.cloudDir, profile_.faults, operations);
   bootPeers(platform);
+  platform.config().setObserver([&platform, journal = journal_,
+                                 watchface = std::weak_ptr<WatchfaceService>(watchface_)](
+                                    const std::string& key, const std::string& value) {
+    journal->config(key, value);
+    if (auto peer = watchface.lock(); peer && key == kIdleClockKey)
+      peer->noteIdleClockWritten(platform.record().events().size());
+  });
   return true;
 }
 

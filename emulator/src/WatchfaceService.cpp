@@ -247,6 +247,24 @@ void WatchfaceService::changeIdleClock(bundle* message) {
     host::logError(kLogTagWatchface, "idle-change message without pkgid ignored");
     return;
   }
+  // Messages arrive in the order they were sent: this is the n-th idle change the record holds.
+  const size_t nth = ++idleChangesReceived_;
+  size_t seen = 0;
+  const auto& events = platform_.record().events();
+  for (size_t i = 0; i < events.size(); ++i) {
+    const host::BoundaryEvent& event = events[i];
+    if (event.kind != host::BoundaryEvent::Kind::kMessageSent || event.name != kPort)
+      continue;
+    for (const auto& entry : event.data) {
+      if (entry.first == "type" && entry.second == "watch-idle-changed" && ++seen == nth &&
+          idleClockWrittenAt_ > i) {
+        host::logWarn(kLogTagWatchface,
+                      "idle change to %s ignored: the idle clock was set after it was sent",
+                      pkgId.c_str());
+        return;
+      }
+    }
+  }
   platform_.config().set(kIdleClockKey, kWatchfaceAppId);
   platform_.config().set(kWatchfaceNameKey, pkgId);
   activity_.idleFace = pkgId;

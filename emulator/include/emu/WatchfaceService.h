@@ -54,6 +54,9 @@ class WatchfaceService : public host::EmulatedApp {
 
   // Sends the service "restore_finished" out of turn.
   void sendRestoreFinished();
+  // The idle clock was written when the boundary record held `events` events. An idle-change
+  // message sent before that comes too late to count: the later word holds.
+  void noteIdleClockWritten(size_t events) { idleClockWrittenAt_ = events; }
 
   const std::vector<FaceEntry>& faces() const { return faces_; }
   const std::vector<BackgroundImage>& images() const { return images_; }
@@ -89,6 +92,8 @@ class WatchfaceService : public host::EmulatedApp {
   std::shared_ptr<RunJournal> journal_;  // every settings document and photo it keeps
   Activity activity_;
   std::string fifoPath_;  // made for the image-unreadable fault; removed with this app
+  size_t idleClockWrittenAt_ = 0;
+  size_t idleChangesReceived_ = 0;
 };
 
 }  // namespace emu
