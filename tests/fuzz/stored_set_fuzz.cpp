@@ -56,6 +56,36 @@ void check(bool holds) {
     __builtin_trap();
 }
 
+bool samePhotos(const emu::BackupDocument& a, const emu::BackupDocument& b) {
+  if (a.photos.size() != b.photos.size())
+    return false;
+  for (size_t i = 0; i < a.photos.size(); ++i) {
+    const auto& x = a.photos[i];
+    const auto& y = b.photos[i];
+    if (x.fileName != y.fileName || x.bgType != y.bgType || x.noData != y.noData ||
+        x.dataBytes != y.dataBytes || x.dataCrc != y.dataCrc)
+      return false;
+  }
+  return true;
+}
+
+// The quick reading must read each document as json-glib's tree does.
+void checkSameAsJsonGlib(const std::string& value, bool read, const emu::BackupDocument& quick) {
+  emu::BackupDocument tree;
+  std::string error;
+  check(tree.read(value, error, emu::BackupDocument::Reader::kJsonGlib) == read);
+  if (!read)
+    return;
+  check(tree.mainKey == quick.mainKey && tree.subKey == quick.subKey &&
+        tree.repaired == quick.repaired && tree.unusable.empty() == quick.unusable.empty() &&
+        tree.entries.size() == quick.entries.size() && samePhotos(tree, quick));
+  for (size_t i = 0; i < tree.entries.size(); ++i) {
+    const auto& x = tree.entries[i];
+    const auto& y = quick.entries[i];
+    check(x.pkgId == y.pkgId && x.svcId == y.svcId && x.result == y.result);
+  }
+}
+
 // Each item's last word among the usable records, found the slow way.
 void checkLastWords(const std::vector<std::string>& values, const emu::StoredSet& set) {
   std::map<std::string, std::string> entries;
@@ -65,7 +95,9 @@ void checkLastWords(const std::vector<std::string>& values, const emu::StoredSet
   for (const std::string& value : values) {
     emu::BackupDocument document;
     std::string error;
-    if (!document.read(value, error) || !document.unusable.empty()) {
+    const bool read = document.read(value, error);
+    checkSameAsJsonGlib(value, read, document);
+    if (!read || !document.unusable.empty()) {
       ++unusable;
       continue;
     }

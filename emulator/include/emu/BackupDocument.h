@@ -37,9 +37,12 @@ struct BackupDocument {
   // list", "it holds no setup"); empty when it could.
   std::string unusable;
 
-  // Reads `text`, which it releases as soon as json-glib holds the document. Returns false with
-  // a one-line reason when it is no JSON object or must not reach json-glib.
-  bool read(std::string text, std::string& error);
+  // Quick: one strict pass over the text, and json-glib's tree only for what that pass does not
+  // take; JsonGlib: always the tree. Both read every document the same.
+  enum class Reader { kQuick, kJsonGlib };
+  // Reads `text`, releasing it once read. Returns false with a one-line reason when it is no
+  // JSON object or must not reach json-glib.
+  bool read(std::string text, std::string& error, Reader reader = Reader::kQuick);
 
   // Takes in a document restored after this one: its entries and photos replace those of the
   // same name, and its keys those it has. Linear in the later document's size.
