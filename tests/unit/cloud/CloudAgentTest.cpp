@@ -119,6 +119,19 @@ TEST_F(CloudAgentTest, RestoreHandsTheNewestSetToTheServiceAndChecksWhatComesBac
                                0),
             0u)
       << summary()[0];
+
+  // 200,000 empty records: neither the cloud nor the end of the run takes them one by one.
+  std::vector<CloudRecord> many(200000, CloudRecord{std::string("key"), std::string("1"),
+                                                    std::string()});
+  std::string error;
+  ASSERT_TRUE(host::writeRecordFile(store_.setPath(3), many, error)) << error;
+  ASSERT_EQ(restore(), 0);
+  EXPECT_EQ(summary(), Lines{"cloud     request 1, restore: FAILED at download: set 3 holds "
+                             "200000 records, more than the 1024 the cloud hands out"});
+  EXPECT_EQ(emu::StoredSet::read(store_, 3).describe(),
+            "set 3 holds 200000 records, more than the 1024 a set may hold");
+  unsigned long long id = 0;
+  EXPECT_FALSE(store_.add(many, id, error));
 }
 
 }  // namespace
