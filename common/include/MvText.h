@@ -47,8 +47,8 @@ inline std::string mvArgumentsNotUtf8(int argc, char** argv) {
     const char* end = nullptr;
     if (g_utf8_validate(argv[i], -1, &end))
       continue;
-    return "argument " + std::to_string(i) + " ('" + mvShownText(argv[i]) + "') is not UTF-8: byte " +
-           std::to_string(end - argv[i] + 1) + " is " +
+    return "argument " + std::to_string(i) + " ('" + mvShownText(argv[i]) +
+           "') is not UTF-8: byte " + std::to_string(end - argv[i] + 1) + " is " +
            mvShownText(std::string(1, *end));
   }
   return std::string();

@@ -153,9 +153,7 @@ class QuickReader {
     return take('}');
   }
 
-  static int hex(char c) {
-    return g_ascii_xdigit_value(c);
-  }
+  static int hex(char c) { return g_ascii_xdigit_value(c); }
 
   bool unicode(unsigned& value) {
     if (end_ - at_ < 4)
@@ -375,11 +373,10 @@ class QuickReader {
     }
     if (key == "watch_custom_bg") {
       into_.photos.clear();
-      return list("watch_custom_bg", {"file_name", "bg_type", "data"},
-                  [this](std::vector<Field>& f) {
-                    into_.photos.push_back(photoOf(exactBytes(f[0]), exactBytes(f[1]),
-                                                   exactBytes(f[2])));
-                  });
+      return list(
+          "watch_custom_bg", {"file_name", "bg_type", "data"}, [this](std::vector<Field>& f) {
+            into_.photos.push_back(photoOf(exactBytes(f[0]), exactBytes(f[1]), exactBytes(f[2])));
+          });
     }
     return skipValue();
   }

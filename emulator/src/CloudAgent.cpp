@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <optional>
 
-#include "emu/OutsideText.h"
+#include "MvText.h"
 #include "emu/EmuLog.h"
 #include "emu/FaultSwitches.h"
+#include "emu/OutsideText.h"
 #include "host/LaunchOptions.h"
-#include "MvText.h"
 
 namespace emu {
 

@@ -273,54 +273,54 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
 
   ObjectReader reader(object, kFileName, error);
   const bool read = reader.string("name", name) && reader.stringMap("config", config) &&
-         reader.objects("packages",
-                        [&](ObjectReader& item) {
-                          host::PackageInfo info;
-                          bool ok = item.string("pkgid", info.pkgId) &&
-                                    item.string("appid", info.appId) &&
-                                    item.string("component", info.component) &&
-                                    item.boolean("preload", info.preload);
-                          packages.push_back(info);
-                          return ok;
-                        }) &&
-         reader.objects("faces",
-                        [&](ObjectReader& item) {
-                          FaceEntry face;
-                          bool ok = item.string("pkgid", face.pkgId) &&
-                                    item.string("settings", face.settings);
-                          faces.push_back(face);
-                          return ok;
-                        }) &&
-         reader.objects("images",
-                        [&](ObjectReader& item) {
-                          BackgroundImage image;
-                          bool ok = item.string("file_name", image.fileName) &&
-                                    item.string("path", image.path) &&
-                                    item.string("bg_type", image.bgType);
-                          images.push_back(image);
-                          return ok;
-                        }) &&
-         reader.objects("watch_apps",
-                        [&](ObjectReader& item) {
-                          WatchAppState app;
-                          bool ok = item.string("appid", app.appId) &&
-                                    item.string("pkgid", app.pkgId) &&
-                                    item.string("result_xml", app.resultXml);
-                          watchApps.push_back(app);
-                          return ok;
-                        }) &&
-         reader.objects("store_catalogue",
-                        [&](ObjectReader& item) {
-                          CatalogueItem entry;
-                          bool ok = item.string("guid", entry.guid) &&
-                                    item.string("pkgid", entry.pkgId) &&
-                                    item.string("appid", entry.appId) &&
-                                    item.string("component", entry.component);
-                          catalogue.push_back(entry);
-                          return ok;
-                        }) &&
-         reader.stringMap("faults", faults) && reader.stringMap("platform", platform) &&
-         validPlatform(platform, error);
+                    reader.objects("packages",
+                                   [&](ObjectReader& item) {
+                                     host::PackageInfo info;
+                                     bool ok = item.string("pkgid", info.pkgId) &&
+                                               item.string("appid", info.appId) &&
+                                               item.string("component", info.component) &&
+                                               item.boolean("preload", info.preload);
+                                     packages.push_back(info);
+                                     return ok;
+                                   }) &&
+                    reader.objects("faces",
+                                   [&](ObjectReader& item) {
+                                     FaceEntry face;
+                                     bool ok = item.string("pkgid", face.pkgId) &&
+                                               item.string("settings", face.settings);
+                                     faces.push_back(face);
+                                     return ok;
+                                   }) &&
+                    reader.objects("images",
+                                   [&](ObjectReader& item) {
+                                     BackgroundImage image;
+                                     bool ok = item.string("file_name", image.fileName) &&
+                                               item.string("path", image.path) &&
+                                               item.string("bg_type", image.bgType);
+                                     images.push_back(image);
+                                     return ok;
+                                   }) &&
+                    reader.objects("watch_apps",
+                                   [&](ObjectReader& item) {
+                                     WatchAppState app;
+                                     bool ok = item.string("appid", app.appId) &&
+                                               item.string("pkgid", app.pkgId) &&
+                                               item.string("result_xml", app.resultXml);
+                                     watchApps.push_back(app);
+                                     return ok;
+                                   }) &&
+                    reader.objects("store_catalogue",
+                                   [&](ObjectReader& item) {
+                                     CatalogueItem entry;
+                                     bool ok = item.string("guid", entry.guid) &&
+                                               item.string("pkgid", entry.pkgId) &&
+                                               item.string("appid", entry.appId) &&
+                                               item.string("component", entry.component);
+                                     catalogue.push_back(entry);
+                                     return ok;
+                                   }) &&
+                    reader.stringMap("faults", faults) && reader.stringMap("platform", platform) &&
+                    validPlatform(platform, error);
   // What a run applied and did not live to save.
   return read && RunJournal::replay(deviceDir, *this, error);
 }

@@ -1,11 +1,11 @@
 #include "emu/EmulatedWatch.h"
 
+#include "MvText.h"
 #include "emu/CloudStore.h"
 #include "emu/SampleWatch.h"
 #include "emu/SetAudit.h"
 #include "emu/StoredSet.h"
 #include "host/Platform.h"
-#include "MvText.h"
 
 namespace emu {
 
@@ -31,13 +31,13 @@ bool EmulatedWatch::boot(host::Platform& platform,
     operations.push_back(request.operation);
   cloud_ = std::make_unique<CloudAgent>(platform, options.cloudDir, profile_.faults, operations);
   bootPeers(platform);
-  platform.config().setObserver([&platform, journal = journal_,
-                                 watchface = std::weak_ptr<WatchfaceService>(watchface_)](
-                                    const std::string& key, const std::string& value) {
-    journal->config(key, value);
-    if (auto peer = watchface.lock(); peer && key == kIdleClockKey)
-      peer->noteIdleClockWritten(platform.record().events().size());
-  });
+  platform.config().setObserver(
+      [&platform, journal = journal_, watchface = std::weak_ptr<WatchfaceService>(watchface_)](
+          const std::string& key, const std::string& value) {
+        journal->config(key, value);
+        if (auto peer = watchface.lock(); peer && key == kIdleClockKey)
+          peer->noteIdleClockWritten(platform.record().events().size());
+      });
   return true;
 }
 

@@ -1,11 +1,11 @@
 // The apps around the service on the emulated watch, and what they changed.
 #include <stdlib.h>
 
+#include "MvText.h"
 #include "emu/EmulatedWatch.h"
 #include "emu/FaultSwitches.h"
 #include "emu/SampleWatch.h"
 #include "host/Platform.h"
-#include "MvText.h"
 
 namespace emu {
 

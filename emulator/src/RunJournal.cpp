@@ -183,8 +183,8 @@ bool RunJournal::replay(const std::string& deviceDir,
   bool ok = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
             static_cast<unsigned long long>(info.st_size) <= kMaxJournalBytes;
   if (!ok)
-    error = file + ": not a regular file of at most " + std::to_string(kMaxJournalBytes >> 20) +
-            " MiB";
+    error =
+        file + ": not a regular file of at most " + std::to_string(kMaxJournalBytes >> 20) + " MiB";
   char chunk[64 * 1024];
   while (ok) {
     const ssize_t got = read(fd, chunk, sizeof chunk);

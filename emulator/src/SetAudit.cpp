@@ -191,10 +191,9 @@ std::vector<AuditFinding> auditRestore(const DeviceProfile& watch,
     } else if (!holds(watchApps, entry.svcId, entry.result)) {
       auto error = launchErrors.find(entry.svcId);
       missing.push_back({"watch app " + entry.svcId,
-                         error == launchErrors.end()
-                             ? "the watch app did not get it"
-                             : "its app could not be launched (error " +
-                                   std::to_string(error->second) + ")"});
+                         error == launchErrors.end() ? "the watch app did not get it"
+                                                     : "its app could not be launched (error " +
+                                                           std::to_string(error->second) + ")"});
     }
   }
   for (const BackupDocument::Photo& photo : document.photos) {

@@ -213,8 +213,7 @@ void WatchfaceService::restoreImage(bundle* message) {
   g_autofree char* target = g_build_filename(dir, fileName.c_str(), nullptr);
   std::string failure;
   if (!host::checkWatchDirectory(deviceDir_, kBackgroundDir, true, failure)) {
-    host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(),
-                   failure.c_str());
+    host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(), failure.c_str());
     activity_.photoProblems.push_back("photo " + fileName + " not kept: " + failure);
     return;
   }

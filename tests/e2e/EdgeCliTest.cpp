@@ -72,17 +72,17 @@ class EdgeCliTest : public morvik_test::CliFixture {
 TEST_F(EdgeCliTest, EverySignalThatWouldEndTheProcessEndsTheRunByName) {
   const std::string device = watch("waiting", "--sample");
   ASSERT_EQ(runEmu({"fault", device, "watchface-silent"}).status, 0);
-  const std::pair<const char*, int> signals[] = {{"HUP", 129}, {"QUIT", 131}, {"USR1", 138},
+  const std::pair<const char*, int> signals[] = {{"HUP", 129},  {"QUIT", 131}, {"USR1", 138},
                                                  {"PIPE", 141}, {"ALRM", 142}, {"TERM", 143}};
   for (const auto& signal : signals) {
     SCOPED_TRACE(signal.first);
-    const ProcessResult run = shell(
-        std::string("rm -f \"$1/log/dlog.log\"; \"$0\" --device \"$1\" --cloud \"$2\" "
-                    "--operation backup --deadline 60 & pid=$!; "
-                    "until grep -q 'left unanswered' \"$1/log/dlog.log\" 2>/dev/null; do "
-                    "sleep 0.05; done; kill -s ") +
-            signal.first + " $pid; wait $pid",
-        device);
+    const ProcessResult run =
+        shell(std::string("rm -f \"$1/log/dlog.log\"; \"$0\" --device \"$1\" --cloud \"$2\" "
+                          "--operation backup --deadline 60 & pid=$!; "
+                          "until grep -q 'left unanswered' \"$1/log/dlog.log\" 2>/dev/null; do "
+                          "sleep 0.05; done; kill -s ") +
+                  signal.first + " $pid; wait $pid",
+              device);
     EXPECT_EQ(run.status, signal.second) << run.err;
     EXPECT_TRUE(hasLine(run.out, std::string("interrupted by SIG") + signal.first)) << run.out;
   }
@@ -100,9 +100,9 @@ TEST_F(EdgeCliTest, AResultThatCannotBeWrittenWholeIsAnErrorOfItsOwn) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.redirection);
-    const ProcessResult run = shell(
-        std::string("\"$0\" --device \"$1\" --cloud \"$2\" --operation info") + c.redirection,
-        device);
+    const ProcessResult run =
+        shell(std::string("\"$0\" --device \"$1\" --cloud \"$2\" --operation info") + c.redirection,
+              device);
     EXPECT_EQ(run.status, 5);
     EXPECT_TRUE(hasLine(run.err, c.line)) << run.err;
   }
@@ -147,10 +147,11 @@ TEST_F(EdgeCliTest, NamesThatAreNotUtf8LeaveTheJsonResultValid) {
   g_autoptr(JsonParser) parser = json_parser_new();
   JsonObject* result = morvik_test::jsonObject(parser, run.out);
   ASSERT_NE(result, nullptr);
-  JsonObject* left = json_array_get_object_element(
-      json_object_get_array_member(result, "left_out"), 0);
+  JsonObject* left =
+      json_array_get_object_element(json_object_get_array_member(result, "left_out"), 0);
   EXPECT_STREQ(json_object_get_string_member(left, "item"), "photo caf\\xE9.jpg");
-  g_autofree char* exact = g_base64_encode(reinterpret_cast<const guchar*>("photo caf\xE9.jpg"), 14);
+  g_autofree char* exact =
+      g_base64_encode(reinterpret_cast<const guchar*>("photo caf\xE9.jpg"), 14);
   EXPECT_STREQ(json_object_get_string_member(left, "item_base64"), exact);
   EXPECT_TRUE(hasLine(run.out, "left out photo caf\\\\xE9.jpg")) << run.out;
 }
@@ -171,8 +172,9 @@ TEST_F(EdgeCliTest, ARestoreKilledBeforeTheWatchIsSavedLosesNothing) {
   ASSERT_EQ(killed.status, 137) << killed.err;
   EXPECT_EQ(runEmu({"diff", sample, blank}).out, "same setup\n");
   ProcessResult doctor = runEmu({"doctor", blank});
-  EXPECT_TRUE(hasLine(doctor.out, "interrupted run: it applied 2 configuration values, 2 apps, "
-                                  "3 settings documents of faces, 2 photos"))
+  EXPECT_TRUE(hasLine(doctor.out,
+                      "interrupted run: it applied 2 configuration values, 2 apps, "
+                      "3 settings documents of faces, 2 photos"))
       << doctor.out;
 
   // Any save of the watch takes the journal in: here the next change of its switches.

@@ -40,8 +40,8 @@ class FlowCliTest : public morvik_test::CliFixture {
     std::string error;
     g_mkdir_with_parents(cloud_.c_str(), 0755);
     ASSERT_TRUE(cloud.list(ids, error)) << error;
-    ASSERT_TRUE(host::writeRecordFile(cloud.setPath(ids.empty() ? 1 : ids.back() + 1), records,
-                                      error))
+    ASSERT_TRUE(
+        host::writeRecordFile(cloud.setPath(ids.empty() ? 1 : ids.back() + 1), records, error))
         << error;
   }
 
@@ -145,7 +145,8 @@ TEST_F(FlowCliTest, EachStoredSetRestoresExactlyWhatItsDocumentsSay) {
       // the last record's word holds.
       {"idle clock by the last record",
        {"{\"watch_main_key\":\"com.talvoro.watchface\",\"watch_sub_key\":\"com.talvoro.face."
-        "mono\",\"watch_items\":[" + mono + "]}",
+        "mono\",\"watch_items\":[" +
+            mono + "]}",
         "{\"watch_main_key\":\"com.talvoro.clock-pacetrail\",\"watch_sub_key\":\"\"}"},
        0,
        {{"com.talvoro.face.mono", "<mono/>"}},

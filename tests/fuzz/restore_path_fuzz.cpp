@@ -3,9 +3,9 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 
+#include <errno.h>
 #include <stddef.h>
 #include <stdint.h>
-#include <errno.h>
 #include <stdlib.h>
 #include <unistd.h>
 

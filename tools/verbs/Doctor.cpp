@@ -13,8 +13,8 @@
 #include "emu/DeviceProfile.h"
 #include "emu/RunJournal.h"
 #include "emu/SampleWatch.h"
-#include "host/DeviceAdmission.h"
 #include "emu/StrictJson.h"
+#include "host/DeviceAdmission.h"
 
 namespace emucli {
 
@@ -82,7 +82,8 @@ void findInterruptedRun(const std::string& dir, std::vector<std::string>& findin
   }
   findings.push_back("interrupted run: it applied " + contents.describe() +
                      " and ended before saving the watch; they are shown, and the next run "
-                     "saves them (" + emu::RunJournal::kFileName + ")");
+                     "saves them (" +
+                     emu::RunJournal::kFileName + ")");
 }
 
 // The watch's own directories, which its apps write into, must be directories of the watch and
@@ -114,7 +115,8 @@ void findOrphanPhotos(const std::string& dir,
   for (const std::string& name : namesIn(dir + "/" + emu::kBackgroundDir)) {
     const std::string relative = std::string(emu::kBackgroundDir) + "/" + name;
     if (named.count(relative) == 0)
-      findings.push_back("file " + relative + " is no photo of the watch (left by a run that "
+      findings.push_back("file " + relative +
+                         " is no photo of the watch (left by a run that "
                          "ended before noting it)");
   }
 }

@@ -22,9 +22,9 @@ struct BackupDocument {
   struct Photo {
     std::string fileName;
     std::string bgType;
-    bool noData = true;     // "data" is missing or empty
-    size_t dataBytes = 0;   // the bytes "data" decodes to
-    uint32_t dataCrc = 0;   // and their CRC-32, as host::valueCrc gives it
+    bool noData = true;    // "data" is missing or empty
+    size_t dataBytes = 0;  // the bytes "data" decodes to
+    uint32_t dataCrc = 0;  // and their CRC-32, as host::valueCrc gives it
   };
 
   // The stored text was not UTF-8: its bad bytes read as U+FFFD.

@@ -32,7 +32,7 @@ class WatchfaceService : public host::EmulatedApp {
     int settingsReceived = 0;
     int imagesReceived = 0;
     int restoresFinished = 0;
-    std::string idleFace;                    // the face an idle-change message chose, if any
+    std::string idleFace;  // the face an idle-change message chose, if any
     // Photos not handed out as they are, or not kept, and why.
     std::vector<std::string> photoProblems;
   };

@@ -31,7 +31,8 @@ const char* const kDescription =
     "  3    the deadline passed before the service ended itself\n"
     "  4    the service ended itself, but a flow failed or was left undone (see the summary)\n"
     "  5    the summary or the JSON result could not be written whole\n"
-    "  128+N  ended by signal N (129 SIGHUP, 130 SIGINT, 131 SIGQUIT, 141 SIGPIPE, 143 SIGTERM...)\n";
+    "  128+N  ended by signal N (129 SIGHUP, 130 SIGINT, 131 SIGQUIT, 141 SIGPIPE, 143 "
+    "SIGTERM...)\n";
 
 // What the callbacks fill while GLib walks the command line, in its order.
 struct Parse {

@@ -22,9 +22,9 @@ namespace {
 // Every signal whose default action ends a process, but for those that report a fault of the
 // process itself (SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP, SIGSYS): a crash stays a
 // crash. The real-time signals are added at run time.
-const int kEndingSignals[] = {SIGHUP,  SIGINT,  SIGQUIT,   SIGUSR1, SIGUSR2, SIGPIPE,
-                              SIGALRM, SIGTERM, SIGSTKFLT, SIGXCPU, SIGXFSZ, SIGVTALRM,
-                              SIGPROF, SIGIO,   SIGPWR};
+const int kEndingSignals[] = {SIGHUP,  SIGINT,    SIGQUIT, SIGUSR1,   SIGUSR2,
+                              SIGPIPE, SIGALRM,   SIGTERM, SIGSTKFLT, SIGXCPU,
+                              SIGXFSZ, SIGVTALRM, SIGPROF, SIGIO,     SIGPWR};
 
 // The handler's only way out: it writes the signal's number here, the main loop reads it.
 int g_signalPipe[2] = {-1, -1};

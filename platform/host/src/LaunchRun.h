@@ -21,9 +21,10 @@ class Platform;
 
 // Delivers the launch requests at their times, and ends the run when the app exits, at the
 // deadline, or on any signal whose default action would end the process (SIGPIPE only when
-// another process sends it: a write of our own to a closed pipe fails instead). A deadline or a signal that comes while the app waits in a
-// nested main loop cannot return to the main loop: the run is then reported at once and the
-// process ends, as the platform's watchdog ends a hung app. Main loop thread only.
+// another process sends it: a write of our own to a closed pipe fails instead). A deadline or a
+// signal that comes while the app waits in a nested main loop cannot return to the main loop: the
+// run is then reported at once and the process ends, as the platform's watchdog ends a hung app.
+// Main loop thread only.
 class LaunchRun {
  public:
   // Delivers one launch request; `request` lives for the call.

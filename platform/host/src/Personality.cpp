@@ -21,9 +21,9 @@ bool parseBytes(const std::string& text, size_t& bytes) {
     bytes = 0;
     return true;
   }
-  if (text.empty() || text.size() > 10 ||
-      !std::all_of(text.begin(), text.end(),
-                   [](char c) { return isdigit(static_cast<unsigned char>(c)) != 0; }))
+  if (text.empty() || text.size() > 10 || !std::all_of(text.begin(), text.end(), [](char c) {
+        return isdigit(static_cast<unsigned char>(c)) != 0;
+      }))
     return false;
   const unsigned long long value = std::stoull(text);
   if (value == 0 || value > (1ull << 30))
@@ -40,22 +40,34 @@ std::string bytesText(size_t bytes) {
 
 const std::vector<PersonalitySwitch>& personalitySwitches() {
   static const std::vector<PersonalitySwitch> switches = {
-      {kCloudRegistration, {"refuse", "replace"}, "refuse",
+      {kCloudRegistration,
+       {"refuse", "replace"},
+       "refuse",
        "guessed: the vendor's library is closed; a second registration of a kind already "
        "registered may be refused or may replace the first"},
-      {kCloudInitialization, {"nested", "flat"}, "nested",
+      {kCloudInitialization,
+       {"nested", "flat"},
+       "nested",
        "guessed: initialise and deinitialise may be counted, or one deinitialise may release "
        "the library"},
-      {kPortReRegistration, {"same-id", "new-id"}, "same-id",
+      {kPortReRegistration,
+       {"same-id", "new-id"},
+       "same-id",
        "undocumented: the port API returns an ID for a name, and does not say whether "
        "registering the name again keeps it"},
       {kVconfValueLimit, {}, "off", "documented: a vconf string value holds at most 4 KiB"},
-      {kMessageSizeLimit, {}, "off",
+      {kMessageSizeLimit,
+       {},
+       "off",
        "documented: message-port messages should stay under 4 KB; beyond the limit the send "
        "fails with MESSAGE_PORT_ERROR_MAX_EXCEEDED"},
-      {kOtherPackageService, {"allow", "refuse"}, "allow",
+      {kOtherPackageService,
+       {"allow", "refuse"},
+       "allow",
        "documented: since wearable 3.0 another package's service app may not be launchable"},
-      {kTrustedPathSlash, {"yes", "no"}, "yes",
+      {kTrustedPathSlash,
+       {"yes", "no"},
+       "yes",
        "undocumented: whether a shared trusted path ends with '/'"},
   };
   return switches;

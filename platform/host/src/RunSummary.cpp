@@ -10,9 +10,9 @@
 #include <map>
 #include <string>
 
+#include "MvText.h"
 #include "host/DeliverySchedule.h"
 #include "host/Platform.h"
-#include "MvText.h"
 
 namespace host {
 

@@ -11,8 +11,8 @@
 #include "CloudFixture.h"
 #include "MvSvcTypes.h"
 #include "TempDir.h"
-#include "emu/StoredSet.h"
 #include "emu/CloudStore.h"
+#include "emu/StoredSet.h"
 
 namespace {
 
@@ -67,8 +67,9 @@ class CloudAgentTest : public morvik_test::CloudFixture {
 
   Lines summary() {
     host::RunReport report;
-    agent_->report(report,
-                   [this](unsigned long long id) { return emu::StoredSet::read(store_, id).describe(); });
+    agent_->report(report, [this](unsigned long long id) {
+      return emu::StoredSet::read(store_, id).describe();
+    });
     return report.lines();
   }
 
@@ -121,8 +122,8 @@ TEST_F(CloudAgentTest, RestoreHandsTheNewestSetToTheServiceAndChecksWhatComesBac
       << summary()[0];
 
   // 200,000 empty records: neither the cloud nor the end of the run takes them one by one.
-  std::vector<CloudRecord> many(200000, CloudRecord{std::string("key"), std::string("1"),
-                                                    std::string()});
+  std::vector<CloudRecord> many(200000,
+                                CloudRecord{std::string("key"), std::string("1"), std::string()});
   std::string error;
   ASSERT_TRUE(host::writeRecordFile(store_.setPath(3), many, error)) << error;
   ASSERT_EQ(restore(), 0);

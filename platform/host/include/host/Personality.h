@@ -41,10 +41,10 @@ struct Personality {
   CloudRegistration cloudRegistration = CloudRegistration::kRefuse;
   CloudInitialization cloudInitialization = CloudInitialization::kNested;
   PortReRegistration portReRegistration = PortReRegistration::kSameId;
-  size_t vconfValueLimit = 0;   // bytes of a vconf string value; 0: none
-  size_t messageSizeLimit = 0;  // bytes of a message-port message; 0: none
+  size_t vconfValueLimit = 0;             // bytes of a vconf string value; 0: none
+  size_t messageSizeLimit = 0;            // bytes of a message-port message; 0: none
   bool otherPackageServiceLaunch = true;  // another package's service app may be launched
-  bool trustedPathSlash = true;  // shared trusted paths end with '/'
+  bool trustedPathSlash = true;           // shared trusted paths end with '/'
 
   // Sets the switch `name` from its text `value`. False with a one-line reason.
   bool set(const std::string& name, const std::string& value, std::string& error);
