@@ -192,3 +192,41 @@ TEST_F(FlowCliTest, EachStoredSetRestoresExactlyWhatItsDocumentsSay) {
 }
 
 }  // namespace
+
+namespace {
+
+// What import refuses can still reach a watch in a set written directly: each ends truthfully,
+// a restore that json-glib reads (it takes more than JSON) or a failure naming the record, and a
+// watch that is saved and reads again.
+TEST_F(FlowCliTest, DocumentsImportRefusesRestoreOrFailByNameFromASetWrittenDirectly) {
+  const std::string key = "\"watch_main_key\":";
+  const struct {
+    std::string document;
+    int status;
+  } cases[] = {
+      {"hello", 4},
+      {"{" + key + " 5", 4},
+      {"{" + key + "\"com.talvoro.clock-pacet\\162ail\"}", 0},
+      {"{" + key + "\"com.talvoro.clock-pacetrail\",\"a\":\"x\ty\"}", 0},
+      {"{'watch_main_key':'com.talvoro.clock-pacetrail'}", 0},
+      {"{" + key + "\"com.talvoro.clock-pacetrail\"} // x", 4},
+      {"{" + key + "\"com.talvoro.clock-pacetrail\",\"a\":12345678901234567890}", 0},
+      {"{" + key + "\"com.talvoro.clock-pacetrail\",\"a\":1e400}", 0},
+      {std::string(100000, '['), 4},
+      {"[1]", 4},
+  };
+  int index = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.document.substr(0, 60));
+    store({c.document});
+    const std::string blank = watch("hostile" + std::to_string(index++), "--blank");
+    const ProcessResult restore = run(blank, "restore");
+    EXPECT_EQ(restore.status, c.status) << restore.out;
+    EXPECT_EQ(hasLine(restore.out, "record 1: "), c.status == 4) << restore.out;
+    EXPECT_EQ(saved(blank, "config").at("db/pel/clocks_set_idle"),
+              c.status == 0 ? "com.talvoro.clock-pacetrail" : "com.talvoro.watchface");
+    EXPECT_EQ(runEmu({"show", blank}).status, 0);
+  }
+}
+
+}  // namespace
