@@ -4,6 +4,7 @@
 #include <json-glib/json-glib.h>
 
 #include <cstring>
+#include <set>
 #include <vector>
 
 #include "emu/OutsideText.h"
@@ -144,10 +145,12 @@ class QuickReader {
       return false;
     if (take('}'))
       return true;
+    // A member given twice is json-glib's to read: it keeps the last, problems and all.
+    std::set<std::string> names;
     do {
       std::string name;
       skipSpace();
-      if (!string(&name) || !take(':') || !member(name))
+      if (!string(&name) || !names.insert(name).second || !take(':') || !member(name))
         return false;
     } while (take(','));
     return take('}');
@@ -364,15 +367,12 @@ class QuickReader {
       return stringField(mainKey_, key != "watch_main_key", key);
     if (key == "watch_sub_key" || key == "watch_sub_key_base64")
       return stringField(subKey_, key != "watch_sub_key", key);
-    // A member given twice counts as json-glib counts it: the last one.
     if (key == "watch_items") {
-      into_.entries.clear();
       return list("watch_items", {"pkgid", "svcid", "result"}, [this](std::vector<Field>& f) {
         into_.entries.push_back({exactBytes(f[0]), exactBytes(f[1]), exactBytes(f[2])});
       });
     }
     if (key == "watch_custom_bg") {
-      into_.photos.clear();
       return list(
           "watch_custom_bg", {"file_name", "bg_type", "data"}, [this](std::vector<Field>& f) {
             into_.photos.push_back(photoOf(exactBytes(f[0]), exactBytes(f[1]), exactBytes(f[2])));
