@@ -44,7 +44,13 @@ WatchfaceService::WatchfaceService(host::Platform& platform,
       faces_(std::move(faces)),
       images_(std::move(images)),
       faults_(std::move(faults)),
-      journal_(std::move(journal)) {}
+      journal_(std::move(journal)) {
+  // The first of a name counts, as a search from the front would find it.
+  for (size_t i = 0; i < faces_.size(); ++i)
+    faceAt_.emplace(faces_[i].pkgId, i);
+  for (size_t i = 0; i < images_.size(); ++i)
+    imageAt_.emplace(images_[i].fileName, i);
+}
 
 WatchfaceService::~WatchfaceService() {
   if (!fifoPath_.empty())
@@ -154,12 +160,11 @@ void WatchfaceService::restoreSettings(bundle* message) {
     host::logError(kLogTagWatchface, "settings message without pkgid or result_xml ignored");
     return;
   }
-  auto face = std::find_if(faces_.begin(), faces_.end(),
-                           [&](const FaceEntry& entry) { return entry.pkgId == pkgId; });
-  if (face == faces_.end())
+  auto face = faceAt_.emplace(pkgId, faces_.size());
+  if (face.second)
     faces_.push_back({pkgId, settings});
   else
-    face->settings = settings;
+    faces_[face.first->second].settings = settings;
   journal_->face({pkgId, settings});
   host::logInfo(kLogTagWatchface, "settings of %s kept (%zu bytes)", pkgId.c_str(),
                 settings.size());
@@ -227,13 +232,11 @@ void WatchfaceService::restoreImage(bundle* message) {
     activity_.photoProblems.push_back("photo " + fileName + " not kept: " + failure);
     return;
   }
-  auto image = std::find_if(images_.begin(), images_.end(), [&](const BackgroundImage& entry) {
-    return entry.fileName == fileName;
-  });
-  if (image == images_.end())
+  auto image = imageAt_.emplace(fileName, images_.size());
+  if (image.second)
     images_.push_back({fileName, relative, bgType});
   else
-    *image = {fileName, relative, bgType};
+    images_[image.first->second] = {fileName, relative, bgType};
   journal_->photo({fileName, relative, bgType});
   host::logInfo(kLogTagWatchface, "photo %s copied to %s (%zu bytes)", fileName.c_str(),
                 relative.c_str(), length);

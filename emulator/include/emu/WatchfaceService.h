@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "emu/DeviceProfile.h"
@@ -90,6 +91,10 @@ class WatchfaceService : public host::EmulatedApp {
   std::vector<BackgroundImage> images_;
   std::map<std::string, std::string> faults_;
   std::shared_ptr<RunJournal> journal_;  // every settings document and photo it keeps
+  // Where each face (by package ID) and photo (by file name) is held: a restore may bring tens
+  // of thousands.
+  std::unordered_map<std::string, size_t> faceAt_;
+  std::unordered_map<std::string, size_t> imageAt_;
   Activity activity_;
   std::string fifoPath_;  // made for the image-unreadable fault; removed with this app
   size_t idleClockWrittenAt_ = 0;
