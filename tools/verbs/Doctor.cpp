@@ -81,8 +81,8 @@ void findInterruptedRun(const std::string& dir, std::vector<std::string>& findin
     return;
   }
   findings.push_back("interrupted run: it applied " + contents.describe() +
-                     " and ended before saving the watch; they are shown, and the next run "
-                     "saves them (" +
+                     " and ended before saving the watch; show and diff include them, and "
+                     "the next run saves them (" +
                      emu::RunJournal::kFileName + ")");
 }
 
