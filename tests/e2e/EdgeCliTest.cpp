@@ -163,7 +163,7 @@ TEST_F(EdgeCliTest, ARestoreKilledBeforeTheWatchIsSavedLosesNothing) {
   ASSERT_EQ(service(sample, {"--operation", "backup"}).status, 0);
   const std::string blank = watch("blank", "--blank");
   // The cloud's last step waits: the run is killed in that pause.
-  ASSERT_EQ(runEmu({"fault", blank, "cloud-delay=1500"}).status, 0);
+  ASSERT_EQ(runEmu({"fault", blank, "cloud-delay=800"}).status, 0);
   const ProcessResult killed = shell(
       "\"$0\" --device \"$1\" --cloud \"$2\" --operation restore & pid=$!; "
       "until grep -q 'idle clock set to' \"$1/log/dlog.log\" 2>/dev/null; do sleep 0.05; done; "
