@@ -7,6 +7,7 @@
 #include <string>
 
 #include "EmuVerbs.h"
+#include "MvText.h"
 
 namespace {
 
@@ -143,6 +144,10 @@ int dispatch(int argc, char* argv[]) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+  mvUseUtf8Locale();
+  const std::string notText = mvArgumentsNotUtf8(argc, argv);
+  if (!notText.empty())
+    return emucli::fail(notText);
   errno = 0;
   const int status = dispatch(argc, argv);
   // Whatever was printed must have arrived: a full disk is no success.

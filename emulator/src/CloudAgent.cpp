@@ -7,9 +7,10 @@
 #include <cstdlib>
 #include <optional>
 
-#include "emu/BackupDocument.h"
+#include "MvText.h"
 #include "emu/EmuLog.h"
 #include "emu/FaultSwitches.h"
+#include "emu/OutsideText.h"
 #include "host/LaunchOptions.h"
 
 namespace emu {
@@ -143,7 +144,7 @@ std::vector<unsigned long long> CloudAgent::sets(bool restored) const {
   return ids;
 }
 
-void CloudAgent::report(host::RunReport& report) const {
+void CloudAgent::report(host::RunReport& report, const DescribeSet& describeSet) const {
   JsonArray* list = json_array_new();
   for (size_t i = 0; i < operations_.size(); ++i) {
     const unsigned launchId = static_cast<unsigned>(i + 1);
@@ -202,7 +203,7 @@ void CloudAgent::report(host::RunReport& report) const {
     }
     json_object_set_string_member(entry, "outcome", outcome.c_str());
     json_object_set_string_member(entry, "step", held.step);
-    json_object_set_member(entry, "detail", host::jsonString(held.detail));
+    mvJsonSetText(entry, "detail", held.detail);
     if (held.setId != 0)
       json_object_set_int_member(entry, "set", static_cast<gint64>(held.setId));
     if (held.type == Exchange::Type::kBackup && held.uploadedRecords > 0) {
@@ -210,29 +211,14 @@ void CloudAgent::report(host::RunReport& report) const {
       json_object_set_int_member(entry, "value_bytes", static_cast<gint64>(held.uploadedBytes));
     }
     json_array_add_object_element(list, entry);
-    // Described now, not while the exchange ran: a document can take as long to parse as the
-    // backup took.
-    if (held.type == Exchange::Type::kBackup && held.setId != 0)
+    // Described at the end, not while the exchange ran: a document can take as long to parse
+    // as the backup took, and the end of the run reads each set once for every check.
+    if (held.type == Exchange::Type::kBackup && held.setId != 0 && describeSet)
       report.line("cloud", who + "document: " + describeSet(held.setId));
   }
   JsonNode* node = json_node_new(JSON_NODE_ARRAY);
   json_node_take_array(node, list);
   report.set("exchanges", node);
-}
-
-std::string CloudAgent::describeSet(unsigned long long id) const {
-  std::vector<CloudRecord> stored;
-  std::string error;
-  if (!store_.read(id, stored, error))
-    return error;
-  std::string text;
-  for (const CloudRecord& record : stored) {
-    BackupDocument document;
-    if (!text.empty())
-      text += "; ";
-    text += document.read(record.value.value_or(""), error) ? document.describe() : error;
-  }
-  return text;
 }
 
 bool CloudAgent::delivered(unsigned launchId) const {
@@ -427,6 +413,11 @@ void CloudAgent::backupPathGiven(Exchange& exchange, const Answer& answer) {
     fail(exchange, error);
     return;
   }
+  if (uploaded.size() > kMaxSetRecords) {
+    fail(exchange, "the record file holds " + records(uploaded.size()) + ", more than the " +
+                       std::to_string(kMaxSetRecords) + " the cloud keeps in a set");
+    return;
+  }
   if (uploaded.size() != exchange.declared.size()) {
     fail(exchange, "the record file holds " + records(uploaded.size()) + ", " +
                        std::to_string(exchange.declared.size()) + " were declared");
@@ -526,8 +517,17 @@ void CloudAgent::restoreDownload(Exchange& exchange) {
   } else {
     exchange.setId = ids.back();
   }
-  if (!store_.outline(exchange.setId, exchange.downloaded, error) ||
-      !host::shareRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error)) {
+  if (!store_.outline(exchange.setId, exchange.downloaded, error)) {
+    fail(exchange, error);
+    return;
+  }
+  if (exchange.downloaded.size() > kMaxSetRecords) {
+    fail(exchange, "set " + std::to_string(exchange.setId) + " holds " +
+                       records(exchange.downloaded.size()) + ", more than the " +
+                       std::to_string(kMaxSetRecords) + " the cloud hands out");
+    return;
+  }
+  if (!host::shareRecordFile(store_.setPath(exchange.setId), exchange.restorePath, error)) {
     fail(exchange, error);
     return;
   }

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <memory>
 
+#include "emu/OutsideText.h"
+
 namespace emu {
 
 namespace {
@@ -152,6 +154,11 @@ bool CloudStore::outline(unsigned long long id,
 bool CloudStore::add(const std::vector<host::CloudRecord>& records,
                      unsigned long long& id,
                      std::string& error) {
+  if (records.size() > kMaxSetRecords) {
+    error = "cannot store the set: " + std::to_string(records.size()) + " records, more than the " +
+            std::to_string(kMaxSetRecords) + " a set may hold";
+    return false;
+  }
   host::RecordRefs refs;
   for (const host::CloudRecord& record : records)
     refs.push_back(&record);

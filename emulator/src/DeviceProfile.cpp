@@ -10,7 +10,8 @@
 
 #include <cstdio>
 
-#include "MvJsonNesting.h"
+#include "emu/OutsideText.h"
+#include "emu/RunJournal.h"
 #include "host/AtomicFile.h"
 #include "host/JsonText.h"
 #include "host/Personality.h"
@@ -171,20 +172,6 @@ class ObjectReader {
   std::string& error_;
 };
 
-// json-glib quotes the offending text in its messages, line breaks included.
-std::string oneLine(const char* message) {
-  std::string line;
-  for (const char* c = message; *c; ++c) {
-    if (*c == '\n')
-      line += "\\n";
-    else if (static_cast<unsigned char>(*c) < 0x20)
-      line += ' ';
-    else
-      line += *c;
-  }
-  return line;
-}
-
 // Each switch of "platform" must be one the host knows, with a value it takes, and no
 // configuration value may be longer than such a platform stores.
 bool validPlatform(const std::map<std::string, std::string>& settings,
@@ -216,10 +203,9 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
   std::string text;
   if (!readProfileText(path, kMaxFileBytes, text, error))
     return false;
-  // json-glib recurses per level: a deep profile would overflow the stack.
-  if (mvJsonNestsDeeperThan(text.data(), text.size())) {
-    error =
-        std::string(path) + ": nests deeper than " + std::to_string(kMvJsonMaxNesting) + " levels";
+  std::string refusal;
+  if (!admitJsonText(text.data(), text.size(), kMaxFileBytes, refusal)) {
+    error = std::string(path) + ": " + refusal;
     return false;
   }
   g_autoptr(JsonParser) parser = json_parser_new();
@@ -249,55 +235,57 @@ bool DeviceProfile::load(const std::string& deviceDir, std::string& error) {
   }
 
   ObjectReader reader(object, kFileName, error);
-  return reader.string("name", name) && reader.stringMap("config", config) &&
-         reader.objects("packages",
-                        [&](ObjectReader& item) {
-                          host::PackageInfo info;
-                          bool ok = item.string("pkgid", info.pkgId) &&
-                                    item.string("appid", info.appId) &&
-                                    item.string("component", info.component) &&
-                                    item.boolean("preload", info.preload);
-                          packages.push_back(info);
-                          return ok;
-                        }) &&
-         reader.objects("faces",
-                        [&](ObjectReader& item) {
-                          FaceEntry face;
-                          bool ok = item.string("pkgid", face.pkgId) &&
-                                    item.string("settings", face.settings);
-                          faces.push_back(face);
-                          return ok;
-                        }) &&
-         reader.objects("images",
-                        [&](ObjectReader& item) {
-                          BackgroundImage image;
-                          bool ok = item.string("file_name", image.fileName) &&
-                                    item.string("path", image.path) &&
-                                    item.string("bg_type", image.bgType);
-                          images.push_back(image);
-                          return ok;
-                        }) &&
-         reader.objects("watch_apps",
-                        [&](ObjectReader& item) {
-                          WatchAppState app;
-                          bool ok = item.string("appid", app.appId) &&
-                                    item.string("pkgid", app.pkgId) &&
-                                    item.string("result_xml", app.resultXml);
-                          watchApps.push_back(app);
-                          return ok;
-                        }) &&
-         reader.objects("store_catalogue",
-                        [&](ObjectReader& item) {
-                          CatalogueItem entry;
-                          bool ok = item.string("guid", entry.guid) &&
-                                    item.string("pkgid", entry.pkgId) &&
-                                    item.string("appid", entry.appId) &&
-                                    item.string("component", entry.component);
-                          catalogue.push_back(entry);
-                          return ok;
-                        }) &&
-         reader.stringMap("faults", faults) && reader.stringMap("platform", platform) &&
-         validPlatform(platform, config, error);
+  const bool read = reader.string("name", name) && reader.stringMap("config", config) &&
+                    reader.objects("packages",
+                                   [&](ObjectReader& item) {
+                                     host::PackageInfo info;
+                                     bool ok = item.string("pkgid", info.pkgId) &&
+                                               item.string("appid", info.appId) &&
+                                               item.string("component", info.component) &&
+                                               item.boolean("preload", info.preload);
+                                     packages.push_back(info);
+                                     return ok;
+                                   }) &&
+                    reader.objects("faces",
+                                   [&](ObjectReader& item) {
+                                     FaceEntry face;
+                                     bool ok = item.string("pkgid", face.pkgId) &&
+                                               item.string("settings", face.settings);
+                                     faces.push_back(face);
+                                     return ok;
+                                   }) &&
+                    reader.objects("images",
+                                   [&](ObjectReader& item) {
+                                     BackgroundImage image;
+                                     bool ok = item.string("file_name", image.fileName) &&
+                                               item.string("path", image.path) &&
+                                               item.string("bg_type", image.bgType);
+                                     images.push_back(image);
+                                     return ok;
+                                   }) &&
+                    reader.objects("watch_apps",
+                                   [&](ObjectReader& item) {
+                                     WatchAppState app;
+                                     bool ok = item.string("appid", app.appId) &&
+                                               item.string("pkgid", app.pkgId) &&
+                                               item.string("result_xml", app.resultXml);
+                                     watchApps.push_back(app);
+                                     return ok;
+                                   }) &&
+                    reader.objects("store_catalogue",
+                                   [&](ObjectReader& item) {
+                                     CatalogueItem entry;
+                                     bool ok = item.string("guid", entry.guid) &&
+                                               item.string("pkgid", entry.pkgId) &&
+                                               item.string("appid", entry.appId) &&
+                                               item.string("component", entry.component);
+                                     catalogue.push_back(entry);
+                                     return ok;
+                                   }) &&
+                    reader.stringMap("faults", faults) && reader.stringMap("platform", platform) &&
+                    validPlatform(platform, config, error);
+  // What a run applied and did not live to save.
+  return read && RunJournal::replay(deviceDir, *this, error);
 }
 
 bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const {
@@ -390,9 +378,13 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
         return false;
       },
       reason);
-  if (!replaced)
+  if (!replaced) {
     error = std::string(path) + ": " + reason;
-  return replaced;
+    return false;
+  }
+  // The profile now holds what the journal did, for it was loaded with it.
+  RunJournal::remove(deviceDir);
+  return true;
 }
 
 std::optional<std::string> readDeviceFile(const std::string& deviceDir,

@@ -1,9 +1,11 @@
 #include "emu/EmulatedWatch.h"
 
+#include "MvText.h"
 #include "emu/CloudStore.h"
 #include "emu/DirectoryKind.h"
 #include "emu/SampleWatch.h"
 #include "emu/SetAudit.h"
+#include "emu/StoredSet.h"
 #include "host/Platform.h"
 
 namespace emu {
@@ -51,6 +53,7 @@ bool EmulatedWatch::boot(host::Platform& platform,
     platform.config().set(entry.first, entry.second);
   for (const host::PackageInfo& info : profile_.packages)
     platform.packages().install(info);
+  journal_ = std::make_shared<RunJournal>(deviceDir_);
   std::vector<std::string> operations;
   for (const host::LaunchRequest& request : options.requests)
     operations.push_back(request.operation);
@@ -60,19 +63,37 @@ bool EmulatedWatch::boot(host::Platform& platform,
       cloud_->chooseSet(static_cast<unsigned>(i + 1), *options.requests[i].setId);
   }
   bootPeers(platform);
+  platform.config().setObserver(
+      [&platform, journal = journal_, watchface = std::weak_ptr<WatchfaceService>(watchface_)](
+          const std::string& key, const std::string& value) {
+        journal->config(key, value);
+        if (auto peer = watchface.lock(); peer && key == kIdleClockKey)
+          peer->noteIdleClockWritten(platform.record().events().size());
+      });
   return true;
 }
 
 void EmulatedWatch::finish(host::Platform& platform,
                            const host::RunOutcome&,
                            host::RunReport& report) {
-  std::vector<unsigned long long> stored, restored;
+  std::vector<StoredSet> stored, restored;
   if (cloud_) {
-    cloud_->report(report);
-    stored = cloud_->sets(false);
-    restored = cloud_->sets(true);
+    // Each set is read once, for the cloud's summary and for the audit alike.
+    CloudStore cloud(cloudDir_);
+    for (unsigned long long id : cloud_->sets(false))
+      stored.push_back(StoredSet::read(cloud, id));
+    for (unsigned long long id : cloud_->sets(true))
+      restored.push_back(StoredSet::read(cloud, id));
+    cloud_->report(report, [&stored](unsigned long long id) {
+      for (const StoredSet& set : stored) {
+        if (set.id == id)
+          return set.describe();
+      }
+      return std::string();
+    });
     cloud_.reset();
   }
+  platform.config().setObserver(nullptr);
   profile_.config = platform.config().values();
   profile_.packages = platform.packages().apps();
   finishPeers(platform, report);
@@ -82,69 +103,67 @@ void EmulatedWatch::finish(host::Platform& platform,
   std::string error;
   const bool saved = profile_.save(deviceDir_, error);
   if (!saved)
-    report.failure("watch", "NOT SAVED: " + error);
+    report.failure("watch", "NOT SAVED: " + error + " (what the run did stays in its journal)");
+  std::string journalError;
+  if (journal_ && journal_->failed(journalError))
+    report.failure("watch", "journal: " + journalError);
+  journal_.reset();
   auto idle = profile_.config.find(kIdleClockKey);
   const std::string idleClock = idle == profile_.config.end() ? "(none)" : idle->second;
   report.line("watch", profile_.name + ", idle clock " + idleClock);
   JsonObject* watch = json_object_new();
   json_object_set_boolean_member(watch, "saved", saved);
-  json_object_set_member(watch, "error", host::jsonString(error));
-  json_object_set_member(watch, "idle_clock", host::jsonString(idleClock));
+  mvJsonSetText(watch, "error", error);
+  mvJsonSetText(watch, "idle_clock", idleClock);
   JsonNode* node = json_node_new(JSON_NODE_OBJECT);
   json_node_take_object(node, watch);
   report.set("watch", node);
 }
 
 void EmulatedWatch::audit(host::Platform& platform,
-                          const std::vector<unsigned long long>& stored,
-                          const std::vector<unsigned long long>& restored,
+                          const std::vector<StoredSet>& stored,
+                          const std::vector<StoredSet>& restored,
                           host::RunReport& report) {
-  CloudStore cloud(cloudDir_);
-  auto each = [&](unsigned long long id, bool isRestore, JsonArray* findings) {
-    std::vector<host::CloudRecord> records;
-    std::string error;
-    if (!cloud.read(id, records, error)) {
-      report.failure("audit", "set " + std::to_string(id) + ": " + error);
+  const StoreAnswers answers = store_ ? store_->answers() : StoreAnswers();
+  auto each = [&](const StoredSet& set, bool isRestore, JsonArray* findings) {
+    const std::string area = isRestore ? "restore" : "backup";
+    const std::string name = "set " + std::to_string(set.id);
+    auto add = [&](const std::string& item, const std::string& reason) {
+      JsonObject* object = json_object_new();
+      json_object_set_int_member(object, "set", static_cast<gint64>(set.id));
+      mvJsonSetText(object, "item", item);
+      mvJsonSetText(object, "reason", reason);
+      json_array_add_object_element(findings, object);
+    };
+    if (!set.unreadable.empty()) {
+      report.failure("audit", set.unreadable);
       return;
     }
-    const StoreAnswers answers = store_ ? store_->answers() : StoreAnswers();
-    // A restore applies a set's records in order, so the last word on an item counts.
-    BackupDocument restored;
-    std::vector<BackupDocument> documents;
-    for (const host::CloudRecord& record : records) {
-      BackupDocument document;
-      if (!document.read(record.value.value_or(""), error)) {
-        report.failure("audit", "set " + std::to_string(id) + ": " + error);
-        continue;
-      }
-      restored.merge(document);
-      documents.push_back(std::move(document));
+    // A document the service could not use restores nothing it meant to: the run failed.
+    for (const std::string& problem : set.problems) {
+      report.failure(area, name + ", " + problem + " (the service could not use it)");
+      add("document", problem);
     }
-    if (isRestore)
-      documents = {restored};
-    for (const BackupDocument& document : documents) {
-      const std::vector<AuditFinding> found =
-          isRestore ? auditRestore(profile_, deviceDir_, document, platform.record(), answers)
-                    : auditBackup(booted_, deviceDir_, document, platform.record());
-      for (const AuditFinding& finding : found) {
-        report.failure(isRestore ? "restore" : "backup",
-                       "set " + std::to_string(id) +
-                           (isRestore ? " did not restore " : " left out ") + finding.item + ": " +
-                           finding.reason);
-        JsonObject* object = json_object_new();
-        json_object_set_int_member(object, "set", static_cast<gint64>(id));
-        json_object_set_member(object, "item", host::jsonString(finding.item));
-        json_object_set_member(object, "reason", host::jsonString(finding.reason));
-        json_array_add_object_element(findings, object);
-      }
+    if (set.unusableRecords > set.problems.size())
+      report.failure(area, name + ": " + std::to_string(set.unusableRecords - set.problems.size()) +
+                               " more records the service could not use");
+    if (set.unusableRecords == set.records)
+      return;
+    const std::vector<AuditFinding> found =
+        isRestore ? auditRestore(profile_, deviceDir_, set.document, platform.record(), answers)
+                  : auditBackup(booted_, deviceDir_, set.document, platform.record());
+    for (const AuditFinding& finding : found) {
+      report.failure(area, name + (isRestore ? " did not restore " : " left out ") + finding.item +
+                               ": " + finding.reason);
+      add(finding.item, finding.reason);
     }
   };
   JsonArray* leftOut = json_array_new();
-  for (unsigned long long id : stored)
-    each(id, false, leftOut);
+  for (const StoredSet& set : stored)
+    each(set, false, leftOut);
   JsonArray* notRestored = json_array_new();
-  for (unsigned long long id : restored)
-    each(id, true, notRestored);
+  for (const StoredSet& set : restored)
+    each(set, true, notRestored);
   JsonNode* node = json_node_new(JSON_NODE_ARRAY);
   json_node_take_array(node, leftOut);
   report.set("left_out", node);

@@ -1,6 +1,7 @@
 // The apps around the service on the emulated watch, and what they changed.
 #include <stdlib.h>
 
+#include "MvText.h"
 #include "emu/EmulatedWatch.h"
 #include "emu/FaultSwitches.h"
 #include "emu/SampleWatch.h"
@@ -17,12 +18,12 @@ void reportInstalls(const StoreService& store, host::RunReport& report) {
     report.line("store", "GUID " + answer.first + ": " +
                              (answer.second.empty() ? "installed" : answer.second));
     JsonObject* install = json_object_new();
-    json_object_set_member(install, "guid", host::jsonString(answer.first));
+    mvJsonSetText(install, "guid", answer.first);
     json_object_set_string_member(install, "result",
                                   answer.second.empty()                     ? "installed"
                                   : answer.second == StoreService::kNoReply ? "no reply"
                                                                             : "failed");
-    json_object_set_member(install, "error", host::jsonString(answer.second));
+    mvJsonSetText(install, "error", answer.second);
     json_array_add_object_element(installs, install);
   }
   JsonNode* node = json_node_new(JSON_NODE_ARRAY);
@@ -46,13 +47,13 @@ void EmulatedWatch::bootPeers(host::Platform& platform) {
   }
 
   watchface_ = std::make_shared<WatchfaceService>(platform, deviceDir_, profile_.faces,
-                                                  profile_.images, faults);
+                                                  profile_.images, faults, journal_);
   platform.registerApp(kWatchfaceServiceAppId, watchface_);
 
   const unsigned lateMs =
       static_cast<unsigned>(strtoul(faultValue(faults, "watchapp-late", "0").c_str(), nullptr, 10));
   for (const WatchAppState& state : profile_.watchApps) {
-    auto app = std::make_shared<WatchApp>(platform, state, lateMs);
+    auto app = std::make_shared<WatchApp>(platform, state, lateMs, journal_);
     platform.registerApp(state.appId, app);
     watchApps_.push_back(app);
   }
@@ -67,7 +68,7 @@ void EmulatedWatch::bootPeers(host::Platform& platform) {
     };
   }
   store_ = std::make_shared<StoreService>(platform, profile_.catalogue, faults,
-                                          std::move(onFirstStoreRequest));
+                                          std::move(onFirstStoreRequest), journal_);
   platform.registerApp(kStoreAppId, store_);
 }
 

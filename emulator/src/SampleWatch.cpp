@@ -15,12 +15,11 @@ const char* const kWatchfaceAppId = "com.talvoro.watchface";
 const char* const kServiceAppId = "com.talvoro.morvik.service";
 const char* const kStoreAppId = "com.talvoro.vendarosvc";
 
+const char* const kBackgroundDir = "apps/com.talvoro.watchface-service/data/backgrounds";
 const char* const kIdleClockKey = "db/pel/clocks_set_idle";
 const char* const kWatchfaceNameKey = "file/private/com.talvoro.watchface/watchface_name";
 
 namespace {
-
-const char* const kBackgroundDir = "apps/com.talvoro.watchface-service/data/backgrounds";
 
 struct WatchApp {
   const char* pkgId;

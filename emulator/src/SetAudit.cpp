@@ -3,8 +3,9 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 
-#include <algorithm>
 #include <optional>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "emu/SampleWatch.h"
 #include "emu/StoreService.h"
@@ -21,32 +22,9 @@ std::optional<std::string> photoBytes(const std::string& deviceDir, const Backgr
   return readDeviceFile(deviceDir, image.path);
 }
 
-std::string base64(const std::string& bytes) {
-  g_autofree char* text =
-      g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size());
-  return text;
-}
-
-// What the service writes for a photo's data: whatever g_base64_decode makes of it.
-std::string decoded(const std::string& data) {
-  gsize length = 0;
-  g_autofree guchar* bytes = g_base64_decode(data.c_str(), &length);
-  return std::string(reinterpret_cast<const char*>(bytes), length);
-}
-
 std::string config(const DeviceProfile& watch, const char* key) {
   auto it = watch.config.find(key);
   return it == watch.config.end() ? std::string() : it->second;
-}
-
-const BackupDocument::Entry* findEntry(const BackupDocument& document,
-                                       const std::string& svcId,
-                                       const std::string& pkgId) {
-  for (const BackupDocument::Entry& entry : document.entries) {
-    if (entry.svcId == svcId && entry.pkgId == pkgId && entry.result != kDownloaded)
-      return &entry;
-  }
-  return nullptr;
 }
 
 // Why the app-control request to `appId` brought nothing back, as the record tells it.
@@ -104,43 +82,57 @@ std::vector<AuditFinding> auditBackup(const DeviceProfile& watch,
   else if (mainKey == kWatchfaceAppId && document.subKey != config(watch, kWatchfaceNameKey))
     left.push_back({"idle face", "the backup holds \"" + document.subKey + "\""});
 
+  // Indexed once: a watch may have tens of thousands of items.
+  std::unordered_map<std::string, const BackupDocument::Entry*> settings;
+  std::unordered_set<std::string> downloaded;
+  for (const BackupDocument::Entry& entry : document.entries) {
+    if (entry.result == kDownloaded)
+      downloaded.insert(entry.pkgId);
+    else
+      settings.emplace(entry.svcId + '\0' + entry.pkgId, &entry);
+  }
+  std::unordered_map<std::string, const BackupDocument::Photo*> photos;
+  for (const BackupDocument::Photo& photo : document.photos)
+    photos.emplace(photo.fileName, &photo);
+  auto findEntry = [&](const std::string& svcId,
+                       const std::string& pkgId) -> const BackupDocument::Entry* {
+    auto found = settings.find(svcId + '\0' + pkgId);
+    return found == settings.end() ? nullptr : found->second;
+  };
+
   for (const FaceEntry& face : watch.faces) {
-    const BackupDocument::Entry* entry = findEntry(document, kWatchfaceServiceAppId, face.pkgId);
+    const BackupDocument::Entry* entry = findEntry(kWatchfaceServiceAppId, face.pkgId);
     if (!entry)
       left.push_back({"face " + face.pkgId, "the watch face service's entry is missing"});
     else if (entry->result != face.settings)
       left.push_back({"face " + face.pkgId, "its settings differ"});
   }
   for (const WatchAppState& app : watch.watchApps) {
-    const BackupDocument::Entry* entry = findEntry(document, app.appId, app.pkgId);
+    const BackupDocument::Entry* entry = findEntry(app.appId, app.pkgId);
     if (!entry)
       left.push_back({"watch app " + app.appId, whyNoAnswer(record, app.appId)});
     else if (entry->result != app.resultXml)
       left.push_back({"watch app " + app.appId, "its settings differ"});
   }
   for (const BackgroundImage& image : watch.images) {
-    auto photo = std::find_if(document.photos.begin(), document.photos.end(),
-                              [&](const BackupDocument::Photo& candidate) {
-                                return candidate.fileName == image.fileName;
-                              });
-    const std::optional<std::string> bytes = photoBytes(deviceDir, image);
-    if (photo == document.photos.end())
+    auto found = photos.find(image.fileName);
+    if (found == photos.end()) {
       left.push_back({"photo " + image.fileName, whyNoPhoto(deviceDir, image)});
-    else if (photo->bgType != image.bgType)
+      continue;
+    }
+    const BackupDocument::Photo& photo = *found->second;
+    const std::optional<std::string> bytes = photoBytes(deviceDir, image);
+    if (photo.bgType != image.bgType)
       left.push_back({"photo " + image.fileName, "its bg_type differs"});
-    else if (bytes && photo->data.empty() && !bytes->empty())
+    else if (bytes && photo.noData && !bytes->empty())
       left.push_back({"photo " + image.fileName, "its file could not be read"});
-    else if (bytes && photo->data != base64(*bytes))
+    else if (bytes && !photoHolds(photo, *bytes))
       left.push_back({"photo " + image.fileName, "its bytes differ"});
   }
   for (const host::PackageInfo& info : watch.packages) {
     if (info.preload || info.component != "watchapp")
       continue;
-    const bool listed = std::any_of(
-        document.entries.begin(), document.entries.end(), [&](const BackupDocument::Entry& entry) {
-          return entry.result == kDownloaded && entry.pkgId == info.pkgId;
-        });
-    if (!listed)
+    if (downloaded.count(info.pkgId) == 0)
       left.push_back({"app " + info.appId, "it is not listed as downloaded"});
   }
   return left;
@@ -152,12 +144,36 @@ std::vector<AuditFinding> auditRestore(const DeviceProfile& watch,
                                        const host::BoundaryRecord& record,
                                        const StoreAnswers& store) {
   std::vector<AuditFinding> missing;
+  std::unordered_set<std::string> installed;
+  for (const host::PackageInfo& info : watch.packages)
+    installed.insert(info.pkgId);
+  std::unordered_multimap<std::string, const std::string*> faces;
+  for (const FaceEntry& face : watch.faces)
+    faces.emplace(face.pkgId, &face.settings);
+  std::unordered_multimap<std::string, const std::string*> watchApps;
+  for (const WatchAppState& app : watch.watchApps)
+    watchApps.emplace(app.appId, &app.resultXml);
+  std::unordered_map<std::string, const BackgroundImage*> images;
+  for (const BackgroundImage& image : watch.images)
+    images.emplace(image.fileName, &image);
+  std::unordered_map<std::string, int> launchErrors;
+  for (const host::BoundaryEvent& event : record.ofKind(Kind::kAppControlSent)) {
+    if (event.code != 0)
+      launchErrors[event.peer] = event.code;
+  }
+  auto holds = [](const std::unordered_multimap<std::string, const std::string*>& items,
+                  const std::string& key, const std::string& value) {
+    auto range = items.equal_range(key);
+    for (auto it = range.first; it != range.second; ++it) {
+      if (*it->second == value)
+        return true;
+    }
+    return false;
+  };
+
   for (const BackupDocument::Entry& entry : document.entries) {
     if (entry.result == kDownloaded) {
-      const bool installed =
-          std::any_of(watch.packages.begin(), watch.packages.end(),
-                      [&](const host::PackageInfo& info) { return info.pkgId == entry.pkgId; });
-      if (installed)
+      if (installed.count(entry.pkgId) > 0)
         continue;
       auto answer = store.find(entry.pkgId);
       missing.push_back({"app " + appIdOf(watch, entry.pkgId),
@@ -166,39 +182,26 @@ std::vector<AuditFinding> auditRestore(const DeviceProfile& watch,
                              ? "the store never replied"
                              : "the store answered " + answer->second});
     } else if (entry.svcId == kWatchfaceServiceAppId) {
-      const bool restored =
-          std::any_of(watch.faces.begin(), watch.faces.end(), [&](const FaceEntry& face) {
-            return face.pkgId == entry.pkgId && face.settings == entry.result;
-          });
-      if (!restored)
+      if (!holds(faces, entry.pkgId, entry.result))
         missing.push_back(
             {"face " + entry.pkgId,
              document.repaired && entry.result.find("\xEF\xBF\xBD") != std::string::npos
                  ? "the stored document holds its settings in bytes that are not UTF-8"
                  : "the watch face service did not get it"});
-    } else {
-      const bool restored = std::any_of(
-          watch.watchApps.begin(), watch.watchApps.end(), [&](const WatchAppState& app) {
-            return app.appId == entry.svcId && app.resultXml == entry.result;
-          });
-      if (!restored) {
-        std::string reason = "the watch app did not get it";
-        for (const host::BoundaryEvent& event : record.ofKind(Kind::kAppControlSent)) {
-          if (event.peer == entry.svcId && event.code != 0)
-            reason = "its app could not be launched (error " + std::to_string(event.code) + ")";
-        }
-        missing.push_back({"watch app " + entry.svcId, reason});
-      }
+    } else if (!holds(watchApps, entry.svcId, entry.result)) {
+      auto error = launchErrors.find(entry.svcId);
+      missing.push_back({"watch app " + entry.svcId,
+                         error == launchErrors.end() ? "the watch app did not get it"
+                                                     : "its app could not be launched (error " +
+                                                           std::to_string(error->second) + ")"});
     }
   }
   for (const BackupDocument::Photo& photo : document.photos) {
-    auto image = std::find_if(
-        watch.images.begin(), watch.images.end(),
-        [&](const BackgroundImage& candidate) { return candidate.fileName == photo.fileName; });
+    auto image = images.find(photo.fileName);
     std::optional<std::string> bytes;
-    if (image != watch.images.end())
-      bytes = photoBytes(deviceDir, *image);
-    if (!bytes || image->bgType != photo.bgType || *bytes != decoded(photo.data))
+    if (image != images.end())
+      bytes = photoBytes(deviceDir, *image->second);
+    if (!bytes || image->second->bgType != photo.bgType || !photoHolds(photo, *bytes))
       missing.push_back({"photo " + photo.fileName, "the watch face service did not get it"});
   }
   if (!document.mainKey.empty()) {

@@ -19,11 +19,13 @@ const char* const StoreService::kNoReply = "(no reply)";
 StoreService::StoreService(host::Platform& platform,
                            std::vector<CatalogueItem> catalogue,
                            std::map<std::string, std::string> faults,
-                           std::function<void()> onFirstRequest)
+                           std::function<void()> onFirstRequest,
+                           std::shared_ptr<RunJournal> journal)
     : platform_(platform),
       catalogue_(std::move(catalogue)),
       faults_(std::move(faults)),
-      onFirstRequest_(std::move(onFirstRequest)) {}
+      onFirstRequest_(std::move(onFirstRequest)),
+      journal_(std::move(journal)) {}
 
 void StoreService::onLaunchRequest(app_control_h request,
                                    std::shared_ptr<host::PendingReply> reply) {
@@ -70,7 +72,9 @@ void StoreService::install(app_control_h request, std::shared_ptr<host::PendingR
     answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_FAILED, {{"errorMsg", error}});
     return;
   }
-  platform_.packages().install({item->pkgId, item->appId, item->component, false});
+  const host::PackageInfo installed{item->pkgId, item->appId, item->component, false};
+  platform_.packages().install(installed);
+  journal_->package(installed);
   installed_.push_back(item->pkgId);
   host::logInfo(kLogTagStore, "install-by-GUID %s: installed %s", guid.c_str(),
                 item->appId.c_str());

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "MvJsonNesting.h"
+#include "emu/OutsideText.h"
 
 namespace emu {
 
@@ -193,6 +194,8 @@ std::string parseError(const GError* error) {
 }
 
 JsonNode* parseJson(const std::string& text, std::string& error) {
+  if (!admitJsonText(text.data(), text.size(), kMaxDocumentBytes, error))
+    return nullptr;
   g_autoptr(JsonParser) parser = json_parser_new_immutable();
   g_autoptr(GError) parseFailure = nullptr;
   if (!json_parser_load_from_data(parser, text.data(), static_cast<gssize>(text.size()),

@@ -6,8 +6,14 @@
 
 namespace emu {
 
-WatchApp::WatchApp(host::Platform& platform, WatchAppState state, unsigned replyDelayMs)
-    : platform_(platform), state_(std::move(state)), replyDelayMs_(replyDelayMs) {}
+WatchApp::WatchApp(host::Platform& platform,
+                   WatchAppState state,
+                   unsigned replyDelayMs,
+                   std::shared_ptr<RunJournal> journal)
+    : platform_(platform),
+      state_(std::move(state)),
+      replyDelayMs_(replyDelayMs),
+      journal_(std::move(journal)) {}
 
 void WatchApp::onLaunchRequest(app_control_h request, std::shared_ptr<host::PendingReply> reply) {
   if (request->operation == "talvoro_cloud_backup") {
@@ -19,6 +25,7 @@ void WatchApp::onLaunchRequest(app_control_h request, std::shared_ptr<host::Pend
   } else if (request->operation == "talvoro_cloud_restore") {
     ++restoresReceived_;
     state_.resultXml = requestExtra(request, "result_xml", state_.resultXml);
+    journal_->watchApp(state_.appId, state_.resultXml);
     host::logInfo(kLogTagWatchApp, "%s: restore request, %zu bytes of settings kept%s",
                   state_.appId.c_str(), state_.resultXml.size(), lateNote().c_str());
     answerRequest(platform_, std::move(reply), APP_CONTROL_RESULT_SUCCEEDED, {}, replyDelayMs_);

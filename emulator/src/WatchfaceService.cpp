@@ -16,6 +16,8 @@
 #include "emu/SampleWatch.h"
 #include "host/AtomicFile.h"
 #include "host/Platform.h"
+#include "host/RecordFile.h"
+#include "host/WatchDirs.h"
 
 namespace emu {
 
@@ -24,7 +26,6 @@ const char* const WatchfaceService::kPort = "watchface-service::localport";
 namespace {
 
 const char* const kServicePort = "morvik-service::localport";
-const char* const kBackgroundDir = "apps/com.talvoro.watchface-service/data/backgrounds";
 const char* const kUnreadableDir = "apps/com.talvoro.watchface-service/data/unreadable";
 
 bool isPlainName(const std::string& name) {
@@ -37,12 +38,20 @@ WatchfaceService::WatchfaceService(host::Platform& platform,
                                    std::string deviceDir,
                                    std::vector<FaceEntry> faces,
                                    std::vector<BackgroundImage> images,
-                                   std::map<std::string, std::string> faults)
+                                   std::map<std::string, std::string> faults,
+                                   std::shared_ptr<RunJournal> journal)
     : platform_(platform),
       deviceDir_(std::move(deviceDir)),
       faces_(std::move(faces)),
       images_(std::move(images)),
-      faults_(std::move(faults)) {}
+      faults_(std::move(faults)),
+      journal_(std::move(journal)) {
+  // The first of a name counts, as a search from the front would find it.
+  for (size_t i = 0; i < faces_.size(); ++i)
+    faceAt_.emplace(faces_[i].pkgId, i);
+  for (size_t i = 0; i < images_.size(); ++i)
+    imageAt_.emplace(images_[i].fileName, i);
+}
 
 WatchfaceService::~WatchfaceService() {
   if (!fifoPath_.empty())
@@ -126,12 +135,15 @@ std::string WatchfaceService::photoPath(const BackgroundImage& image) {
   const std::string path = deviceDir_ + "/" + image.path;
   g_autofree char* device = realpath(deviceDir_.c_str(), nullptr);
   g_autofree char* resolved = realpath(path.c_str(), nullptr);
+  g_autofree char* parent = g_path_get_dirname(image.path.c_str());
   struct stat info;
-  std::string problem;
+  std::string problem, linked;
   if (!device || !resolved || stat(resolved, &info) != 0)
     problem = "cannot be read";
   else if (!g_str_has_prefix(resolved, (std::string(device) + "/").c_str()))
     problem = "lies outside the device directory";
+  else if (!host::checkWatchDirectory(deviceDir_, parent, false, linked))
+    problem = "is reached through a link: " + linked;
   else if (!S_ISREG(info.st_mode))
     problem = "is not a regular file";
   if (!problem.empty()) {
@@ -151,24 +163,27 @@ void WatchfaceService::restoreSettings(bundle* message) {
     host::logError(kLogTagWatchface, "settings message without pkgid or result_xml ignored");
     return;
   }
-  auto face = std::find_if(faces_.begin(), faces_.end(),
-                           [&](const FaceEntry& entry) { return entry.pkgId == pkgId; });
-  if (face == faces_.end())
+  auto face = faceAt_.emplace(pkgId, faces_.size());
+  if (face.second)
     faces_.push_back({pkgId, settings});
   else
-    face->settings = settings;
+    faces_[face.first->second].settings = settings;
+  journal_->face({pkgId, settings});
   host::logInfo(kLogTagWatchface, "settings of %s kept (%zu bytes)", pkgId.c_str(),
                 settings.size());
   ++activity_.settingsReceived;
 }
 
-bool WatchfaceService::linkPhoto(const std::string& from, const std::string& to, size_t& length) {
+bool WatchfaceService::linkPhoto(const std::string& from,
+                                 const std::string& to,
+                                 const std::string& temporary,
+                                 size_t& length) {
   // The service writes a photo it restores as a file of its own name and never rewrites one that
   // another name shares, so the two names may share the bytes.
   host::LockedTempFile linked;
   struct stat info;
   std::string reason;
-  if (!linked.createLinkTo(from, to + ".XXXXXX") || fstat(linked.fd(), &info) != 0 ||
+  if (!linked.createLinkTo(from, temporary) || fstat(linked.fd(), &info) != 0 ||
       !linked.renameTo(to, reason))
     return false;
   length = static_cast<size_t>(info.st_size);
@@ -177,17 +192,15 @@ bool WatchfaceService::linkPhoto(const std::string& from, const std::string& to,
 
 bool WatchfaceService::copyPhoto(const std::string& from,
                                  const std::string& to,
+                                 const std::string& temporary,
                                  size_t& length,
                                  std::string& failure) {
-  g_autofree char* bytes = nullptr;
-  gsize read = 0;
-  g_autoptr(GError) error = nullptr;
-  if (!g_file_get_contents(from.c_str(), &bytes, &read, &error) ||
-      !g_file_set_contents(to.c_str(), bytes, static_cast<gssize>(read), &error)) {
-    failure = error->message;
+  host::LockedTempFile copy;
+  struct stat info;
+  if (!copy.create(temporary, failure) || !host::copyFileInto(from, copy.fd(), failure) ||
+      fstat(copy.fd(), &info) != 0 || !copy.renameTo(to, failure))
     return false;
-  }
-  length = read;
+  length = static_cast<size_t>(info.st_size);
   return true;
 }
 
@@ -206,24 +219,28 @@ void WatchfaceService::restoreImage(bundle* message) {
   const std::string relative = std::string(kBackgroundDir) + "/" + fileName;
   g_autofree char* dir = g_build_filename(deviceDir_.c_str(), kBackgroundDir, nullptr);
   g_autofree char* target = g_build_filename(dir, fileName.c_str(), nullptr);
-  if (g_mkdir_with_parents(dir, 0755) != 0) {
-    host::logError(kLogTagWatchface, "photo %s not copied: cannot make its directory",
-                   fileName.c_str());
-    return;
-  }
-  size_t length = 0;
   std::string failure;
-  if (!linkPhoto(filePath, target, length) && !copyPhoto(filePath, target, length, failure)) {
+  if (!host::checkWatchDirectory(deviceDir_, kBackgroundDir, true, failure)) {
     host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(), failure.c_str());
+    activity_.photoProblems.push_back("photo " + fileName + " not kept: " + failure);
     return;
   }
-  auto image = std::find_if(images_.begin(), images_.end(), [&](const BackgroundImage& entry) {
-    return entry.fileName == fileName;
-  });
-  if (image == images_.end())
+  // A name of its own length would leave no room for a temporary suffix within the file
+  // system's limit: the temporary name is short and unrelated.
+  const std::string temporary = std::string(dir) + "/.photo-XXXXXX";
+  size_t length = 0;
+  if (!linkPhoto(filePath, target, temporary, length) &&
+      !copyPhoto(filePath, target, temporary, length, failure)) {
+    host::logError(kLogTagWatchface, "photo %s not copied: %s", fileName.c_str(), failure.c_str());
+    activity_.photoProblems.push_back("photo " + fileName + " not kept: " + failure);
+    return;
+  }
+  auto image = imageAt_.emplace(fileName, images_.size());
+  if (image.second)
     images_.push_back({fileName, relative, bgType});
   else
-    *image = {fileName, relative, bgType};
+    images_[image.first->second] = {fileName, relative, bgType};
+  journal_->photo({fileName, relative, bgType});
   host::logInfo(kLogTagWatchface, "photo %s copied to %s (%zu bytes)", fileName.c_str(),
                 relative.c_str(), length);
   ++activity_.imagesReceived;
@@ -234,6 +251,24 @@ void WatchfaceService::changeIdleClock(bundle* message) {
   if (!messageValue(message, "pkgid", pkgId)) {
     host::logError(kLogTagWatchface, "idle-change message without pkgid ignored");
     return;
+  }
+  // Messages arrive in the order they were sent: this is the n-th idle change the record holds.
+  const size_t nth = ++idleChangesReceived_;
+  size_t seen = 0;
+  const auto& events = platform_.record().events();
+  for (size_t i = 0; i < events.size(); ++i) {
+    const host::BoundaryEvent& event = events[i];
+    if (event.kind != host::BoundaryEvent::Kind::kMessageSent || event.name != kPort)
+      continue;
+    for (const auto& entry : event.data) {
+      if (entry.first == "type" && entry.second == "watch-idle-changed" && ++seen == nth &&
+          idleClockWrittenAt_ > i) {
+        host::logWarn(kLogTagWatchface,
+                      "idle change to %s ignored: the idle clock was set after it was sent",
+                      pkgId.c_str());
+        return;
+      }
+    }
   }
   // Two writes, as on the watch: the platform may refuse either.
   if (!platform_.writeConfig(kIdleClockKey, kWatchfaceAppId) ||

@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "MvJsonNesting.h"
 #include "ProcessRun.h"
 #include "emu/CloudStore.h"
+#include "host/RecordFile.h"
 
 namespace {
 
@@ -28,15 +30,20 @@ class FlowCliTest : public morvik_test::CliFixture {
     return service(device, {"--operation", operation, "--deadline", "30"});
   }
 
-  // A set in the cloud holding one record per document, as the cloud itself stores them.
+  // The next set in the cloud, holding one record per document, written as a record file
+  // directly: the cloud itself would refuse some of them.
   void store(const std::vector<std::string>& documents) {
     std::vector<host::CloudRecord> records;
     for (const std::string& document : documents)
       records.push_back({std::string("key"), std::to_string(g_get_real_time() / 1000), document});
-    unsigned long long id = 0;
+    emu::CloudStore cloud(cloud_);
+    std::vector<unsigned long long> ids;
     std::string error;
     g_mkdir_with_parents(cloud_.c_str(), 0755);
-    ASSERT_TRUE(emu::CloudStore(cloud_).add(records, id, error)) << error;
+    ASSERT_TRUE(cloud.list(ids, error)) << error;
+    ASSERT_TRUE(
+        host::writeRecordFile(cloud.setPath(ids.empty() ? 1 : ids.back() + 1), records, error))
+        << error;
   }
 
   // A member of the watch's profile on disk, "faces" (settings by face) or "config".
@@ -100,7 +107,7 @@ TEST_F(FlowCliTest, EachStoredSetRestoresExactlyWhatItsDocumentsSay) {
     int status;
     Faces faces;
     const char* idleClock;
-    const char* line;  // on the summary, or on the service's log when it ends with "!"
+    std::string line;  // on the summary, or on the service's log when it ends with "!"
   } cases[] = {
       // One transfer per record, each with its own document's list: three settings messages.
       {"records",
@@ -135,6 +142,34 @@ TEST_F(FlowCliTest, EachStoredSetRestoresExactlyWhatItsDocumentsSay) {
        {{"com.talvoro.face.mono", "<mono/>"}},
        "com.talvoro.watchface",
        "Restored mainkey string is nullptr!"},
+      // The idle-change message of the first record arrives after the second wrote the key:
+      // the last record's word holds.
+      {"idle clock by the last record",
+       {"{\"watch_main_key\":\"com.talvoro.watchface\",\"watch_sub_key\":\"com.talvoro.face."
+        "mono\",\"watch_items\":[" +
+            mono + "]}",
+        "{\"watch_main_key\":\"com.talvoro.clock-pacetrail\",\"watch_sub_key\":\"\"}"},
+       0,
+       {{"com.talvoro.face.mono", "<mono/>"}},
+       "com.talvoro.clock-pacetrail",
+       "received 1 settings"},
+      // Documents the service cannot use restore nothing they meant to: a failed restore.
+      {"not a list",
+       {"{\"watch_main_key\":\"com.talvoro.clock-pacetrail\",\"watch_items\":\"notalist\"}"},
+       4,
+       {},
+       "com.talvoro.clock-pacetrail",
+       "record 1: watch_items is not a list (the service could not use it)"},
+      {"foreign", {"{\"foo\":1}"}, 4, {}, "com.talvoro.watchface", "record 1: it holds no setup"},
+      // A second record too deep for json-glib: refused, and the first one's restore is kept.
+      {"deep second record",
+       {"{\"watch_main_key\":\"com.talvoro.clock-orbitline\",\"watch_items\":[" + mono + "]}",
+        std::string(100000, '[') + std::string(100000, ']')},
+       4,
+       {{"com.talvoro.face.mono", "<mono/>"}},
+       "com.talvoro.clock-orbitline",
+       "record 2: not a backup document: nests deeper than " + std::to_string(kMvJsonMaxNesting) +
+           " levels"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -147,12 +182,52 @@ TEST_F(FlowCliTest, EachStoredSetRestoresExactlyWhatItsDocumentsSay) {
       EXPECT_TRUE(hasLine(restore.err, line.substr(0, line.size() - 1))) << restore.err;
     else
       EXPECT_TRUE(hasLine(restore.out, line)) << restore.out;
-    EXPECT_EQ(hasLine(restore.err, kMainKeyMissing), line == "Restored mainkey string is nullptr!");
+    // The blank watch's idle clock stays only when no record had a main key to write.
+    EXPECT_EQ(hasLine(restore.err, kMainKeyMissing),
+              std::string(c.idleClock) == "com.talvoro.watchface");
     EXPECT_EQ(saved(blank, "faces"), c.faces);
     const std::map<std::string, std::string> config = saved(blank, "config");
     EXPECT_EQ(config.at("db/pel/clocks_set_idle"), c.idleClock);
     EXPECT_EQ(config.at("file/private/com.talvoro.watchface/watchface_name"),
               "com.talvoro.face.classic");
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// What import refuses can still reach a watch in a set written directly: each ends truthfully,
+// a restore that json-glib reads (it takes more than JSON) or a failure naming the record, and a
+// watch that is saved and reads again.
+TEST_F(FlowCliTest, DocumentsImportRefusesRestoreOrFailByNameFromASetWrittenDirectly) {
+  const std::string key = "\"watch_main_key\":";
+  const struct {
+    std::string document;
+    int status;
+  } cases[] = {
+      {"hello", 4},
+      {"{" + key + " 5", 4},
+      {"{" + key + "\"com.talvoro.clock-pacet\\162ail\"}", 0},
+      {"{" + key + "\"com.talvoro.clock-pacetrail\",\"a\":\"x\ty\"}", 0},
+      {"{'watch_main_key':'com.talvoro.clock-pacetrail'}", 0},
+      {"{" + key + "\"com.talvoro.clock-pacetrail\"} // x", 4},
+      {"{" + key + "\"com.talvoro.clock-pacetrail\",\"a\":12345678901234567890}", 0},
+      {"{" + key + "\"com.talvoro.clock-pacetrail\",\"a\":1e400}", 0},
+      {std::string(100000, '['), 4},
+      {"[1]", 4},
+  };
+  int index = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.document.substr(0, 60));
+    store({c.document});
+    const std::string blank = watch("hostile" + std::to_string(index++), "--blank");
+    const ProcessResult restore = run(blank, "restore");
+    EXPECT_EQ(restore.status, c.status) << restore.out;
+    EXPECT_EQ(hasLine(restore.out, "record 1: "), c.status == 4) << restore.out;
+    EXPECT_EQ(saved(blank, "config").at("db/pel/clocks_set_idle"),
+              c.status == 0 ? "com.talvoro.clock-pacetrail" : "com.talvoro.watchface");
+    EXPECT_EQ(runEmu({"show", blank}).status, 0);
   }
 }
 

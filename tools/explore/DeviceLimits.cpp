@@ -124,7 +124,7 @@ bool holdsWatchApp(const emu::DeviceProfile& watch, const emu::BackupDocument::E
 
 bool holdsPhoto(const RunItems& items, const emu::BackupDocument::Photo& photo) {
   auto bytes = items.photos.find(photo.fileName);
-  if (bytes == items.photos.end() || bytes->second != photo.data)
+  if (bytes == items.photos.end() || !emu::photoHolds(photo, bytes->second))
     return false;
   for (const emu::BackgroundImage& image : items.watch.images) {
     if (image.fileName == photo.fileName && image.bgType == photo.bgType)

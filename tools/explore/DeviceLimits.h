@@ -15,7 +15,7 @@ namespace explore {
 // lay: what the device's limits are weighed against.
 struct RunItems {
   emu::DeviceProfile watch;                   // as the run began
-  std::map<std::string, std::string> photos;  // each photo's bytes in base64, by file name
+  std::map<std::string, std::string> photos;  // each photo's bytes, by file name
   std::string deviceDir;                      // as the service was given it
   std::string resolvedDeviceDir;              // its links resolved, as photo entries name it
   std::map<unsigned long long, emu::BackupDocument> sets;  // each set's records, merged

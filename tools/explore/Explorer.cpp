@@ -98,7 +98,7 @@ bool makeWatch(const std::string& device,
   return profile.save(device, error);
 }
 
-// What a run begins with: its watch, and its photos' bytes in base64.
+// What a run begins with: its watch, and its photos' bytes.
 bool itemsBefore(const std::string& device, RunItems& items, std::string& error) {
   if (!items.watch.load(device, error))
     return false;
@@ -106,12 +106,9 @@ bool itemsBefore(const std::string& device, RunItems& items, std::string& error)
   g_autofree char* resolved = realpath(device.c_str(), nullptr);
   items.resolvedDeviceDir = resolved ? resolved : device;
   for (const emu::BackgroundImage& image : items.watch.images) {
-    const std::optional<std::string> bytes = emu::readDeviceFile(device, image.path);
-    if (!bytes)
-      continue;
-    g_autofree char* data =
-        g_base64_encode(reinterpret_cast<const guchar*>(bytes->data()), bytes->size());
-    items.photos[image.fileName] = data;
+    std::optional<std::string> bytes = emu::readDeviceFile(device, image.path);
+    if (bytes)
+      items.photos[image.fileName] = std::move(*bytes);
   }
   return true;
 }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,8 @@
 #include "emu/CloudStore.h"
 #include "emu/DeviceProfile.h"
 #include "emu/DirectoryKind.h"
+#include "emu/RunJournal.h"
+#include "emu/SampleWatch.h"
 #include "emu/StrictJson.h"
 #include "host/DeviceAdmission.h"
 
@@ -61,13 +64,74 @@ bool isInside(const std::string& relativePath) {
   return true;
 }
 
+// A run that ended before it saved the watch leaves its journal: what it applied, which the
+// profile as shown already holds.
+void findInterruptedRun(const std::string& dir, std::vector<std::string>& findings) {
+  if (!emu::RunJournal::exists(dir))
+    return;
+  emu::DeviceProfile unsaved;
+  emu::RunJournal::Contents contents;
+  std::string error;
+  if (!emu::RunJournal::replay(dir, unsaved, error, &contents)) {
+    findings.push_back("interrupted run: its journal cannot be read: " + error);
+    return;
+  }
+  host::DeviceLock lock;
+  if (!lock.acquire(dir, error)) {
+    findings.push_back("a run is under way: it has applied " + contents.describe() + " so far");
+    return;
+  }
+  findings.push_back("interrupted run: it applied " + contents.describe() +
+                     " and ended before saving the watch; show and diff include them, and "
+                     "the next run saves them (" +
+                     emu::RunJournal::kFileName + ")");
+}
+
+// The watch's own directories, which its apps write into, must be directories of the watch and
+// not links to elsewhere: a restore would write through them.
+void findLinkedDirectories(const std::string& dir, std::vector<std::string>& findings) {
+  std::vector<std::string> relatives = {"apps", "log"};
+  for (const std::string& app : namesIn(dir + "/apps")) {
+    for (const char* inside : {"", "/shared", "/shared/trusted", "/data", "/data/backgrounds"})
+      relatives.push_back("apps/" + app + inside);
+  }
+  for (const std::string& relative : relatives) {
+    g_autofree char* path = g_build_filename(dir.c_str(), relative.c_str(), nullptr);
+    if (!g_file_test(path, G_FILE_TEST_IS_SYMLINK))
+      continue;
+    g_autofree char* target = g_file_read_link(path, nullptr);
+    findings.push_back("directory " + relative + " is a link to " + (target ? target : "?") +
+                       ": runs refuse to write through it");
+  }
+}
+
+// Photo files in the watch face service's storage that no photo of the watch names: what a
+// restore killed between copying a photo and noting it leaves.
+void findOrphanPhotos(const std::string& dir,
+                      const emu::DeviceProfile& profile,
+                      std::vector<std::string>& findings) {
+  std::set<std::string> named;
+  for (const emu::BackgroundImage& image : profile.images)
+    named.insert(image.path);
+  for (const std::string& name : namesIn(dir + "/" + emu::kBackgroundDir)) {
+    const std::string relative = std::string(emu::kBackgroundDir) + "/" + name;
+    if (named.count(relative) == 0)
+      findings.push_back("file " + relative +
+                         " is no photo of the watch (left by a run that "
+                         "ended before noting it)");
+  }
+}
+
 void checkWatch(const std::string& dir, std::vector<std::string>& findings) {
   emu::DeviceProfile profile;
   std::string error;
+  findInterruptedRun(dir, findings);
+  findLinkedDirectories(dir, findings);
   if (!profile.load(dir, error)) {
     findings.push_back("profile unreadable: " + error);
     return;
   }
+  findOrphanPhotos(dir, profile, findings);
   for (const emu::BackgroundImage& image : profile.images) {
     if (!isInside(image.path)) {
       findings.push_back("photo " + image.fileName + ": its path '" + image.path +

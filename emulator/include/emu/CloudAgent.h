@@ -1,6 +1,7 @@
 #ifndef EMU_CLOUD_AGENT_H
 #define EMU_CLOUD_AGENT_H
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -42,9 +43,12 @@ class CloudAgent {
   void chooseSet(unsigned launchId, unsigned long long setId) { chosenSets_[launchId] = setId; }
   // True once every exchange that was started has ended.
   bool idle() const;
+  // One line on what a stored set holds.
+  using DescribeSet = std::function<std::string(unsigned long long id)>;
   // Each cloud request's outcome: a summary line (a failure where it failed, was refused, left
-  // unfinished, never answered or never delivered) and the "exchanges" JSON member.
-  void report(host::RunReport& report) const;
+  // unfinished, never answered or never delivered) and the "exchanges" JSON member; a backup's
+  // set is described by `describeSet`, when given.
+  void report(host::RunReport& report, const DescribeSet& describeSet = nullptr) const;
   // The sets that this run's successful backups stored (false) or restores read (true).
   std::vector<unsigned long long> sets(bool restored) const;
 
@@ -53,8 +57,6 @@ class CloudAgent {
   using Step = void (CloudAgent::*)(Exchange&);
   using AnswerStep = void (CloudAgent::*)(Exchange&, const host::cloud::Answer&);
 
-  // What the stored set `id` holds, for the summary.
-  std::string describeSet(unsigned long long id) const;
   bool delivered(unsigned launchId) const;
   // "backup", "backup information", "restore", or null for an operation of no exchange.
   static const char* typeName(const std::string& operation);

@@ -57,12 +57,12 @@ struct DeviceProfile {
   // The platform's personality on this watch (host::Personality's switches), by name.
   std::map<std::string, std::string> platform;
 
-  // Reads DIR/device.json, a regular file of at most kMaxFileBytes. Returns false with a
-  // one-line reason. A string that is not UTF-8 is carried as the README describes, so what
-  // loads saves and loads again the same.
+  // Reads DIR/device.json, a regular file of at most kMaxFileBytes, and takes in what a run that
+  // died left in its journal (RunJournal). Returns false with a one-line reason. A string that is
+  // not UTF-8 is carried as the README describes, so what loads saves and loads again the same.
   bool load(const std::string& deviceDir, std::string& error);
   // Writes DIR/device.json through a temporary file and a rename, so a reader never sees half
-  // a profile.
+  // a profile; then removes the journal, which the profile now holds.
   bool save(const std::string& deviceDir, std::string& error) const;
 };
 

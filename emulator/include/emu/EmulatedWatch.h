@@ -5,7 +5,9 @@
 
 #include "emu/CloudAgent.h"
 #include "emu/DeviceProfile.h"
+#include "emu/RunJournal.h"
 #include "emu/StoreService.h"
+#include "emu/StoredSet.h"
 #include "emu/WatchApp.h"
 #include "emu/WatchfaceService.h"
 #include "host/DeviceHooks.h"
@@ -33,8 +35,8 @@ class EmulatedWatch : public host::DeviceHooks {
   void releasePeers();
   // What the run's backups left out of the watch and its restores did not put back.
   void audit(host::Platform& platform,
-             const std::vector<unsigned long long>& stored,
-             const std::vector<unsigned long long>& restored,
+             const std::vector<StoredSet>& stored,
+             const std::vector<StoredSet>& restored,
              host::RunReport& report);
 
   std::string deviceDir_;
@@ -47,6 +49,8 @@ class EmulatedWatch : public host::DeviceHooks {
   std::shared_ptr<WatchfaceService> watchface_;
   std::vector<std::shared_ptr<WatchApp>> watchApps_;
   std::shared_ptr<StoreService> store_;
+  // What the run applies, as it applies it; shared with the peers, from boot() to finish().
+  std::shared_ptr<RunJournal> journal_;
   // Packages that a fault keeps out of the package database; they stay on the watch's disk.
   std::vector<host::PackageInfo> withheld_;
 };

@@ -13,6 +13,9 @@ extern const char* const kWatchfaceAppId;
 extern const char* const kServiceAppId;
 extern const char* const kStoreAppId;
 
+// Where the watch face service keeps the photos a restore gives it, in the device directory.
+extern const char* const kBackgroundDir;
+
 // Configuration keys of the idle clock.
 extern const char* const kIdleClockKey;
 extern const char* const kWatchfaceNameKey;

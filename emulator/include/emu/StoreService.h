@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "emu/DeviceProfile.h"
+#include "emu/RunJournal.h"
 #include "host/EmulatedApp.h"
 
 namespace host {
@@ -30,7 +31,8 @@ class StoreService : public host::EmulatedApp {
   StoreService(host::Platform& platform,
                std::vector<CatalogueItem> catalogue,
                std::map<std::string, std::string> faults,
-               std::function<void()> onFirstRequest);
+               std::function<void()> onFirstRequest,
+               std::shared_ptr<RunJournal> journal);
 
   void onLaunchRequest(app_control_h request, std::shared_ptr<host::PendingReply> reply) override;
 
@@ -48,6 +50,7 @@ class StoreService : public host::EmulatedApp {
   std::vector<CatalogueItem> catalogue_;
   std::map<std::string, std::string> faults_;
   std::function<void()> onFirstRequest_;
+  std::shared_ptr<RunJournal> journal_;  // what it installs
   std::vector<std::string> installed_;
   std::map<std::string, std::string> answers_;
   int requests_ = 0;

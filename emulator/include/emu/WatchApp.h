@@ -1,7 +1,10 @@
 #ifndef EMU_WATCH_APP_H
 #define EMU_WATCH_APP_H
 
+#include <memory>
+
 #include "emu/DeviceProfile.h"
+#include "emu/RunJournal.h"
 #include "host/EmulatedApp.h"
 
 namespace host {
@@ -14,8 +17,11 @@ namespace emu {
 // keeps the XML of a restore request. Owned by the platform it is registered with.
 class WatchApp : public host::EmulatedApp {
  public:
-  // Replies go out `replyDelayMs` after the request.
-  WatchApp(host::Platform& platform, WatchAppState state, unsigned replyDelayMs);
+  // Replies go out `replyDelayMs` after the request; what a restore gives it goes to `journal`.
+  WatchApp(host::Platform& platform,
+           WatchAppState state,
+           unsigned replyDelayMs,
+           std::shared_ptr<RunJournal> journal);
 
   void onLaunchRequest(app_control_h request, std::shared_ptr<host::PendingReply> reply) override;
 
@@ -30,6 +36,7 @@ class WatchApp : public host::EmulatedApp {
   host::Platform& platform_;
   WatchAppState state_;
   unsigned replyDelayMs_;
+  std::shared_ptr<RunJournal> journal_;
   int backupsAnswered_ = 0;
   int restoresReceived_ = 0;
 };

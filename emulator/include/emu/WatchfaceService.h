@@ -2,10 +2,13 @@
 #define EMU_WATCHFACE_SERVICE_H
 
 #include <map>
+#include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "emu/DeviceProfile.h"
+#include "emu/RunJournal.h"
 #include "host/BoundaryRecord.h"
 #include "host/EmulatedApp.h"
 
@@ -30,15 +33,17 @@ class WatchfaceService : public host::EmulatedApp {
     int settingsReceived = 0;
     int imagesReceived = 0;
     int restoresFinished = 0;
-    std::string idleFace;                    // the face an idle-change message chose, if any
-    std::vector<std::string> photoProblems;  // photos not handed out as they are, and why
+    std::string idleFace;  // the face an idle-change message chose, if any
+    // Photos not handed out as they are, or not kept, and why.
+    std::vector<std::string> photoProblems;
   };
 
   WatchfaceService(host::Platform& platform,
                    std::string deviceDir,
                    std::vector<FaceEntry> faces,
                    std::vector<BackgroundImage> images,
-                   std::map<std::string, std::string> faults);
+                   std::map<std::string, std::string> faults,
+                   std::shared_ptr<RunJournal> journal);
   ~WatchfaceService() override;
 
   WatchfaceService(const WatchfaceService&) = delete;
@@ -50,6 +55,9 @@ class WatchfaceService : public host::EmulatedApp {
 
   // Sends the service "restore_finished" out of turn.
   void sendRestoreFinished();
+  // The idle clock was written when the boundary record held `events` events. An idle-change
+  // message sent before that comes too late to count: the later word holds.
+  void noteIdleClockWritten(size_t events) { idleClockWrittenAt_ = events; }
 
   const std::vector<FaceEntry>& faces() const { return faces_; }
   const std::vector<BackgroundImage>& images() const { return images_; }
@@ -59,11 +67,16 @@ class WatchfaceService : public host::EmulatedApp {
   void answerBackup();
   void restoreSettings(bundle* message);
   void restoreImage(bundle* message);
-  // Puts the photo `from` at `to` (replacing it) and tells its size: by a hard link where the
-  // file systems allow, else by a copy (false with the reason).
-  static bool linkPhoto(const std::string& from, const std::string& to, size_t& length);
+  // Puts the photo `from` at `to` (replacing it, through the new file `temporary`, a pattern
+  // ending in XXXXXX) and tells its size: by a hard link where the file systems allow, else by
+  // a copy (false with the reason).
+  static bool linkPhoto(const std::string& from,
+                        const std::string& to,
+                        const std::string& temporary,
+                        size_t& length);
   static bool copyPhoto(const std::string& from,
                         const std::string& to,
+                        const std::string& temporary,
                         size_t& length,
                         std::string& failure);
   void changeIdleClock(bundle* message);
@@ -78,8 +91,15 @@ class WatchfaceService : public host::EmulatedApp {
   std::vector<FaceEntry> faces_;
   std::vector<BackgroundImage> images_;
   std::map<std::string, std::string> faults_;
+  std::shared_ptr<RunJournal> journal_;  // every settings document and photo it keeps
+  // Where each face (by package ID) and photo (by file name) is held: a restore may bring tens
+  // of thousands.
+  std::unordered_map<std::string, size_t> faceAt_;
+  std::unordered_map<std::string, size_t> imageAt_;
   Activity activity_;
   std::string fifoPath_;  // made for the image-unreadable fault; removed with this app
+  size_t idleClockWrittenAt_ = 0;
+  size_t idleChangesReceived_ = 0;
 };
 
 }  // namespace emu

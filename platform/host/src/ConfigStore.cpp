@@ -10,6 +10,12 @@ bool ConfigStore::get(const std::string& key, std::string& value) const {
   return true;
 }
 
+void ConfigStore::set(const std::string& key, const std::string& value) {
+  values_[key] = value;
+  if (observer_)
+    observer_(key, value);
+}
+
 void ConfigStore::setReadOnly(const std::string& key, bool readOnly) {
   if (readOnly)
     readOnly_[key] = true;

@@ -30,7 +30,9 @@ const char* const kDescription =
     "  2    bad usage, an unusable device or cloud directory, or a device another run holds\n"
     "  3    the deadline passed before the service ended itself\n"
     "  4    the service ended itself, but a flow failed or was left undone (see the summary)\n"
-    "  128+N  ended by signal N (130 for SIGINT, 143 for SIGTERM)\n";
+    "  5    the summary or the JSON result could not be written whole\n"
+    "  128+N  ended by signal N (129 SIGHUP, 130 SIGINT, 131 SIGQUIT, 141 SIGPIPE, 143 "
+    "SIGTERM...)\n";
 
 // What the callbacks fill while GLib walks the command line, in its order.
 struct Parse {

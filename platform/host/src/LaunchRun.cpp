@@ -1,10 +1,14 @@
 #include "LaunchRun.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <glib-unix.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
+#include <iterator>
+#include <vector>
 
 #include "RunSummary.h"
 #include "host/AppControl.h"
@@ -15,12 +19,33 @@ namespace host {
 
 namespace {
 
-const int kEndingSignals[] = {SIGINT, SIGTERM};
+// Every signal whose default action ends a process, but for those that report a fault of the
+// process itself (SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP, SIGSYS): a crash stays a
+// crash. The real-time signals are added at run time.
+const int kEndingSignals[] = {SIGHUP,  SIGINT,    SIGQUIT, SIGUSR1,   SIGUSR2,
+                              SIGPIPE, SIGALRM,   SIGTERM, SIGSTKFLT, SIGXCPU,
+                              SIGXFSZ, SIGVTALRM, SIGPROF, SIGIO,     SIGPWR};
 
-struct SignalWatch {
-  LaunchRun* run;
-  int signal;
-};
+// The handler's only way out: it writes the signal's number here, the main loop reads it.
+int g_signalPipe[2] = {-1, -1};
+
+extern "C" void onEndingSignal(int signal, siginfo_t* info, void*) {
+  // A write of our own to a pipe nobody reads: that write fails with EPIPE and says so.
+  if (signal == SIGPIPE && info && info->si_code == SI_USER && info->si_pid == getpid())
+    return;
+  const int saved = errno;
+  const unsigned char number = static_cast<unsigned char>(signal);
+  ssize_t ignored = write(g_signalPipe[1], &number, 1);
+  (void)ignored;
+  errno = saved;
+}
+
+std::vector<int> endingSignals() {
+  std::vector<int> signals(std::begin(kEndingSignals), std::end(kEndingSignals));
+  for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal)
+    signals.push_back(signal);
+  return signals;
+}
 
 }  // namespace
 
@@ -28,9 +53,14 @@ LaunchRun::LaunchRun(Platform& platform, const LaunchOptions& options, DeviceHoo
     : platform_(platform), options_(options), hooks_(hooks) {}
 
 LaunchRun::~LaunchRun() {
-  for (guint source : signalSources_) {
-    if (source)
-      g_source_remove(source);
+  if (signalSource_)
+    g_source_remove(signalSource_);
+  for (const auto& previous : previousActions_)
+    sigaction(previous.first, &previous.second, nullptr);
+  for (int& fd : g_signalPipe) {
+    if (fd >= 0)
+      close(fd);
+    fd = -1;
   }
 }
 
@@ -81,21 +111,31 @@ void LaunchRun::armDeadline() {
 }
 
 void LaunchRun::watchSignals() {
-  for (size_t i = 0; i < G_N_ELEMENTS(kEndingSignals); ++i) {
-    auto* watch = new SignalWatch{this, kEndingSignals[i]};
-    signalSources_[i] =
-        g_unix_signal_add_full(G_PRIORITY_HIGH, watch->signal, onSignal, watch,
-                               [](gpointer data) { delete static_cast<SignalWatch*>(data); });
-    g_source_set_name_by_id(signalSources_[i], kHostSourcePrefix);
+  if (!g_unix_open_pipe(g_signalPipe, FD_CLOEXEC, nullptr) ||
+      !g_unix_set_fd_nonblocking(g_signalPipe[0], TRUE, nullptr) ||
+      !g_unix_set_fd_nonblocking(g_signalPipe[1], TRUE, nullptr))
+    return;
+  signalSource_ = g_unix_fd_add(g_signalPipe[0], G_IO_IN, onSignal, this);
+  g_source_set_name_by_id(signalSource_, kHostSourcePrefix);
+  struct sigaction action = {};
+  action.sa_sigaction = onEndingSignal;
+  action.sa_flags = SA_SIGINFO | SA_RESTART;
+  sigemptyset(&action.sa_mask);
+  for (int signal : endingSignals()) {
+    struct sigaction previous;
+    if (sigaction(signal, &action, &previous) == 0)
+      previousActions_.emplace_back(signal, previous);
   }
 }
 
-gboolean LaunchRun::onSignal(gpointer data) {
-  auto* watch = static_cast<SignalWatch*>(data);
-  LaunchRun* run = watch->run;
-  if (!run->outcome_.signal && !run->outcome_.deadlinePassed) {
-    run->outcome_.signal = watch->signal;
-    run->end();
+gboolean LaunchRun::onSignal(gint fd, GIOCondition, gpointer data) {
+  auto* run = static_cast<LaunchRun*>(data);
+  unsigned char number = 0;
+  while (read(fd, &number, 1) == 1) {
+    if (!run->outcome_.signal && !run->outcome_.deadlinePassed) {
+      run->outcome_.signal = number;
+      run->end();
+    }
   }
   return G_SOURCE_CONTINUE;
 }

@@ -5,8 +5,11 @@
 
 #include <app_control.h>
 #include <glib.h>
+#include <signal.h>
 
 #include <functional>
+#include <utility>
+#include <vector>
 
 #include "host/DeviceHooks.h"
 #include "host/LaunchOptions.h"
@@ -17,9 +20,11 @@ class MainLoop;
 class Platform;
 
 // Delivers the launch requests at their times, and ends the run when the app exits, at the
-// deadline, or on SIGINT or SIGTERM. A deadline or a signal that comes while the app waits in a
-// nested main loop cannot return to the main loop: the run is then reported at once and the
-// process ends, as the platform's watchdog ends a hung app. Main loop thread only.
+// deadline, or on any signal whose default action would end the process (SIGPIPE only when
+// another process sends it: a write of our own to a closed pipe fails instead). A deadline or a
+// signal that comes while the app waits in a nested main loop cannot return to the main loop: the
+// run is then reported at once and the process ends, as the platform's watchdog ends a hung app.
+// Main loop thread only.
 class LaunchRun {
  public:
   // Delivers one launch request; `request` lives for the call.
@@ -40,14 +45,16 @@ class LaunchRun {
   void watchSignals();
   // The deadline or a signal: back to the main loop, or the end of the process.
   void end();
-  static gboolean onSignal(gpointer data);
+  static gboolean onSignal(gint fd, GIOCondition condition, gpointer data);
 
   Platform& platform_;
   const LaunchOptions& options_;
   DeviceHooks& hooks_;
   Deliver deliver_;
   RunOutcome outcome_;
-  guint signalSources_[2] = {0, 0};
+  guint signalSource_ = 0;
+  // What each signal did before the run, put back when it ends.
+  std::vector<std::pair<int, struct sigaction>> previousActions_;
 };
 
 }  // namespace host

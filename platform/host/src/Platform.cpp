@@ -10,6 +10,7 @@
 #include "host/HostLog.h"
 #include "host/MainLoop.h"
 #include "host/PendingReply.h"
+#include "host/WatchDirs.h"
 
 namespace host {
 
@@ -170,10 +171,16 @@ void Platform::dropPosted(gpointer data) {
 std::string Platform::sharedTrustedPath(const std::string& appId) const {
   if (deviceDir_.empty() || appId.empty())
     return std::string();
+  // The app writes there by path: no directory on the way may lead out of the watch.
+  std::string error;
+  if (appId.find('/') != std::string::npos ||
+      !checkWatchDirectory(deviceDir_, "apps/" + appId + "/shared/trusted", true, error)) {
+    logError(kHostLogTag, "no shared trusted directory for %s: %s", appId.c_str(),
+             error.empty() ? "its app ID is no directory name" : error.c_str());
+    return std::string();
+  }
   g_autofree char* dir =
       g_build_filename(deviceDir_.c_str(), "apps", appId.c_str(), "shared", "trusted", nullptr);
-  if (g_mkdir_with_parents(dir, 0755) != 0)
-    return std::string();
   return std::string(dir) + "/";
 }
 

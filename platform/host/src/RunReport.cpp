@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "MvText.h"
+
 namespace host {
 
 namespace {
@@ -19,12 +21,16 @@ RunReport::~RunReport() {
 void RunReport::line(const std::string& area, const std::string& text) {
   std::string shown = area;
   shown.resize(std::max(kAreaWidth, area.size() + 1), ' ');
-  lines_.push_back(shown + text);
+  lines_.push_back(shown + mvShownText(text));
 }
 
 void RunReport::failure(const std::string& area, const std::string& text) {
   line(area, text);
-  failures_.push_back(area + ": " + text);
+  failures_.push_back(area + ": " + mvShownText(text));
+}
+
+void RunReport::setText(const std::string& name, const std::string& bytes) {
+  mvJsonSetText(members_, name.c_str(), bytes);
 }
 
 void RunReport::set(const std::string& name, JsonNode* node) {
@@ -56,9 +62,7 @@ std::string RunReport::json(bool pretty) const {
 
 JsonNode* jsonString(const std::string& text) {
   JsonNode* node = json_node_new(JSON_NODE_VALUE);
-  // Names on a watch may hold any bytes; JSON holds text.
-  g_autofree char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
-  json_node_set_string(node, valid);
+  json_node_set_string(node, mvShownText(text).c_str());
   return node;
 }
 

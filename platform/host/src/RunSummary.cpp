@@ -1,5 +1,6 @@
 #include "RunSummary.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <glib.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <map>
 #include <string>
 
+#include "MvText.h"
 #include "RunTrace.h"
 #include "host/DeliverySchedule.h"
 #include "host/Leftovers.h"
@@ -56,10 +58,10 @@ void reportRequests(Platform& platform, RunReport& report) {
     JsonObject* request = json_object_new();
     json_object_set_int_member(request, "id", event.launchId);
     json_object_set_double_member(request, "at", event.at);
-    json_object_set_member(request, "operation", jsonString(event.name));
+    mvJsonSetText(request, "operation", event.name);
     JsonObject* extras = json_object_new();
     for (const auto& extra : event.data)
-      json_object_set_member(extras, extra.first.c_str(), jsonString(extra.second));
+      mvJsonSetText(extras, mvShownText(extra.first).c_str(), extra.second);
     json_object_set_object_member(request, "extras", extras);
     json_object_set_null_member(request, "reply");
     byLaunch[event.launchId] = request;
@@ -187,14 +189,14 @@ void reportSchedule(Platform& platform, const LaunchOptions& options, RunReport&
     JsonObject* entry = json_object_new();
     json_object_set_double_member(entry, "at", event.at);
     json_object_set_string_member(entry, "kind", kindName(event.kind));
-    json_object_set_member(entry, "peer", jsonString(event.peer));
-    json_object_set_member(entry, "name", jsonString(event.name));
+    mvJsonSetText(entry, "peer", event.peer);
+    mvJsonSetText(entry, "name", event.name);
     json_object_set_int_member(entry, "code", event.code);
     if (event.launchId)
       json_object_set_int_member(entry, "launch", event.launchId);
     for (const auto& pair : event.data) {
       if (pair.first == "message")
-        json_object_set_member(entry, "message", jsonString(pair.second));
+        mvJsonSetText(entry, "message", pair.second);
     }
     json_array_add_object_element(events, entry);
   }
@@ -202,6 +204,15 @@ void reportSchedule(Platform& platform, const LaunchOptions& options, RunReport&
   JsonNode* node = json_node_new(JSON_NODE_OBJECT);
   json_node_take_object(node, object);
   report.set("schedule", node);
+}
+
+// "SIGHUP", "SIGRTMIN+3".
+std::string signalName(int signal) {
+  if (const char* abbreviation = sigabbrev_np(signal))
+    return std::string("SIG") + abbreviation;
+  if (signal >= SIGRTMIN && signal <= SIGRTMAX)
+    return "SIGRTMIN+" + std::to_string(signal - SIGRTMIN);
+  return "signal " + std::to_string(signal);
 }
 
 int statusOf(const RunOutcome& outcome, const RunReport& report) {
@@ -216,11 +227,10 @@ void reportEnd(const LaunchOptions& options, const RunOutcome& outcome, RunRepor
   JsonObject* ended = json_object_new();
   json_object_set_double_member(ended, "at", outcome.endedAt);
   if (outcome.signal) {
-    const char* abbreviation = outcome.signal == SIGINT ? "SIGINT" : "SIGTERM";
-    report.line("ended",
-                std::string("interrupted by ") + abbreviation + " at " + seconds(outcome.endedAt));
+    const std::string name = signalName(outcome.signal);
+    report.line("ended", "interrupted by " + name + " at " + seconds(outcome.endedAt));
     json_object_set_string_member(ended, "by", "signal");
-    json_object_set_string_member(ended, "signal", abbreviation);
+    json_object_set_string_member(ended, "signal", name.c_str());
   } else if (outcome.endedBySelf) {
     report.line("ended", "by the service itself at " + seconds(outcome.endedAt));
     json_object_set_string_member(ended, "by", "service");
@@ -248,6 +258,16 @@ void appendToLog(const std::string& deviceDir, const std::string& text) {
   close(fd);
 }
 
+// The whole of `text` on `stream`, flushed; false with errno set when any of it did not go.
+bool writeAll(FILE* stream, const std::string& text) {
+  errno = 0;
+  const bool written = fwrite(text.data(), 1, text.size(), stream) == text.size();
+  const bool flushed = fflush(stream) == 0;
+  if ((!written || !flushed) && errno == 0)
+    errno = EIO;
+  return written && flushed;
+}
+
 }  // namespace
 
 int reportRun(Platform& platform,
@@ -263,8 +283,8 @@ int reportRun(Platform& platform,
   RunReport report;
   report.line("watch dir", options.deviceDir);
   report.line("cloud dir", options.cloudDir);
-  report.set("device", jsonString(options.deviceDir));
-  report.set("cloud", jsonString(options.cloudDir));
+  report.setText("device", options.deviceDir);
+  report.setText("cloud", options.cloudDir);
   reportRequests(platform, report);
   reportSchedule(platform, options, report);
   hooks.finish(platform, outcome, report);
@@ -282,19 +302,23 @@ int reportRun(Platform& platform,
   for (const std::string& line : report.lines())
     summary += line + "\n";
   appendToLog(options.deviceDir, summary);
-  if (options.jsonPath == "-") {
-    const std::string json = report.json(true);
-    fprintf(stdout, "%s\n", json.c_str());
-  } else {
-    fputs(summary.c_str(), stdout);
-  }
-  fflush(stdout);
+  // What a script reads must be whole: a write that fails or falls short is the run's status.
+  std::string failure;
+  const std::string shown = options.jsonPath == "-" ? report.json(true) + "\n" : summary;
+  if (!writeAll(stdout, shown))
+    failure = std::string("cannot write the ") +
+              (options.jsonPath == "-" ? "JSON result" : "summary") + ": " + g_strerror(errno);
   if (!options.jsonPath.empty() && options.jsonPath != "-") {
     const std::string json = report.json(true) + "\n";
     g_autoptr(GError) error = nullptr;
     if (!g_file_set_contents(options.jsonPath.c_str(), json.data(),
-                             static_cast<gssize>(json.size()), &error))
-      fprintf(stderr, "morvik-service: cannot write the JSON result: %s\n", error->message);
+                             static_cast<gssize>(json.size()), &error) &&
+        failure.empty())
+      failure = std::string("cannot write the JSON result: ") + error->message;
+  }
+  if (!failure.empty()) {
+    fprintf(stderr, "morvik-service: %s\n", failure.c_str());
+    return kStatusOutputFailed;
   }
   return status;
 }

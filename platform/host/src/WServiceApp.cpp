@@ -4,6 +4,7 @@
 
 #include <glib.h>
 #include <glib/gstdio.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "LaunchRun.h"
+#include "MvText.h"
 #include "RunSummary.h"
 #include "host/DeliverySchedule.h"
 #include "host/DeviceAdmission.h"
@@ -134,6 +136,14 @@ void WServiceApp::onAppControl(app_control_h, bool) {}
 int WServiceApp::start(int argc, char* argv[]) {
   g_autofree char* name = g_path_get_basename(argc > 0 ? argv[0] : "morvik-service");
   const std::string program = name;
+  mvUseUtf8Locale();
+  const std::string notText = mvArgumentsNotUtf8(argc, argv);
+  if (!notText.empty()) {
+    fprintf(stderr, "%s: %s\n", program.c_str(), notText.c_str());
+    return host::kStatusUsage;
+  }
+  // An output nobody reads any more is a write that fails, reported as such, not a silent end.
+  signal(SIGPIPE, SIG_IGN);
   host::LaunchOptions options;
   const int optionsStatus = readOptions(program, argc, argv, options);
   if (optionsStatus >= 0)

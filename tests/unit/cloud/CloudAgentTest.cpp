@@ -12,6 +12,7 @@
 #include "MvSvcTypes.h"
 #include "TempDir.h"
 #include "emu/CloudStore.h"
+#include "emu/StoredSet.h"
 
 namespace {
 
@@ -66,7 +67,9 @@ class CloudAgentTest : public morvik_test::CloudFixture {
 
   Lines summary() {
     host::RunReport report;
-    agent_->report(report);
+    agent_->report(report, [this](unsigned long long id) {
+      return emu::StoredSet::read(store_, id).describe();
+    });
     return report.lines();
   }
 
@@ -93,7 +96,7 @@ TEST_F(CloudAgentTest, BackupStoresTheDocumentAndReportsItsContents) {
   const std::string document =
       "{\"watch_items\":[{\"pkgid\":\"f\",\"svcid\":\"com.talvoro.watchface-service\"},"
       "{\"pkgid\":\"d\",\"svcid\":\"d\",\"result\":\"downloaded\"},{\"svcid\":\"w.service\"}],"
-      "\"watch_custom_bg\":[{},{}]}";
+      "\"watch_custom_bg\":[{\"file_name\":\"a\"},{\"file_name\":\"b\"}]}";
   const double start = platform().now();
   ASSERT_EQ(backup(document, {{"cloud-delay", "150"}}), 1);
   EXPECT_GE(platform().now() - start, 0.6);
@@ -117,6 +120,19 @@ TEST_F(CloudAgentTest, RestoreHandsTheNewestSetToTheServiceAndChecksWhatComesBac
                                0),
             0u)
       << summary()[0];
+
+  // 200,000 empty records: neither the cloud nor the end of the run takes them one by one.
+  std::vector<CloudRecord> many(200000,
+                                CloudRecord{std::string("key"), std::string("1"), std::string()});
+  std::string error;
+  ASSERT_TRUE(host::writeRecordFile(store_.setPath(3), many, error)) << error;
+  ASSERT_EQ(restore(), 0);
+  EXPECT_EQ(summary(), Lines{"cloud     request 1, restore: FAILED at download: set 3 holds "
+                             "200000 records, more than the 1024 the cloud hands out"});
+  EXPECT_EQ(emu::StoredSet::read(store_, 3).describe(),
+            "set 3 holds 200000 records, more than the 1024 a set may hold");
+  unsigned long long id = 0;
+  EXPECT_FALSE(store_.add(many, id, error));
 }
 
 }  // namespace

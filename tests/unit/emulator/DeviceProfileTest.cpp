@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "TempDir.h"
+#include "emu/RunJournal.h"
 #include "emu/SampleWatch.h"
 #include "host/Personality.h"
 
@@ -143,3 +144,34 @@ TEST_F(DeviceProfileTest, HeavyWatchHasTheReferenceShapeEveryTime) {
 }
 
 }  // namespace
+
+// A run's journal is read with the profile: whole lines in their order, a line a kill cut short
+// as no change; a line that is no change refuses the profile, naming it.
+TEST_F(DeviceProfileTest, AJournalLeftByARunIsReadWithTheProfile) {
+  std::string error;
+  ASSERT_TRUE(emu::createBlankWatch(dir_, error)) << error;
+  {
+    emu::RunJournal journal(dir_);
+    journal.face({"com.talvoro.face.mono", "<first/>"});
+    journal.config(emu::kIdleClockKey, "caf\xE9");
+    journal.face({"com.talvoro.face.mono", "<second/>"});
+    journal.photo({"p.jpg", "apps/p.jpg", "photo"});
+    ASSERT_FALSE(journal.failed(error)) << error;
+  }
+  const std::string journal = dir_ + "/" + emu::RunJournal::kFileName;
+  FILE* file = fopen(journal.c_str(), "a");
+  fputs("face Y3V0", file);
+  fclose(file);
+  emu::DeviceProfile profile;
+  ASSERT_TRUE(profile.load(dir_, error)) << error;
+  EXPECT_EQ(profile.config[emu::kIdleClockKey], "caf\xE9");
+  ASSERT_EQ(profile.faces.size(), 1u);
+  EXPECT_EQ(profile.faces[0].settings, "<second/>");
+  ASSERT_EQ(profile.images.size(), 1u);
+  EXPECT_EQ(profile.images[0].path, "apps/p.jpg");
+
+  ASSERT_TRUE(profile.save(dir_, error)) << error;
+  EXPECT_FALSE(g_file_test(journal.c_str(), G_FILE_TEST_EXISTS));
+  ASSERT_TRUE(g_file_set_contents(journal.c_str(), "face YQ== Yg==\nsmile YQ==\n", -1, nullptr));
+  EXPECT_EQ(refusal(), journal + ": line 2 is no change of a run");
+}

@@ -1,6 +1,7 @@
 #ifndef HOST_CONFIG_STORE_H
 #define HOST_CONFIG_STORE_H
 
+#include <functional>
 #include <map>
 #include <string>
 
@@ -10,7 +11,10 @@ namespace host {
 class ConfigStore {
  public:
   bool get(const std::string& key, std::string& value) const;
-  void set(const std::string& key, const std::string& value) { values_[key] = value; }
+  void set(const std::string& key, const std::string& value);
+  // Told of every value set from now on (null: nobody).
+  using Observer = std::function<void(const std::string& key, const std::string& value)>;
+  void setObserver(Observer observer) { observer_ = std::move(observer); }
   // A key whose writes fail, as on a read-only or locked key.
   void setReadOnly(const std::string& key, bool readOnly);
   bool isReadOnly(const std::string& key) const;
@@ -19,6 +23,7 @@ class ConfigStore {
  private:
   std::map<std::string, std::string> values_;
   std::map<std::string, bool> readOnly_;
+  Observer observer_;
 };
 
 }  // namespace host

@@ -90,7 +90,8 @@ class Platform {
   void setSchedule(std::unique_ptr<DeliverySchedule> schedule);
   const DeliverySchedule* schedule() const { return schedule_.get(); }
 
-  // `DEVICE/apps/<appId>/shared/trusted/`, created on demand; empty on failure.
+  // `DEVICE/apps/<appId>/shared/trusted/`, created on demand; empty on failure, and when a
+  // directory on the way is a link (see checkWatchDirectory).
   std::string sharedTrustedPath(const std::string& appId) const;
   // The same as the platform's API gives it to an app: without its last '/' when the
   // personality says so.

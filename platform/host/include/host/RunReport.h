@@ -15,6 +15,7 @@ enum ExitStatus {
   kStatusUsage = 2,          // bad command line, or an unusable device or cloud directory
   kStatusDeadline = 3,       // the deadline passed before the service ended itself
   kStatusFlowFailed = 4,     // the service ended itself, but a flow failed or was left undone
+  kStatusOutputFailed = 5,   // the summary or the JSON result could not be written whole
   kStatusSignalBase = 128,   // + N: ended by signal N
 };
 
@@ -29,7 +30,8 @@ class RunReport {
   RunReport(const RunReport&) = delete;
   RunReport& operator=(const RunReport&) = delete;
 
-  // A summary line: `area` in a column of its own, then `text`.
+  // A summary line: `area` in a column of its own, then `text` (bytes that are not UTF-8 shown
+  // as \xHH).
   void line(const std::string& area, const std::string& text);
   // A line that names a failure; it is also listed under "failures" in the JSON.
   void failure(const std::string& area, const std::string& text);
@@ -37,6 +39,8 @@ class RunReport {
 
   // Sets the JSON member `name` to `node`, which the report takes over.
   void set(const std::string& name, JsonNode* node);
+  // Sets the JSON member `name` to `bytes` as text (MvText.h's rule).
+  void setText(const std::string& name, const std::string& bytes);
 
   // The summary lines, in order.
   const std::vector<std::string>& lines() const { return lines_; }
@@ -49,7 +53,8 @@ class RunReport {
   JsonObject* members_;  // owned
 };
 
-// A JSON node for a string, an integer, a number or a boolean, owned by the caller.
+// A JSON node for a string (as text: MvText.h's rule), an integer, a number or a boolean, owned
+// by the caller.
 JsonNode* jsonString(const std::string& text);
 JsonNode* jsonInt(gint64 value);
 JsonNode* jsonDouble(double value);
