@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "MvHandles.h"
 #include "MvSvcAppCtrlModel.h"
 #include "MvSvcAppCtrlRequests.h"
 #include "MvSvcTypes.h"
@@ -64,7 +65,7 @@ class MvSvcWatchDataCollector {
   // Backup requests still waiting for their reply; going with the collector silences them.
   MvSvcAppCtrlRequests _pendingModels;
   unsigned _backupFinishedTimeoutMs;
-  guint _backupFinishedTimer;  // 0 when not armed
+  MvGSourceId _backupFinishedTimer;  // unset when not armed
   bool _completed;
 };
 
