@@ -167,7 +167,7 @@ class ObjectReader {
   }
 
  private:
-  JsonObject* object_;
+  JsonObject* object_;  // the document's
   std::string where_;
   std::string& error_;
 };

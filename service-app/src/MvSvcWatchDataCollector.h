@@ -59,7 +59,7 @@ class MvSvcWatchDataCollector {
   void _complete(bool success);
 
   MvSvcCompletionCb _onCollectCompleted;
-  int _localPortId;
+  int _localPortId;  // carries `this`; the destructor unregisters it
   std::vector<WatchResultData> _resultDataList;
   std::vector<WatchImageData> _imageDataList;
   // Backup requests still waiting for their reply; going with the collector silences them.
