@@ -38,7 +38,7 @@ struct MvReleaser {
 template <typename T, auto Release>
 using MvOwned = std::unique_ptr<T, MvReleaser<T, Release>>;
 
-// Releases what `owner` holds now, and returns what the release call returns.
+// Releases what `owner` holds (it must hold one) now, and returns what the release call returns.
 template <typename T, auto Release>
 auto mvReleaseNow(MvOwned<T, Release>& owner) {
   return Release(owner.release());
@@ -87,72 +87,51 @@ inline void mvDetachGSource(GSource* source) {
 }
 using MvGSourcePtr = MvOwned<GSource, mvDetachGSource>;
 
+// A unique owner of a handle that is a plain value, `kNone` when it holds none.
+template <typename T, T kNone, auto Release>
+class MvValueHandle {
+ public:
+  MvValueHandle() = default;
+  explicit MvValueHandle(T value) : value_(value) {}
+  ~MvValueHandle() { reset(); }
+  MvValueHandle(MvValueHandle&& other) noexcept : value_(other.release()) {}
+  MvValueHandle& operator=(MvValueHandle&& other) noexcept {
+    reset(other.release());
+    return *this;
+  }
+
+  T get() const { return value_; }
+  explicit operator bool() const { return value_ != kNone; }
+  T release() {
+    const T value = value_;
+    value_ = kNone;
+    return value;
+  }
+  // Releases the handle held and holds `value` instead.
+  void reset(T value = kNone) {
+    if (value_ != kNone)
+      Release(value_);
+    value_ = value;
+  }
+
+ private:
+  T value_ = kNone;
+};
+
+template <typename T, T kNone, auto Release>
+auto mvReleaseNow(MvValueHandle<T, kNone, Release>& owner) {
+  return Release(owner.release());
+}
+
+// A file descriptor, closed when it goes; release() hands it on (to fdopen(), say). The one
+// owner of a descriptor in the project; mvReleaseNow() gives close()'s result, where a failed
+// write-back shows.
+using MvFd = MvValueHandle<int, -1, close>;
+
 // A GLib source ID (g_timeout_add, g_idle_add, g_unix_fd_add...), removed when it goes. A
 // callback that ends its own source by returning G_SOURCE_REMOVE calls release() first, since
 // GLib then removes it.
-class MvGSourceId {
- public:
-  MvGSourceId() = default;
-  explicit MvGSourceId(guint id) : id_(id) {}
-  ~MvGSourceId() { reset(); }
-  MvGSourceId(MvGSourceId&& other) noexcept : id_(other.release()) {}
-  MvGSourceId& operator=(MvGSourceId&& other) noexcept {
-    reset(other.release());
-    return *this;
-  }
-
-  guint get() const { return id_; }
-  explicit operator bool() const { return id_ != 0; }
-  guint release() {
-    const guint id = id_;
-    id_ = 0;
-    return id;
-  }
-  // Removes the source held and holds `id` instead.
-  void reset(guint id = 0) {
-    if (id_ != 0)
-      g_source_remove(id_);
-    id_ = id;
-  }
-
- private:
-  guint id_ = 0;
-};
-
-// A file descriptor, closed when it goes; release() hands it on (to fdopen(), say). The one
-// owner of a descriptor in the project.
-class MvFd {
- public:
-  MvFd() = default;
-  explicit MvFd(int fd) : fd_(fd) {}
-  ~MvFd() { reset(); }
-  MvFd(MvFd&& other) noexcept : fd_(other.release()) {}
-  MvFd& operator=(MvFd&& other) noexcept {
-    reset(other.release());
-    return *this;
-  }
-
-  int get() const { return fd_; }
-  int release() {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
-  // Closes the descriptor held and holds `fd` instead.
-  void reset(int fd = -1) {
-    if (fd_ >= 0)
-      close(fd_);
-    fd_ = fd;
-  }
-
- private:
-  int fd_ = -1;
-};
-
-// Closes the descriptor now; close()'s result, where a failed write-back shows.
-inline int mvReleaseNow(MvFd& fd) {
-  return close(fd.release());
-}
+using MvGSourceId = MvValueHandle<guint, 0u, g_source_remove>;
 
 // A new app-control handle, or null when the platform could not make one.
 inline MvAppControlPtr mvCreateAppControl() {

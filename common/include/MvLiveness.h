@@ -21,8 +21,8 @@
 //
 // A late callback then finds nothing instead of freed memory, and never a newer object that
 // happens to live at the same address: tokens are serial numbers, never given twice. A C++ task
-// is wrapped by whileAlive(), which runs it only while the target lives, so that the task may
-// use the target's address:
+// captures token() and asks find() the same way, or is wrapped by whileAlive(), which runs it
+// only while the target lives, so that the task may use the target's address:
 //
 //   platform.post(_liveness.whileAlive([this] { _step(); }));
 //

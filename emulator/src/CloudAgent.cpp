@@ -278,23 +278,23 @@ void CloudAgent::onAnswer(const Answer& answer) {
 }
 
 void CloudAgent::schedule(Exchange& exchange, Step step) {
-  platform_.post(liveness_.whileAlive([this, &exchange, step] {
+  auto next = liveness_.whileAlive([this, &exchange, step] {
     if (!exchange.done)
       (this->*step)(exchange);
-  }),
-                 delayMs_);
+  });
+  platform_.post(std::move(next), delayMs_);
 }
 
 void CloudAgent::await(Exchange& exchange, Answer::Kind kind, AnswerStep next) {
   exchange.awaiting = kind;
   exchange.next = next;
   const unsigned awaitCount = ++exchange.awaitCount;
-  platform_.post(liveness_.whileAlive([this, &exchange, awaitCount, kind] {
+  auto timeout = liveness_.whileAlive([this, &exchange, awaitCount, kind] {
     if (!exchange.done && exchange.awaitCount == awaitCount && exchange.awaiting)
       fail(exchange, std::string("no ") + host::cloud::answerName(kind) + " within " +
                          std::to_string(kAnswerTimeoutMs / 1000) + " s");
-  }),
-                 kAnswerTimeoutMs);
+  });
+  platform_.post(std::move(timeout), kAnswerTimeoutMs);
 }
 
 bool CloudAgent::faulted(Exchange& exchange, const char* step) {

@@ -195,7 +195,7 @@ void MvSvcJsonObject::addIntegerMember(const std::string& key, int value) {
 void MvSvcJsonObject::addObjectMember(const std::string& key, const MvSvcJsonObject& value) {
   if (!_jsonObject)
     return;
-  if (value._jsonObject.get())
+  if (value._jsonObject)
     json_object_set_object_member(_jsonObject.get(), key.c_str(),
                                   json_object_ref(value._jsonObject.get()));
   else
@@ -208,7 +208,7 @@ void MvSvcJsonObject::addArrayMember(const std::string& key,
     return;
   JsonArray* array = json_array_new();
   for (const MvSvcJsonObject& object : objects) {
-    if (object._jsonObject.get())
+    if (object._jsonObject)
       json_array_add_object_element(array, json_object_ref(object._jsonObject.get()));
     else
       json_array_add_null_element(array);

@@ -79,28 +79,34 @@ void LaunchRun::scheduleRequests() {
     const LaunchRequest& request = options_.requests[i];
     at += request.delaySeconds;
     const unsigned launchId = static_cast<unsigned>(i + 1);
-    platform_.post(liveness_.whileAlive([this, request, launchId] {
-      app_control_s handle;
-      handle.appId = platform_.selfAppId();
-      handle.hasOperation = !request.operation.empty();
-      handle.operation = request.operation;
-      handle.extras = request.extras;
-      handle.launchId = launchId;
-      MvAppControlPtr delivered(cloneAppControl(handle));
-      platform_.addEvent(BoundaryEvent::Kind::kLaunchRequest, std::string(), request.operation,
-                         request.extras, 0, launchId);
-      deliver_(delivered.get(), launchId == 1);
-    }),
-                   static_cast<unsigned>(at * 1000));
+    platform_.post(
+        [this, request, launchId, token = liveness_.token()] {
+          if (!MvLiveness<LaunchRun>::find(token))
+            return;
+          app_control_s handle;
+          handle.appId = platform_.selfAppId();
+          handle.hasOperation = !request.operation.empty();
+          handle.operation = request.operation;
+          handle.extras = request.extras;
+          handle.launchId = launchId;
+          MvAppControlPtr delivered(cloneAppControl(handle));
+          platform_.addEvent(BoundaryEvent::Kind::kLaunchRequest, std::string(), request.operation,
+                             request.extras, 0, launchId);
+          deliver_(delivered.get(), launchId == 1);
+        },
+        static_cast<unsigned>(at * 1000));
   }
 }
 
 void LaunchRun::armDeadline() {
-  platform_.post(liveness_.whileAlive([this] {
-    outcome_.deadlinePassed = true;
-    end();
-  }),
-                 static_cast<unsigned>(options_.deadlineSeconds * 1000));
+  platform_.post(
+      [this, token = liveness_.token()] {
+        if (!MvLiveness<LaunchRun>::find(token))
+          return;
+        outcome_.deadlinePassed = true;
+        end();
+      },
+      static_cast<unsigned>(options_.deadlineSeconds * 1000));
 }
 
 void LaunchRun::watchSignals() {
