@@ -54,6 +54,7 @@ using MvCloudRecordPtr =
 using MvAppInfoFilterPtr =
     MvOwned<std::remove_pointer_t<pkgmgrinfo_appinfo_filter_h>, pkgmgrinfo_appinfo_filter_destroy>;
 using MvEcoreTimerPtr = MvOwned<Ecore_Timer, ecore_timer_del>;
+using MvEinaIteratorPtr = MvOwned<Eina_Iterator, eina_iterator_free>;
 
 // Strings the platform allocates with malloc() (app-control extras and operations, vconf values,
 // trusted paths), and the C library's buffers.
@@ -80,7 +81,8 @@ inline MvGCharPtr mvTakeGStringText(MvGStringPtr text) {
 }
 
 // A source attached to a context: detached (destroyed) and unreferenced when it goes, so that its
-// callback can never run after its owner.
+// callback can never run after its owner. g_autoptr(GSource) only drops a reference, and leaves
+// an attached source running.
 inline void mvDetachGSource(GSource* source) {
   g_source_destroy(source);
   g_source_unref(source);

@@ -30,14 +30,13 @@ void findSources(std::vector<Leftover>& found) {
 }
 
 void findEcoreTimers(std::vector<Leftover>& found) {
-  Eina_Iterator* children = efl_children_iterator_new(efl_main_loop_get());
+  MvEinaIteratorPtr children(efl_children_iterator_new(efl_main_loop_get()));
   Eo* child = nullptr;
   int timers = 0;
-  EINA_ITERATOR_FOREACH(children, child) {
+  EINA_ITERATOR_FOREACH(children.get(), child) {
     if (efl_isa(child, EFL_LOOP_TIMER_CLASS))
       ++timers;
   }
-  eina_iterator_free(children);
   for (int i = 0; i < timers; ++i)
     found.push_back({"Ecore timer", std::to_string(i + 1), false});
 }

@@ -91,7 +91,7 @@ TEST(JsonNestingTest, AgreesWithJsonGlibOnEveryTextItAccepts) {
   const char* const pieces[] = {"[", "]",      "{",   "}", "\"", "'",    "\\",  "/",
                                 "u", "d8",     "dc",  "0", "Z",  ",",    ":",   "1",
                                 " ", "\"a\":", "\\u", "*", "\n", "\\\"", "true"};
-  GRand* random = g_rand_new_with_seed(13);
+  g_autoptr(GRand) random = g_rand_new_with_seed(13);
   int accepted = 0;
   for (int round = 0; round < 60000; ++round) {
     std::string text;
@@ -123,7 +123,6 @@ TEST(JsonNestingTest, AgreesWithJsonGlibOnEveryTextItAccepts) {
       EXPECT_TRUE(mvJsonNestsDeeperThan(text.data(), text.size(), depth - 1)) << text;
     }
   }
-  g_rand_free(random);
   EXPECT_GT(accepted, 500);
 }
 
