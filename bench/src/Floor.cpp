@@ -45,11 +45,11 @@ class PhaseClock {
 };
 
 bool writeFile(const std::string& path, const char* bytes, size_t size) {
-  FILE* file = fopen(path.c_str(), "wb");
+  MvFilePtr file(fopen(path.c_str(), "wb"));
   if (!file)
     return false;
-  const bool written = fwrite(bytes, 1, size, file) == size;
-  return fclose(file) == 0 && written;
+  const bool written = fwrite(bytes, 1, size, file.get()) == size;
+  return mvReleaseNow(file) == 0 && written;
 }
 
 JsonObject* watchItem(const std::string& pkgId,
@@ -127,36 +127,37 @@ bool measureFloor(const std::string& deviceDir,
   // The generator holds the tree: both go before the text is read back, so that json-glib's own
   // peak is the tree beside one text, never two.
   gsize length = 0;
-  g_autofree gchar* text = nullptr;
+  MvGCharPtr text;
   {
     g_autoptr(JsonNode) document = buildDocument(profile, photos);
     g_autoptr(JsonGenerator) generator = json_generator_new();
     json_generator_set_root(generator, document);
-    text = json_generator_to_data(generator, &length);
+    text.reset(json_generator_to_data(generator, &length));
   }
   clock.lap("generate");
 
   const std::string documentPath = workDir + "/document.json";
-  if (!writeFile(documentPath, text, length)) {
+  if (!writeFile(documentPath, text.get(), length)) {
     error = "cannot write " + documentPath;
     return false;
   }
-  g_clear_pointer(&text, g_free);
+  text.reset();
   clock.lap("write");
 
-  g_autofree gchar* readBack = nullptr;
-  if (!g_file_get_contents(documentPath.c_str(), &readBack, &length, nullptr)) {
+  gchar* contents = nullptr;
+  if (!g_file_get_contents(documentPath.c_str(), &contents, &length, nullptr)) {
     error = "cannot read " + documentPath + " back";
     return false;
   }
+  MvGCharPtr readBack(contents);
   clock.lap("read");
 
   g_autoptr(JsonParser) parser = json_parser_new();
-  if (!json_parser_load_from_data(parser, readBack, static_cast<gssize>(length), nullptr)) {
+  if (!json_parser_load_from_data(parser, readBack.get(), static_cast<gssize>(length), nullptr)) {
     error = "json-glib cannot parse its own document";
     return false;
   }
-  g_clear_pointer(&readBack, g_free);
+  readBack.reset();
   clock.lap("parse");
 
   JsonObject* root = json_node_get_object(json_parser_get_root(parser));

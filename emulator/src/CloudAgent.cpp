@@ -111,6 +111,7 @@ CloudAgent::CloudAgent(host::Platform& platform,
       completeEarly_(!faultValue(faults, "cloud-complete-early").empty()),
       operations_(std::move(operations)),
       previousHandler_(platform.launcherReplyHandler()) {
+  // Both carry `this`: registrations undone in the destructor.
   platform_.setLauncherReplyHandler(
       [this](unsigned launchId, const host::KeyValues& extras, app_control_result_e result) {
         if (previousHandler_)
@@ -246,12 +247,12 @@ void CloudAgent::onLaunchReply(unsigned launchId, app_control_result_e result) {
   const char* type = typeName(operations_[launchId - 1]);
   if (!type)
     return;
-  auto exchange = std::make_shared<Exchange>();
+  exchanges_.push_back(std::make_unique<Exchange>());
+  Exchange* exchange = exchanges_.back().get();
   exchange->launchId = launchId;
   exchange->type = std::string(type) == "backup"    ? Exchange::Type::kBackup
                    : std::string(type) == "restore" ? Exchange::Type::kRestore
                                                     : Exchange::Type::kInfo;
-  exchanges_.push_back(exchange);
   host::logInfo(emu::kLogTagCloud, "request %u: %s answered with result %d", launchId, type,
                 static_cast<int>(result));
   if (result != APP_CONTROL_RESULT_SUCCEEDED) {
@@ -276,39 +277,24 @@ void CloudAgent::onAnswer(const Answer& answer) {
   }
 }
 
-std::weak_ptr<CloudAgent::Exchange> CloudAgent::share(Exchange& exchange) const {
-  for (const auto& held : exchanges_) {
-    if (held.get() == &exchange)
-      return held;
-  }
-  return std::weak_ptr<Exchange>();
-}
-
 void CloudAgent::schedule(Exchange& exchange, Step step) {
-  std::weak_ptr<Exchange> weak = share(exchange);
-  platform_.post(
-      [this, weak, step] {
-        if (auto held = weak.lock()) {
-          if (!held->done)
-            (this->*step)(*held);
-        }
-      },
-      delayMs_);
+  auto next = liveness_.whileAlive([this, &exchange, step] {
+    if (!exchange.done)
+      (this->*step)(exchange);
+  });
+  platform_.post(std::move(next), delayMs_);
 }
 
 void CloudAgent::await(Exchange& exchange, Answer::Kind kind, AnswerStep next) {
   exchange.awaiting = kind;
   exchange.next = next;
   const unsigned awaitCount = ++exchange.awaitCount;
-  std::weak_ptr<Exchange> weak = share(exchange);
-  platform_.post(
-      [this, weak, awaitCount, kind] {
-        auto held = weak.lock();
-        if (held && !held->done && held->awaitCount == awaitCount && held->awaiting)
-          fail(*held, std::string("no ") + host::cloud::answerName(kind) + " within " +
-                          std::to_string(kAnswerTimeoutMs / 1000) + " s");
-      },
-      kAnswerTimeoutMs);
+  auto timeout = liveness_.whileAlive([this, &exchange, awaitCount, kind] {
+    if (!exchange.done && exchange.awaitCount == awaitCount && exchange.awaiting)
+      fail(exchange, std::string("no ") + host::cloud::answerName(kind) + " within " +
+                         std::to_string(kAnswerTimeoutMs / 1000) + " s");
+  });
+  platform_.post(std::move(timeout), kAnswerTimeoutMs);
 }
 
 bool CloudAgent::faulted(Exchange& exchange, const char* step) {
@@ -539,13 +525,8 @@ void CloudAgent::restoreRestoration(Exchange& exchange) {
   host::logInfo(emu::kLogTagCloud, "request %u: step restore", exchange.launchId);
   if (completeEarly_) {
     // Due while the service still restores, if it waits on the store by then.
-    std::weak_ptr<Exchange> weak = share(exchange);
     platform_.post(
-        [this, weak] {
-          if (auto held = weak.lock())
-            fail(*held, "cloud-complete-early");
-        },
-        1);
+        liveness_.whileAlive([this, &exchange] { fail(exchange, "cloud-complete-early"); }), 1);
   }
   if (!host::cloud::callRestoration(exchange.restorePath)) {
     fail(exchange, "the service registered no restoration callback");

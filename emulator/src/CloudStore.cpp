@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
+#include "MvHandles.h"
 #include "emu/OutsideText.h"
 
 namespace emu {
@@ -24,10 +24,6 @@ const char kSetSuffix[] = ".dat";
 const char kDeletedSuffix[] = ".deleted";
 // Beyond this many tries at claiming the next ID, something else keeps taking them.
 const int kClaimTries = 100;
-
-struct DirCloser {
-  void operator()(GDir* dir) const { g_dir_close(dir); }
-};
 
 const char kIncomingPrefix[] = ".incoming-";
 
@@ -78,13 +74,13 @@ bool CloudStore::list(std::vector<unsigned long long>& ids,
                       std::string& error,
                       std::vector<std::string>* ignored) const {
   g_autoptr(GError) failure = nullptr;
-  std::unique_ptr<GDir, DirCloser> dir(g_dir_open(dir_.c_str(), 0, &failure));
+  g_autoptr(GDir) dir = g_dir_open(dir_.c_str(), 0, &failure);
   if (!dir) {
     error = "cannot read the cloud directory: " + std::string(failure->message);
     return false;
   }
   std::vector<unsigned long long> found;
-  while (const char* name = g_dir_read_name(dir.get())) {
+  while (const char* name = g_dir_read_name(dir)) {
     unsigned long long id = 0;
     if (parseSetName(name, id))
       found.push_back(id);
@@ -118,8 +114,8 @@ bool CloudStore::remove(unsigned long long id, std::string& error) {
   // The mark first: a backup between the two steps must not take this ID again.
   g_autofree char* mark =
       g_build_filename(dir_.c_str(), canonicalSetName(id, kDeletedSuffix).c_str(), nullptr);
-  const int fd = g_open(mark, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
-  if (fd < 0 || close(fd) != 0) {
+  MvFd fd(g_open(mark, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  if (fd.get() < 0 || mvReleaseNow(fd) != 0) {
     error = "cannot delete set " + std::to_string(id) + ": " + g_strerror(errno);
     return false;
   }

@@ -10,6 +10,7 @@
 
 #include <cstdio>
 
+#include "MvHandles.h"
 #include "emu/OutsideText.h"
 #include "emu/RunJournal.h"
 #include "host/AtomicFile.h"
@@ -35,13 +36,13 @@ std::string exactBytes(const char* base64) {
 // The whole of a regular file of at most `limit` bytes. A FIFO, a device or a link to one is
 // refused at once, never read or waited on.
 bool readProfileText(const char* path, size_t limit, std::string& text, std::string& error) {
-  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-  if (fd < 0) {
+  MvFd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  if (fd.get() < 0) {
     error = std::string("cannot open ") + path + ": " + g_strerror(errno);
     return false;
   }
   struct stat info;
-  bool ok = fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+  bool ok = fstat(fd.get(), &info) == 0 && S_ISREG(info.st_mode);
   if (!ok)
     error = std::string(path) + ": not a regular file";
   else if (static_cast<unsigned long long>(info.st_size) > limit)
@@ -51,7 +52,7 @@ bool readProfileText(const char* path, size_t limit, std::string& text, std::str
   // Read to the end, not to the size seen: the file may change, but never past the limit.
   char chunk[64 * 1024];
   while (ok) {
-    const ssize_t got = read(fd, chunk, sizeof chunk);
+    const ssize_t got = read(fd.get(), chunk, sizeof chunk);
     if (got < 0 && errno == EINTR)
       continue;
     if (got <= 0) {
@@ -66,7 +67,6 @@ bool readProfileText(const char* path, size_t limit, std::string& text, std::str
       ok = false;
     }
   }
-  close(fd);
   if (ok)
     text.swap(bytes);
   return ok;
@@ -167,7 +167,7 @@ class ObjectReader {
   }
 
  private:
-  JsonObject* object_;
+  JsonObject* object_;  // the document's
   std::string where_;
   std::string& error_;
 };

@@ -63,13 +63,13 @@ bool EmulatedWatch::boot(host::Platform& platform,
       cloud_->chooseSet(static_cast<unsigned>(i + 1), *options.requests[i].setId);
   }
   bootPeers(platform);
-  platform.config().setObserver(
-      [&platform, journal = journal_, watchface = std::weak_ptr<WatchfaceService>(watchface_)](
-          const std::string& key, const std::string& value) {
-        journal->config(key, value);
-        if (auto peer = watchface.lock(); peer && key == kIdleClockKey)
-          peer->noteIdleClockWritten(platform.record().events().size());
-      });
+  platform.config().setObserver([&platform, journal = journal_,
+                                 watchface = watchface_->liveness().token()](
+                                    const std::string& key, const std::string& value) {
+    journal->config(key, value);
+    if (auto* peer = MvLiveness<WatchfaceService>::find(watchface); peer && key == kIdleClockKey)
+      peer->noteIdleClockWritten(platform.record().events().size());
+  });
   return true;
 }
 

@@ -61,11 +61,8 @@ void EmulatedWatch::bootPeers(host::Platform& platform) {
   std::function<void()> onFirstStoreRequest;
   if (!faultValue(faults, "watchface-finish-early").empty()) {
     // The service waits on the store right now: the watch face service speaks out of turn.
-    std::weak_ptr<WatchfaceService> watchface = watchface_;
-    onFirstStoreRequest = [watchface] {
-      if (auto peer = watchface.lock())
-        peer->sendRestoreFinished();
-    };
+    onFirstStoreRequest = watchface_->liveness().whileAlive(
+        [peer = watchface_.get()] { peer->sendRestoreFinished(); });
   }
   store_ = std::make_shared<StoreService>(platform, profile_.catalogue, faults,
                                           std::move(onFirstStoreRequest), journal_);

@@ -1,7 +1,5 @@
 #include "PeerReply.h"
 
-#include <stdlib.h>
-
 #include "MvHandles.h"
 #include "host/Platform.h"
 
@@ -36,11 +34,11 @@ void answerRequest(host::Platform& platform,
 
 std::string requestExtra(app_control_h request, const char* key, const std::string& fallback) {
   char* value = nullptr;
-  if (app_control_get_extra_data(request, key, &value) != APP_CONTROL_ERROR_NONE || !value)
+  const int got = app_control_get_extra_data(request, key, &value);
+  MvCharPtr owned(value);
+  if (got != APP_CONTROL_ERROR_NONE || !owned)
     return fallback;
-  std::string copy = value;
-  free(value);
-  return copy;
+  return owned.get();
 }
 
 bool messageValue(bundle* message, const char* key, std::string& value) {

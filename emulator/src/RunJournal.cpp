@@ -104,10 +104,7 @@ std::string RunJournal::Contents::describe() const {
   return text.empty() ? "nothing" : text;
 }
 
-RunJournal::~RunJournal() {
-  if (fd_ >= 0)
-    close(fd_);
-}
+RunJournal::~RunJournal() = default;
 
 void RunJournal::config(const std::string& key, const std::string& value) {
   append("config", {key, value});
@@ -135,14 +132,14 @@ bool RunJournal::failed(std::string& reason) const {
 }
 
 void RunJournal::append(const char* kind, std::initializer_list<std::string> fields) {
-  if (fd_ < 0 && error_.empty()) {
+  if (fd_.get() < 0 && error_.empty()) {
     // Never through a link: the watch's directory is the user's.
-    fd_ = open(path(deviceDir_).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC,
-               0644);
-    if (fd_ < 0)
+    fd_.reset(open(path(deviceDir_).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC,
+                   0644));
+    if (fd_.get() < 0)
       error_ = "cannot open " + path(deviceDir_) + ": " + g_strerror(errno);
   }
-  if (fd_ < 0)
+  if (fd_.get() < 0)
     return;
   std::string line = kind;
   for (const std::string& field : fields)
@@ -151,7 +148,7 @@ void RunJournal::append(const char* kind, std::initializer_list<std::string> fie
   // One write per line, appended: a kill leaves whole lines and at most one cut short.
   size_t done = 0;
   while (done < line.size()) {
-    const ssize_t wrote = write(fd_, line.data() + done, line.size() - done);
+    const ssize_t wrote = write(fd_.get(), line.data() + done, line.size() - done);
     if (wrote < 0 && errno == EINTR)
       continue;
     if (wrote <= 0) {
@@ -168,8 +165,8 @@ bool RunJournal::replay(const std::string& deviceDir,
                         Contents* contents) {
   Contents counted;
   const std::string file = path(deviceDir);
-  const int fd = open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) {
+  MvFd fd(open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (fd.get() < 0) {
     if (errno == ENOENT) {
       if (contents)
         *contents = counted;
@@ -180,14 +177,14 @@ bool RunJournal::replay(const std::string& deviceDir,
   }
   GStatBuf info;
   std::string text;
-  bool ok = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
+  bool ok = fstat(fd.get(), &info) == 0 && S_ISREG(info.st_mode) &&
             static_cast<unsigned long long>(info.st_size) <= kMaxJournalBytes;
   if (!ok)
     error =
         file + ": not a regular file of at most " + std::to_string(kMaxJournalBytes >> 20) + " MiB";
   char chunk[64 * 1024];
   while (ok) {
-    const ssize_t got = read(fd, chunk, sizeof chunk);
+    const ssize_t got = read(fd.get(), chunk, sizeof chunk);
     if (got < 0 && errno == EINTR)
       continue;
     if (got < 0) {
@@ -198,7 +195,7 @@ bool RunJournal::replay(const std::string& deviceDir,
       break;
     text.append(chunk, static_cast<size_t>(got));
   }
-  close(fd);
+  fd.reset();
   if (!ok)
     return false;
   size_t start = 0;

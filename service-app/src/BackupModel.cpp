@@ -6,9 +6,7 @@
 #include <string.h>
 #include <sys/time.h>
 
-#include <memory>
-#include <type_traits>
-
+#include "MvHandles.h"
 #include "MvSvcCloudSteps.h"
 #include "MvSvcLog.h"
 
@@ -18,12 +16,6 @@ const char* const kRecordFileName = "backup.dat";
 const char* const kRecordKey = "key";
 // The watch formats the record file's path into a buffer of this size.
 const size_t kRecordPathBufferSize = 128;
-
-struct CloudRecordDestroyer {
-  void operator()(talvoro_cloud_record_h record) const { talvoro_cloud_record_destroy(record); }
-};
-using CloudRecordPtr =
-    std::unique_ptr<std::remove_pointer_t<talvoro_cloud_record_h>, CloudRecordDestroyer>;
 
 // The model whose exchange holds the library's backup callbacks, from its run() to its
 // completion. The library may refuse a second registrant or let it take the callbacks over;
@@ -117,7 +109,7 @@ uint64_t BackupModel::_getCurrentDeviceMilliSecTime() {
 }
 
 void BackupModel::_backupPreparedCb(void* userData) {
-  if (!MvSvcLiveness<BackupModel>::find(userData))
+  if (!MvLiveness<BackupModel>::find(userData))
     return;
   int ret = talvoro_cloud_backup_record_send_preparation_completed_response(true);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
@@ -125,16 +117,17 @@ void BackupModel::_backupPreparedCb(void* userData) {
 }
 
 void BackupModel::_backupSetKeysDatesCb(void* userData) {
-  BackupModel* model = MvSvcLiveness<BackupModel>::find(userData);
+  BackupModel* model = MvLiveness<BackupModel>::find(userData);
   if (!model)
     return;
 
-  talvoro_cloud_list_h list = nullptr;
-  int ret = talvoro_cloud_list_create(&list);
+  talvoro_cloud_list_h createdList = nullptr;
+  int ret = talvoro_cloud_list_create(&createdList);
   if (ret != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_list_create failed.(%d)", ret);
     return;
   }
+  MvCloudListPtr list(createdList);
 
   bool success = true;
   for (unsigned int index = 0; index < model->_size && success; ++index) {
@@ -146,7 +139,7 @@ void BackupModel::_backupSetKeysDatesCb(void* userData) {
       break;
     }
     // Ours until the list takes it.
-    CloudRecordPtr record(created);
+    MvCloudRecordPtr record(created);
     char date[128] = {0};
     snprintf(date, sizeof(date), "%llu",
              static_cast<unsigned long long>(model->_getCurrentDeviceMilliSecTime()));
@@ -158,7 +151,8 @@ void BackupModel::_backupSetKeysDatesCb(void* userData) {
                TALVORO_CLOUD_ERROR_NONE) {
       MVSVC_LOGE("talvoro_cloud_record_set_date failed.(%d)", ret);
       success = false;
-    } else if ((ret = talvoro_cloud_list_add(list, record.get())) != TALVORO_CLOUD_ERROR_NONE) {
+    } else if ((ret = talvoro_cloud_list_add(list.get(), record.get())) !=
+               TALVORO_CLOUD_ERROR_NONE) {
       MVSVC_LOGE("talvoro_cloud_list_add failed.(%d)", ret);
       success = false;
     } else {
@@ -167,27 +161,27 @@ void BackupModel::_backupSetKeysDatesCb(void* userData) {
     }
   }
 
-  ret = talvoro_cloud_backup_record_send_keys_and_dates(list, success);
+  ret = talvoro_cloud_backup_record_send_keys_and_dates(list.get(), success);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_backup_record_send_keys_and_dates failed.(%d)", ret);
 
-  ret = talvoro_cloud_list_destroy(list);
+  ret = mvReleaseNow(list);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_list_destroy failed.(%d)", ret);
 }
 
 void BackupModel::_backupRecordCb(void* list, void* userData) {
-  BackupModel* model = MvSvcLiveness<BackupModel>::find(userData);
-  talvoro_cloud_list_h records = static_cast<talvoro_cloud_list_h>(list);
+  BackupModel* model = MvLiveness<BackupModel>::find(userData);
+  // The list is ours in every case; when the model is gone nobody is left to fill it.
+  MvCloudListPtr records(static_cast<talvoro_cloud_list_h>(list));
   if (!records) {
     if (model)
       _sendBackupPath(nullptr, false, MVSVC_HERE);
     return;
   }
-  // The list is ours in every case; when the model is gone nobody is left to fill it.
   if (model) {
-    if (model->_fillRecords(records, MVSVC_HERE)) {
-      int ret = talvoro_cloud_file_create_file(records, model->_filePath.c_str());
+    if (model->_fillRecords(records.get(), MVSVC_HERE)) {
+      int ret = talvoro_cloud_file_create_file(records.get(), model->_filePath.c_str());
       if (ret != TALVORO_CLOUD_ERROR_NONE)
         MVSVC_LOGE("talvoro_cloud_file_create_file failed.(%d)", ret);
       _sendBackupPath(model->_filePath.c_str(), true, MVSVC_HERE);
@@ -195,7 +189,7 @@ void BackupModel::_backupRecordCb(void* list, void* userData) {
       _sendBackupPath(nullptr, false, MVSVC_HERE);
     }
   }
-  const int ret = talvoro_cloud_list_destroy(records);
+  const int ret = mvReleaseNow(records);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
     MVSVC_LOGE("talvoro_cloud_list_destroy failed.(%d)", ret);
 }
@@ -260,7 +254,7 @@ void BackupModel::_sendBackupPath(const char* path,
 }
 
 void BackupModel::_backupCompleteCb(bool success, void* userData) {
-  BackupModel* model = MvSvcLiveness<BackupModel>::find(userData);
+  BackupModel* model = MvLiveness<BackupModel>::find(userData);
   if (!model)
     return;
   if (g_runningExchange == model)

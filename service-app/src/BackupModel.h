@@ -9,7 +9,7 @@
 #include <functional>
 #include <string>
 
-#include "MvSvcLiveness.h"
+#include "MvLiveness.h"
 #include "MvSvcLog.h"
 #include "MvSvcTypes.h"
 
@@ -53,7 +53,7 @@ class BackupModel {
   std::string _filePath;
   app_control_h _request;  // not owned: only replied to, inside run()
   MvSvcCompletionCb _onBackupCompleted;
-  MvSvcLiveness<BackupModel> _liveness;
+  MvLiveness<BackupModel> _liveness;
 };
 
 #endif

@@ -156,6 +156,8 @@ void MvSvcApp::_onRestoreCompleted(void* model) {
 
 void MvSvcApp::_setExitTimer() {
   _exitTimer.reset();
+  // Carries `this`: a registration undone in the destructor (the owner of the timer), if not
+  // already in onTerminate().
   _exitTimer.reset(ecore_timer_add(kExitDelaySeconds, _exitTimerCb, this));
 }
 

@@ -116,8 +116,8 @@ void MvSvcAppCtrlModel::_requestStore(app_control_reply_cb callback,
     _reply(false);
     return;
   }
-  // The store request reports a failed release, so the handle is given back by hand.
-  const int destroyed = app_control_destroy(_appControl.release());
+  // The store request reports a failed release.
+  const int destroyed = mvReleaseNow(_appControl);
   if (destroyed != APP_CONTROL_ERROR_NONE) {
     MVSVC_LOGE_AT(caller, "app_control_destroy() failed");
     _reply(false);
@@ -130,14 +130,15 @@ void MvSvcAppCtrlModel::_requestStore(app_control_reply_cb callback,
 void MvSvcAppCtrlModel::_waitForStoreReply(bool install) {
   _isReplySucceeded = false;
   g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
-  g_autoptr(GSource) timeout = g_timeout_source_new(_storeReplyTimeoutMs);
+  MvGSourcePtr timeout(g_timeout_source_new(_storeReplyTimeoutMs));
   _awaitedInstall = install;
-  g_source_set_callback(timeout, _storeReplyTimeoutCb, this, nullptr);
-  g_source_attach(timeout, nullptr);
+  // Carries `this`: a registration undone in the destructor of `timeout`, before this call
+  // returns.
+  g_source_set_callback(timeout.get(), _storeReplyTimeoutCb, this, nullptr);
+  g_source_attach(timeout.get(), nullptr);
   _replyLoop = loop;
   g_main_loop_run(loop);
   _replyLoop = nullptr;
-  g_source_destroy(timeout);
 }
 
 gboolean MvSvcAppCtrlModel::_storeReplyTimeoutCb(gpointer data) {
@@ -166,7 +167,7 @@ void MvSvcAppCtrlModel::_reply(bool success) {
 
 // The live model a store reply is for, its verdict reset to false; null once it is gone.
 MvSvcAppCtrlModel* MvSvcAppCtrlModel::_waitingModel(void* userData) {
-  MvSvcAppCtrlModel* model = MvSvcLiveness<MvSvcAppCtrlModel>::find(userData);
+  MvSvcAppCtrlModel* model = MvLiveness<MvSvcAppCtrlModel>::find(userData);
   if (model)
     model->_isReplySucceeded = false;
   return model;
@@ -181,7 +182,7 @@ void MvSvcAppCtrlModel::_backupAppCtrlReplyCb(app_control_h,
                                               app_control_h reply,
                                               app_control_result_e,
                                               void* userData) {
-  MvSvcAppCtrlModel* model = MvSvcLiveness<MvSvcAppCtrlModel>::find(userData);
+  MvSvcAppCtrlModel* model = MvLiveness<MvSvcAppCtrlModel>::find(userData);
   if (!model)
     return;
   char* xml = nullptr;
@@ -196,7 +197,7 @@ void MvSvcAppCtrlModel::_restoreAppCtrlReplyCb(app_control_h,
                                                app_control_h,
                                                app_control_result_e,
                                                void* userData) {
-  MvSvcAppCtrlModel* model = MvSvcLiveness<MvSvcAppCtrlModel>::find(userData);
+  MvSvcAppCtrlModel* model = MvLiveness<MvSvcAppCtrlModel>::find(userData);
   if (model)
     model->_reply(true);
 }

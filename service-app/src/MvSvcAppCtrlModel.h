@@ -7,7 +7,7 @@
 #include <string>
 
 #include "MvHandles.h"
-#include "MvSvcLiveness.h"
+#include "MvLiveness.h"
 #include "MvSvcLog.h"
 #include "MvSvcTypes.h"
 
@@ -74,7 +74,7 @@ class MvSvcAppCtrlModel {
   bool _awaitedInstall = false;  // what the running store wait waits for, for its log line
   unsigned _storeReplyTimeoutMs;
   // Replies carry this token rather than the model's address.
-  MvSvcLiveness<MvSvcAppCtrlModel> _liveness;
+  MvLiveness<MvSvcAppCtrlModel> _liveness;
 };
 
 #endif

@@ -12,9 +12,8 @@ namespace {
 // A wrapper that holds the only reference to a new empty object.
 MvSvcJsonObject newObject() {
   MvSvcJsonObject wrapper;
-  JsonObject* object = json_object_new();
-  wrapper.setJsonObject(object);
-  json_object_unref(object);
+  MvJsonObjectPtr object(json_object_new());
+  wrapper.setJsonObject(object.get());
   return wrapper;
 }
 
@@ -37,16 +36,12 @@ std::string shown(const std::string& name) {
 }  // namespace
 
 MvSvcJsonBuilder::MvSvcJsonBuilder() : _rootNode(json_node_new(JSON_NODE_OBJECT)), _rootObject() {
-  JsonObject* object = json_object_new();
-  json_node_set_object(_rootNode, object);
-  _rootObject.setJsonObject(object);
-  json_object_unref(object);
+  MvJsonObjectPtr object(json_object_new());
+  json_node_set_object(_rootNode.get(), object.get());
+  _rootObject.setJsonObject(object.get());
 }
 
-MvSvcJsonBuilder::~MvSvcJsonBuilder() {
-  if (_rootNode)
-    json_node_free(_rootNode);
-}
+MvSvcJsonBuilder::~MvSvcJsonBuilder() = default;
 
 void MvSvcJsonBuilder::addStringMember(const std::string& key, const std::string& value) {
   _rootObject.addStringMember(key, value);
@@ -102,9 +97,7 @@ MvGCharPtr MvSvcJsonBuilder::takeJsonMessage() {
   size_t length = 0;
   MvGCharPtr text = _rootObject.generateJsonMessage(length);
   _rootObject.setJsonObject(nullptr);
-  if (_rootNode)
-    json_node_free(_rootNode);
-  _rootNode = nullptr;
+  _rootNode.reset();
 #ifdef __GLIBC__
   // The tree's smaller strings were freed into holes of the heap, which glibc keeps resident
   // until asked: hand their pages back before the text is copied.

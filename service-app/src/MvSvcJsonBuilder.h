@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
 #include "MvSvcJsonObject.h"
 #include "MvSvcTypes.h"
 
@@ -32,7 +33,7 @@ class MvSvcJsonBuilder {
   MvGCharPtr takeJsonMessage();
 
  private:
-  JsonNode* _rootNode;  // owned, null once taken; holds its own reference to the root object
+  MvJsonNodePtr _rootNode;  // null once taken; holds its own reference to the root object
   MvSvcJsonObject _rootObject;
 };
 

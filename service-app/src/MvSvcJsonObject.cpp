@@ -3,6 +3,8 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <utility>
+
 #include "MvSvcLog.h"
 
 namespace {
@@ -52,21 +54,20 @@ size_t textBytesUnder(JsonNode* node) {
 // json-glib 1.6 escapes every control character but U+001F, which it writes raw, and that is no
 // JSON (RFC 8259). Compact text holds control characters only inside strings, so each raw one
 // becomes its escape; `text` is consumed, and returned as it was when it holds none.
-GString* escapeRawUnitSeparators(GString* text) {
+MvGStringPtr escapeRawUnitSeparators(MvGStringPtr text) {
   const char* at = static_cast<const char*>(memchr(text->str, 0x1F, text->len));
   if (!at)
     return text;
-  GString* escaped = g_string_sized_new(text->len + 16);
+  MvGStringPtr escaped(g_string_sized_new(text->len + 16));
   const char* const end = text->str + text->len;
   for (const char* from = text->str; from < end; from = at + 1) {
     at = static_cast<const char*>(memchr(from, 0x1F, end - from));
     if (!at)
       at = end;
-    g_string_append_len(escaped, from, at - from);
+    g_string_append_len(escaped.get(), from, at - from);
     if (at < end)
-      g_string_append(escaped, "\\u001f");
+      g_string_append(escaped.get(), "\\u001f");
   }
-  g_string_free(text, TRUE);
   return escaped;
 }
 
@@ -74,15 +75,15 @@ GString* escapeRawUnitSeparators(GString* text) {
 
 const char* const MvSvcJsonObject::kExactBytesSuffix = "_base64";
 
-MvSvcJsonObject::MvSvcJsonObject() : _jsonObject(nullptr) {}
+MvSvcJsonObject::MvSvcJsonObject() : _jsonObject() {}
 
-MvSvcJsonObject::MvSvcJsonObject(const MvSvcJsonObject& other) : _jsonObject(nullptr) {
+MvSvcJsonObject::MvSvcJsonObject(const MvSvcJsonObject& other) : _jsonObject() {
   copy(other);
 }
 
 MvSvcJsonObject& MvSvcJsonObject::operator=(const MvSvcJsonObject& other) {
   if (this != &other)
-    setJsonObject(other._jsonObject);
+    setJsonObject(other._jsonObject.get());
   return *this;
 }
 
@@ -91,27 +92,24 @@ MvSvcJsonObject::~MvSvcJsonObject() {
 }
 
 void MvSvcJsonObject::copy(const MvSvcJsonObject& other) {
-  _jsonObject = other._jsonObject ? json_object_ref(other._jsonObject) : nullptr;
+  _jsonObject.reset(other._jsonObject ? json_object_ref(other._jsonObject.get()) : nullptr);
 }
 
 void MvSvcJsonObject::setJsonObject(JsonObject* object) {
   // Reference first: `object` may be the one we hold, and ours may be its last reference.
-  JsonObject* previous = _jsonObject;
-  _jsonObject = object ? json_object_ref(object) : nullptr;
-  if (previous)
-    json_object_unref(previous);
+  _jsonObject.reset(object ? json_object_ref(object) : nullptr);
 }
 
 JsonObject* MvSvcJsonObject::getJsonObject() const {
-  return _jsonObject;
+  return _jsonObject.get();
 }
 
 bool MvSvcJsonObject::hasMember(const std::string& key) const {
-  return _jsonObject && json_object_has_member(_jsonObject, key.c_str());
+  return _jsonObject && json_object_has_member(_jsonObject.get(), key.c_str());
 }
 
 JsonNode* MvSvcJsonObject::_getMember(const std::string& key) const {
-  return _jsonObject ? json_object_get_member(_jsonObject, key.c_str()) : nullptr;
+  return _jsonObject ? json_object_get_member(_jsonObject.get(), key.c_str()) : nullptr;
 }
 
 void MvSvcJsonObject::getStringValue(const std::string& key, std::string& value) const {
@@ -172,35 +170,36 @@ void MvSvcJsonObject::addStringMember(const std::string& key, const std::string&
     return;
   const std::string exactKey = key + kExactBytesSuffix;
   if (isUtf8(value)) {
-    json_object_set_string_member(_jsonObject, key.c_str(), value.c_str());
-    if (json_object_has_member(_jsonObject, exactKey.c_str()))
-      json_object_remove_member(_jsonObject, exactKey.c_str());
+    json_object_set_string_member(_jsonObject.get(), key.c_str(), value.c_str());
+    if (json_object_has_member(_jsonObject.get(), exactKey.c_str()))
+      json_object_remove_member(_jsonObject.get(), exactKey.c_str());
     return;
   }
   g_autofree gchar* repaired = g_utf8_make_valid(value.data(), static_cast<gssize>(value.size()));
   g_autofree gchar* exact =
       g_base64_encode(reinterpret_cast<const guchar*>(value.data()), value.size());
-  json_object_set_string_member(_jsonObject, key.c_str(), repaired);
-  json_object_set_string_member(_jsonObject, exactKey.c_str(), exact);
+  json_object_set_string_member(_jsonObject.get(), key.c_str(), repaired);
+  json_object_set_string_member(_jsonObject.get(), exactKey.c_str(), exact);
 }
 
 void MvSvcJsonObject::addBooleanMember(const std::string& key, bool value) {
   if (_jsonObject)
-    json_object_set_boolean_member(_jsonObject, key.c_str(), value);
+    json_object_set_boolean_member(_jsonObject.get(), key.c_str(), value);
 }
 
 void MvSvcJsonObject::addIntegerMember(const std::string& key, int value) {
   if (_jsonObject)
-    json_object_set_int_member(_jsonObject, key.c_str(), static_cast<gint64>(value));
+    json_object_set_int_member(_jsonObject.get(), key.c_str(), static_cast<gint64>(value));
 }
 
 void MvSvcJsonObject::addObjectMember(const std::string& key, const MvSvcJsonObject& value) {
   if (!_jsonObject)
     return;
   if (value._jsonObject)
-    json_object_set_object_member(_jsonObject, key.c_str(), json_object_ref(value._jsonObject));
+    json_object_set_object_member(_jsonObject.get(), key.c_str(),
+                                  json_object_ref(value._jsonObject.get()));
   else
-    json_object_set_null_member(_jsonObject, key.c_str());
+    json_object_set_null_member(_jsonObject.get(), key.c_str());
 }
 
 void MvSvcJsonObject::addArrayMember(const std::string& key,
@@ -210,17 +209,17 @@ void MvSvcJsonObject::addArrayMember(const std::string& key,
   JsonArray* array = json_array_new();
   for (const MvSvcJsonObject& object : objects) {
     if (object._jsonObject)
-      json_array_add_object_element(array, json_object_ref(object._jsonObject));
+      json_array_add_object_element(array, json_object_ref(object._jsonObject.get()));
     else
       json_array_add_null_element(array);
   }
-  json_object_set_array_member(_jsonObject, key.c_str(), array);
+  json_object_set_array_member(_jsonObject.get(), key.c_str(), array);
 }
 
 void MvSvcJsonObject::removeMember(const std::string& key) {
   for (const std::string& name : {key, key + kExactBytesSuffix}) {
     if (hasMember(name))
-      json_object_remove_member(_jsonObject, name.c_str());
+      json_object_remove_member(_jsonObject.get(), name.c_str());
   }
 }
 
@@ -236,13 +235,13 @@ MvGCharPtr MvSvcJsonObject::generateJsonMessage(size_t& length) {
     return nullptr;
   g_autoptr(JsonGenerator) generator = json_generator_new();
   g_autoptr(JsonNode) node = json_node_new(JSON_NODE_OBJECT);
-  json_node_set_object(node, _jsonObject);
+  json_node_set_object(node, _jsonObject.get());
   json_generator_set_root(generator, node);
   // Room for the whole text from the start: a buffer that grows from small leaves the pages it
   // outgrew behind in the heap, and for a document of megabytes they count.
-  GString* text = g_string_sized_new(textBytesUnder(node));
-  json_generator_to_gstring(generator, text);
-  text = escapeRawUnitSeparators(text);
+  MvGStringPtr text(g_string_sized_new(textBytesUnder(node)));
+  json_generator_to_gstring(generator, text.get());
+  text = escapeRawUnitSeparators(std::move(text));
   length = text->len;
-  return MvGCharPtr(g_string_free(text, FALSE));
+  return mvTakeGStringText(std::move(text));
 }

@@ -60,7 +60,7 @@ class MvSvcJsonObject {
  private:
   JsonNode* _getMember(const std::string& key) const;
 
-  JsonObject* _jsonObject;  // one reference of our own, or null
+  MvJsonObjectPtr _jsonObject;  // one reference of our own, or null
 };
 
 #endif

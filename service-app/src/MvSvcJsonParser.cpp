@@ -29,9 +29,7 @@ MvSvcJsonParser::MvSvcJsonParser(const char* text, size_t length) : MvSvcJsonPar
   _prepare(text, length);
 }
 
-MvSvcJsonParser::~MvSvcJsonParser() {
-  g_object_unref(_parser);
-}
+MvSvcJsonParser::~MvSvcJsonParser() = default;
 
 void MvSvcJsonParser::setJsonMessage(const std::string& text) {
   _prepare(text.data(), text.size());
@@ -95,7 +93,7 @@ void MvSvcJsonParser::_prepare(const char* text, size_t length) {
       MVSVC_LOGE("%s", error->message);
     return;
   }
-  _root = json_parser_get_root(_parser);
+  _root = json_parser_get_root(_parser.get());
 
   MvSvcJsonObject root = _getRootObject();
   if (root.hasMember("watch_items")) {
@@ -116,7 +114,7 @@ bool MvSvcJsonParser::_load(const char* text, size_t length, GError** error) {
     MVSVC_LOGE("Backup document nests deeper than %d levels", kMvJsonMaxNesting);
     return false;
   }
-  return json_parser_load_from_data(_parser, text, static_cast<gssize>(length), error);
+  return json_parser_load_from_data(_parser.get(), text, static_cast<gssize>(length), error);
 }
 
 void MvSvcJsonParser::_getResultRestoreList(std::list<MvSvcJsonObject>& objects) {

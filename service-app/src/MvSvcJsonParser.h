@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
 #include "MvSvcJsonObject.h"
 #include "MvSvcTypes.h"
 #include "MvSvcUtf8Repair.h"
@@ -49,8 +50,8 @@ class MvSvcJsonParser {
   void _getImageRestoreList(std::list<MvSvcJsonObject>& objects);
   MvSvcJsonObject _getRootObject() const;
 
-  JsonParser* _parser;  // owned; owns the document tree
-  JsonNode* _root;      // borrowed from _parser; null without a document
+  MvGObjectPtr<JsonParser> _parser;  // owns the document tree
+  JsonNode* _root;                   // borrowed from _parser; null without a document
   // The repair of a loaded text that was not UTF-8; null for one that was.
   std::unique_ptr<MvSvcUtf8Repair> _repair;
   std::vector<WatchResultData> _resultRestoreList;

@@ -2,27 +2,28 @@
 
 #include <tzplatform_config.h>
 
+#include "MvHandles.h"
 #include "MvSvcLog.h"
 
 void mvsvcForeachWatchApp(pkgmgrinfo_app_list_cb callback,
                           void* userData,
                           const MvSvcSourceLocation& caller) {
-  pkgmgrinfo_appinfo_filter_h filter = nullptr;
-  if (pkgmgrinfo_appinfo_filter_create(&filter) != PMINFO_R_OK) {
+  pkgmgrinfo_appinfo_filter_h created = nullptr;
+  if (pkgmgrinfo_appinfo_filter_create(&created) != PMINFO_R_OK) {
     MVSVC_LOGE_AT(caller, "pkgmgrinfo_appinfo_filter_create error");
     return;
   }
-  if (pkgmgrinfo_appinfo_filter_add_string(filter, PMINFO_APPINFO_PROP_APP_COMPONENT, "watchapp") !=
-      PMINFO_R_OK) {
+  MvAppInfoFilterPtr filter(created);
+  if (pkgmgrinfo_appinfo_filter_add_string(filter.get(), PMINFO_APPINFO_PROP_APP_COMPONENT,
+                                           "watchapp") != PMINFO_R_OK) {
     MVSVC_LOGE_AT(caller, "pkgmgrinfo_appinfo_filter_add_string[watchapp] error");
   } else {
     const int result = pkgmgrinfo_appinfo_usr_filter_foreach_appinfo(
-        filter, callback, userData, tzplatform_getuid(TZ_SYS_GLOBALAPP_USER));
+        filter.get(), callback, userData, tzplatform_getuid(TZ_SYS_GLOBALAPP_USER));
     if (result != PMINFO_R_OK)
       MVSVC_LOGE_AT(caller, "pkgmgrinfo_appinfo_filter_foreach_appinfo error[err code = %d]",
                     result);
   }
-  pkgmgrinfo_appinfo_filter_destroy(filter);
 }
 
 bool mvsvcReadWatchApp(const pkgmgrinfo_appinfo_h handle,

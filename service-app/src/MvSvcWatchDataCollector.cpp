@@ -42,7 +42,7 @@ const char* messageValue(bundle* message, const char* key) {
 MvSvcWatchDataCollector::MvSvcWatchDataCollector(unsigned backupFinishedTimeoutMs)
     : _localPortId(0),
       _backupFinishedTimeoutMs(backupFinishedTimeoutMs),
-      _backupFinishedTimer(0),
+      _backupFinishedTimer(),
       _completed(false) {
   _localPortId = _registerMessagePort();
 }
@@ -51,8 +51,6 @@ MvSvcWatchDataCollector::~MvSvcWatchDataCollector() {
   MVSVC_LOGI("Unregister message port");
   if (_localPortId > 0)
     message_port_unregister_trusted_local_port(_localPortId);
-  if (_backupFinishedTimer)
-    g_source_remove(_backupFinishedTimer);
 }
 
 void MvSvcWatchDataCollector::setOnCollectCompleted(MvSvcCompletionCb callback) {
@@ -74,11 +72,14 @@ void MvSvcWatchDataCollector::run() {
     else
       MVSVC_LOGI("Start watchface backup procedure");
   }
-  _backupFinishedTimer = g_timeout_add(_backupFinishedTimeoutMs, _backupFinishedTimeoutCb, this);
+  // Carries `this`: a registration undone in the destructor (the owner of the timer's ID).
+  _backupFinishedTimer.reset(
+      g_timeout_add(_backupFinishedTimeoutMs, _backupFinishedTimeoutCb, this));
 
   _get3rdWatchAppPackageInfo();
 }
 
+// Carries `this`: a registration undone in the destructor.
 int MvSvcWatchDataCollector::_registerMessagePort() {
   return message_port_register_trusted_local_port(kLocalPort, _watchDataMessageCb, this);
 }
@@ -260,7 +261,8 @@ void MvSvcWatchDataCollector::_directGetResultXml(const char* pkgId) {
 
 gboolean MvSvcWatchDataCollector::_backupFinishedTimeoutCb(gpointer data) {
   auto* collector = static_cast<MvSvcWatchDataCollector*>(data);
-  collector->_backupFinishedTimer = 0;
+  // The source ends itself by its return.
+  collector->_backupFinishedTimer.release();
   MVSVC_LOGE("No backup_finished from watchface in %u ms", collector->_backupFinishedTimeoutMs);
   collector->_complete(false);
   return G_SOURCE_REMOVE;
@@ -268,10 +270,7 @@ gboolean MvSvcWatchDataCollector::_backupFinishedTimeoutCb(gpointer data) {
 
 void MvSvcWatchDataCollector::_complete(bool success) {
   _completed = true;
-  if (_backupFinishedTimer) {
-    g_source_remove(_backupFinishedTimer);
-    _backupFinishedTimer = 0;
-  }
+  _backupFinishedTimer.reset();
   if (!_onCollectCompleted)
     return;
   // The receiver may destroy this collector, and with it the stored callback.

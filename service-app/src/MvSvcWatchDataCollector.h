@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "MvHandles.h"
 #include "MvSvcAppCtrlModel.h"
 #include "MvSvcAppCtrlRequests.h"
 #include "MvSvcTypes.h"
@@ -58,13 +59,13 @@ class MvSvcWatchDataCollector {
   void _complete(bool success);
 
   MvSvcCompletionCb _onCollectCompleted;
-  int _localPortId;
+  int _localPortId;  // carries `this`; the destructor unregisters it
   std::vector<WatchResultData> _resultDataList;
   std::vector<WatchImageData> _imageDataList;
   // Backup requests still waiting for their reply; going with the collector silences them.
   MvSvcAppCtrlRequests _pendingModels;
   unsigned _backupFinishedTimeoutMs;
-  guint _backupFinishedTimer;  // 0 when not armed
+  MvGSourceId _backupFinishedTimer;  // unset when not armed
   bool _completed;
 };
 

@@ -105,6 +105,7 @@ void MvSvcWatchDataTransferer::sendWatchIdleChangeMessage(const char* pkgId) {
                MVSVC_HERE);
 }
 
+// Carries `this`: a registration undone in the destructor.
 int MvSvcWatchDataTransferer::_registerMessagePort() {
   return message_port_register_trusted_local_port(kLocalPort, _watchDataMessageCb, this);
 }
@@ -216,7 +217,7 @@ bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::
   const bool written = fwrite(decoded.get(), 1, length, file.get()) == length;
   decoded.reset();
   // Closing flushes: its result tells whether the bytes are on the disk.
-  if (fclose(file.release()) != 0 || !written) {
+  if (mvReleaseNow(file) != 0 || !written) {
     MVSVC_LOGE("Failed to write file from base64 string");
     return false;
   }

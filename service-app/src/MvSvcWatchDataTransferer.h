@@ -60,7 +60,7 @@ class MvSvcWatchDataTransferer {
   void _complete();
 
   MvSvcCompletionCb _onTransferCompleted;
-  int _localPortId;
+  int _localPortId;  // carries `this`; the destructor unregisters it
   std::vector<WatchResultData> _resultRestoreList;
   std::vector<WatchImageData> _imageRestoreList;
   std::vector<WatchResultData> _downloadList;

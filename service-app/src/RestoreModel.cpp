@@ -88,7 +88,7 @@ void RestoreModel::_removeFile() {
 }
 
 void RestoreModel::_restorePreparedCb(void* userData) {
-  if (!MvSvcLiveness<RestoreModel>::find(userData))
+  if (!MvLiveness<RestoreModel>::find(userData))
     return;
   int ret = talvoro_cloud_restore_record_send_preparation_completed_response(true);
   if (ret != TALVORO_CLOUD_ERROR_NONE)
@@ -96,7 +96,7 @@ void RestoreModel::_restorePreparedCb(void* userData) {
 }
 
 void RestoreModel::_restoreGetPathCb(void* userData) {
-  RestoreModel* model = MvSvcLiveness<RestoreModel>::find(userData);
+  RestoreModel* model = MvLiveness<RestoreModel>::find(userData);
   if (!model)
     return;
   int ret = talvoro_cloud_restore_record_send_restoration_path(model->_filePath.c_str(), true);
@@ -105,7 +105,7 @@ void RestoreModel::_restoreGetPathCb(void* userData) {
 }
 
 void RestoreModel::_restoreRecordCb(const char* path, void* userData) {
-  RestoreModel* model = MvSvcLiveness<RestoreModel>::find(userData);
+  RestoreModel* model = MvLiveness<RestoreModel>::find(userData);
   if (!model)
     return;
   // Entered again from a nested loop of its own transfer: a second walk would replace the
@@ -186,7 +186,7 @@ void RestoreModel::_restoreRecordCb(const char* path, void* userData) {
 }
 
 void RestoreModel::_restoreCompleteCb(bool success, void* userData) {
-  RestoreModel* model = MvSvcLiveness<RestoreModel>::find(userData);
+  RestoreModel* model = MvLiveness<RestoreModel>::find(userData);
   if (!model)
     return;
   if (g_runningExchange == model)

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "MvSvcLiveness.h"
+#include "MvLiveness.h"
 #include "MvSvcTypes.h"
 
 // One restore exchange with the cloud library: names the record file the library fills,
@@ -48,7 +48,7 @@ class RestoreModel {
   bool _inRestoration = false;
   // A completion held back while the restoration callback runs; empty when none.
   std::optional<bool> _heldCompletion;
-  MvSvcLiveness<RestoreModel> _liveness;
+  MvLiveness<RestoreModel> _liveness;
 };
 
 #endif

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
 #include "MvJsonNesting.h"
 #include "ProcessRun.h"
 #include "host/LogFormat.h"
@@ -148,13 +149,14 @@ TEST_F(CliTest, TheLogReaderFiltersAsTheDevicesDoesAndFollowsNewRuns) {
   int out = -1;
   ASSERT_TRUE(g_spawn_async_with_pipes(nullptr, argv.data(), nullptr, G_SPAWN_DO_NOT_REAP_CHILD,
                                        nullptr, nullptr, &pid, nullptr, &out, nullptr, nullptr));
-  EXPECT_EQ(linesOf(readLines(out, 2)).size(), 2u);
+  MvFd follower(out);
+  EXPECT_EQ(linesOf(readLines(follower.get(), 2)).size(), 2u);
   ASSERT_EQ(service(device_, noExtra).status, 3);
-  const std::vector<std::string> followed = linesOf(readLines(out, 2));
+  const std::vector<std::string> followed = linesOf(readLines(follower.get(), 2));
   kill(pid, SIGTERM);
   waitpid(pid, nullptr, 0);
   g_spawn_close_pid(pid);
-  close(out);
+  follower.reset();
   ASSERT_EQ(followed.size(), 2u);
   EXPECT_NE(followed[0].find("run begins: "), std::string::npos);
   EXPECT_NE(followed[1].find(" E/morvik-service("), std::string::npos);
@@ -238,8 +240,8 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing
   }
 
   // Another process holds the watch: runs and profile writers are refused, and nothing is lost.
-  const int held = open(device_.c_str(), O_RDONLY | O_DIRECTORY);
-  ASSERT_EQ(flock(held, LOCK_EX), 0);
+  MvFd held(open(device_.c_str(), O_RDONLY | O_DIRECTORY));
+  ASSERT_EQ(flock(held.get(), LOCK_EX), 0);
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
            run(device_, cloud_, "backup"),
            {MORVIK_EMU_BIN, "fault", device_, "watchface-silent"}}) {
@@ -248,7 +250,7 @@ TEST_F(CliTest, BadUsageOrUnusableDirectoriesExitWithTwoAndOneLineAndMakeNothing
     EXPECT_EQ(linesOf(busy.err).size(), 1u) << busy.err;
     EXPECT_NE(busy.err.find("is in use by another run"), std::string::npos) << busy.err;
   }
-  close(held);
+  held.reset();
   EXPECT_FALSE(g_file_test(cloud_.c_str(), G_FILE_TEST_EXISTS));
   EXPECT_EQ(morvik_test::runEmu({"fault", device_, "list"}).out.find("[set:"), std::string::npos);
 }

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "MvHandles.h"
 #include "ProcessRun.h"
 #include "emu/DeviceProfile.h"
 
@@ -45,19 +46,21 @@ class EdgeCliTest : public morvik_test::CliFixture {
 
   // The service with its standard output on a pipe whose reader has already gone.
   int serviceIntoClosedPipe(const std::string& device, std::string& err) {
-    int out[2];
-    EXPECT_EQ(pipe(out), 0);
-    close(out[0]);
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    MvFd reader(ends[0]);
+    MvFd out(ends[1]);
+    reader.reset();
     const std::string errPath = root_ + "/closed-pipe.err";
     const pid_t child = fork();
     if (child == 0) {
-      dup2(out[1], STDOUT_FILENO);
+      dup2(out.get(), STDOUT_FILENO);
       freopen(errPath.c_str(), "w", stderr);
       execl(MORVIK_SERVICE_BIN, MORVIK_SERVICE_BIN, "--device", device.c_str(), "--cloud",
             cloud_.c_str(), "--operation", "info", static_cast<char*>(nullptr));
       _exit(127);
     }
-    close(out[1]);
+    out.reset();
     int status = 0;
     waitpid(child, &status, 0);
     g_autofree char* text = nullptr;

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
 #include "host/RecordFile.h"
 
 namespace {
@@ -38,8 +39,8 @@ const std::string& scratchPath() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string& path = scratchPath();
   // A plain write: g_file_set_contents would sync each input to disk.
-  FILE* file = fopen(path.c_str(), "wb");
-  if (!file || fwrite(data, 1, size, file) != size || fclose(file) != 0)
+  MvFilePtr file(fopen(path.c_str(), "wb"));
+  if (!file || fwrite(data, 1, size, file.get()) != size || mvReleaseNow(file) != 0)
     abort();
   std::vector<host::CloudRecord> records;
   std::vector<host::RecordOutline> outline;

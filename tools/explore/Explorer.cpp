@@ -13,6 +13,7 @@
 #include <set>
 
 #include "Invariants.h"
+#include "MvHandles.h"
 #include "ResultJson.h"
 #include "emu/CloudStore.h"
 #include "emu/DeviceProfile.h"
@@ -230,28 +231,25 @@ bool Explorer::runService(const std::string& root,
   for (std::string& arg : args)
     argv.push_back(&arg[0]);
   argv.push_back(nullptr);
-  gchar** env = g_get_environ();
+  g_auto(GStrv) env = g_get_environ();
   env = g_environ_setenv(env, "HOME", scratch.c_str(), TRUE);
   env = g_environ_setenv(env, "TMPDIR", scratch.c_str(), TRUE);
   // The run's output goes to files of the explorer's own, beside the watch and the cloud.
   const std::string outPath = path(root, kServiceOut);
   const std::string errPath = path(root, kServiceErr);
-  const int outFd = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  const int errFd = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  MvFd outFd(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  MvFd errFd(open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   g_autoptr(GError) failure = nullptr;
   const pid_t pid = audit_.spawnWatched([&]() -> pid_t {
     GPid child = 0;
-    if (outFd < 0 || errFd < 0 ||
+    if (outFd.get() < 0 || errFd.get() < 0 ||
         !g_spawn_async_with_fds(root.c_str(), argv.data(), env, G_SPAWN_DO_NOT_REAP_CHILD, nullptr,
-                                nullptr, &child, -1, outFd, errFd, &failure))
+                                nullptr, &child, -1, outFd.get(), errFd.get(), &failure))
       return 0;
     return child;
   });
-  g_strfreev(env);
-  if (outFd >= 0)
-    close(outFd);
-  if (errFd >= 0)
-    close(errFd);
+  outFd.reset();
+  errFd.reset();
   if (pid <= 0) {
     error = failure ? failure->message : "cannot open the run's output files";
     return false;

@@ -27,10 +27,9 @@ void report(Violations& violations,
 
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
-  gchar** split = g_strsplit(text.c_str(), "\n", -1);
+  g_auto(GStrv) split = g_strsplit(text.c_str(), "\n", -1);
   for (gchar** line = split; *line; ++line)
     lines.push_back(*line);
-  g_strfreev(split);
   return lines;
 }
 

@@ -12,15 +12,12 @@ namespace explore {
 
 WriteAudit::WriteAudit() = default;
 
-WriteAudit::~WriteAudit() {
-  if (fd_ >= 0)
-    close(fd_);
-}
+WriteAudit::~WriteAudit() = default;
 
 bool WriteAudit::start(std::string& reason) {
-  const int fd = fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE,
-                               O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
+  MvFd fd(fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_UNLIMITED_QUEUE,
+                        O_RDONLY | O_CLOEXEC));
+  if (fd.get() < 0) {
     reason = std::string("fanotify: ") + strerror(errno);
     return false;
   }
@@ -28,15 +25,14 @@ bool WriteAudit::start(std::string& reason) {
   const char* places[] = {"/", "/tmp", "/dev/shm", "/var/tmp", g_get_tmp_dir(), g_get_home_dir()};
   for (const char* place : places) {
     if (place &&
-        fanotify_mark(fd, FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CLOSE_WRITE, AT_FDCWD, place) !=
-            0 &&
+        fanotify_mark(fd.get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CLOSE_WRITE, AT_FDCWD,
+                      place) != 0 &&
         errno != ENOENT) {
       reason = std::string("fanotify on ") + place + ": " + strerror(errno);
-      close(fd);
       return false;
     }
   }
-  fd_ = fd;
+  fd_ = std::move(fd);
   return true;
 }
 
@@ -44,14 +40,14 @@ pid_t WriteAudit::spawnWatched(const std::function<pid_t()>& spawn) {
   std::lock_guard<std::mutex> lock(mutex_);
   // Held across the spawn: no drain can drop the new process's first events.
   const pid_t pid = spawn();
-  if (pid > 0 && fd_ >= 0)
+  if (pid > 0 && fd_.get() >= 0)
     writes_[pid];
   return pid;
 }
 
 std::vector<std::string> WriteAudit::takeWrites(pid_t pid) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (fd_ < 0)
+  if (fd_.get() < 0)
     return {};
   // A reaped process's closes are queued before its parent learns of its end.
   drainLocked();
@@ -69,7 +65,7 @@ std::vector<std::string> WriteAudit::takeWrites(pid_t pid) {
 void WriteAudit::drainLocked() {
   alignas(struct fanotify_event_metadata) char buffer[64 * 1024];
   for (;;) {
-    const ssize_t length = read(fd_, buffer, sizeof buffer);
+    const ssize_t length = read(fd_.get(), buffer, sizeof buffer);
     if (length <= 0)
       return;
     auto* event = reinterpret_cast<struct fanotify_event_metadata*>(buffer);
@@ -79,6 +75,7 @@ void WriteAudit::drainLocked() {
         overflowed_ = true;
       if (event->fd < 0)
         continue;
+      MvFd written(event->fd);
       auto watched = writes_.find(event->pid);
       if (watched != writes_.end()) {
         char link[64];
@@ -88,7 +85,6 @@ void WriteAudit::drainLocked() {
         if (size > 0)
           watched->second.emplace_back(target, static_cast<size_t>(size));
       }
-      close(event->fd);
     }
   }
 }

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
+
 namespace explore {
 
 // Every file that a watched process writes, wherever it lies, through fanotify on the file
@@ -24,7 +26,7 @@ class WriteAudit {
 
   // Starts watching; false with a one-line reason when the system does not allow it.
   bool start(std::string& reason);
-  bool active() const { return fd_ >= 0; }
+  bool active() const { return fd_.get() >= 0; }
 
   // Runs `spawn`, which returns the new process's ID (0 on failure), and watches that process
   // from its first write on.
@@ -36,7 +38,7 @@ class WriteAudit {
  private:
   void drainLocked();
 
-  int fd_ = -1;
+  MvFd fd_;
   std::mutex mutex_;
   std::map<pid_t, std::vector<std::string>> writes_;
   bool overflowed_ = false;

@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "EmuVerbs.h"
+#include "MvHandles.h"
 #include "emu/DirectoryKind.h"
 #include "host/LogFormat.h"
 
@@ -20,11 +20,6 @@ namespace {
 
 // How often --follow looks for new lines.
 const gulong kFollowPollMicroseconds = 100 * 1000;
-
-struct FileCloser {
-  void operator()(FILE* file) const { fclose(file); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 // The device reader's filter specs, "TAG:LEVEL" ("morvik-service:E *:S"): a line shows when its
 // level reaches the one given for its tag, or for "*" when its tag has none. S (silent) shows
@@ -82,7 +77,6 @@ struct Filter {
 class LogReader {
  public:
   explicit LogReader(std::string path) : path_(std::move(path)) {}
-  ~LogReader() { free(buffer_); }
 
   LogReader(const LogReader&) = delete;
   LogReader& operator=(const LogReader&) = delete;
@@ -102,8 +96,8 @@ class LogReader {
   // The next whole line without its newline, or false at the end for now.
   bool next(std::string& line) {
     ssize_t length;
-    while ((length = getline(&buffer_, &capacity_, file_.get())) >= 0) {
-      pending_.append(buffer_, static_cast<size_t>(length));
+    while ((length = readLine()) >= 0) {
+      pending_.append(buffer_.get(), static_cast<size_t>(length));
       if (pending_.empty() || pending_.back() != '\n')
         continue;
       pending_.pop_back();
@@ -126,9 +120,17 @@ class LogReader {
 
  private:
   std::string path_;
-  FilePtr file_;
+  // getline() grows its buffer in place: lent to it for each line, and taken back.
+  ssize_t readLine() {
+    char* buffer = buffer_.release();
+    const ssize_t length = getline(&buffer, &capacity_, file_.get());
+    buffer_.reset(buffer);
+    return length;
+  }
+
+  MvFilePtr file_;
   ino_t inode_ = 0;
-  char* buffer_ = nullptr;
+  MvCharPtr buffer_;
   size_t capacity_ = 0;
   std::string pending_;
 };

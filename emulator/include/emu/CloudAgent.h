@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "MvLiveness.h"
 #include "emu/CloudStore.h"
 #include "host/CloudLibrary.h"
 #include "host/Platform.h"
@@ -63,7 +64,6 @@ class CloudAgent {
   void onLaunchReply(unsigned launchId, app_control_result_e result);
   void onAnswer(const host::cloud::Answer& answer);
 
-  std::weak_ptr<Exchange> share(Exchange& exchange) const;
   void schedule(Exchange& exchange, Step step);
   void await(Exchange& exchange, host::cloud::Answer::Kind kind, AnswerStep next);
   // Runs the fault switch for `step`: true when it made the step fail.
@@ -96,9 +96,9 @@ class CloudAgent {
   std::vector<std::string> operations_;
   std::map<unsigned, unsigned long long> chosenSets_;  // by launch ID
   host::Platform::LauncherReplyHandler previousHandler_;
-  // Posted steps and timeouts hold weak shares of these: they do nothing once the agent, and
-  // with it the exchange, is gone.
-  std::vector<std::shared_ptr<Exchange>> exchanges_;
+  // Each goes with the agent: the steps and timeouts it posts do nothing after that.
+  std::vector<std::unique_ptr<Exchange>> exchanges_;
+  MvLiveness<CloudAgent> liveness_{this};
 };
 
 }  // namespace emu

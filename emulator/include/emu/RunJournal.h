@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "MvHandles.h"
 #include "emu/DeviceProfile.h"
 
 namespace emu {
@@ -59,7 +60,7 @@ class RunJournal {
   void append(const char* kind, std::initializer_list<std::string> fields);
 
   std::string deviceDir_;
-  int fd_ = -1;
+  MvFd fd_;
   std::string error_;
 };
 

@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "MvLiveness.h"
 #include "emu/DeviceProfile.h"
 #include "emu/RunJournal.h"
 #include "host/BoundaryRecord.h"
@@ -62,6 +63,8 @@ class WatchfaceService : public host::EmulatedApp {
   const std::vector<FaceEntry>& faces() const { return faces_; }
   const std::vector<BackgroundImage>& images() const { return images_; }
   const Activity& activity() const { return activity_; }
+  // For callbacks that may outlive this app.
+  const MvLiveness<WatchfaceService>& liveness() const { return liveness_; }
 
  private:
   void answerBackup();
@@ -100,6 +103,7 @@ class WatchfaceService : public host::EmulatedApp {
   std::string fifoPath_;  // made for the image-unreadable fault; removed with this app
   size_t idleClockWrittenAt_ = 0;
   size_t idleChangesReceived_ = 0;
+  MvLiveness<WatchfaceService> liveness_{this};
 };
 
 }  // namespace emu

@@ -104,7 +104,7 @@ bool LockedTempFile::renameTo(const std::string& target, std::string& reason) {
     g_unlink(path_.c_str());
   path_.clear();
   // close() is where a failed write-back shows.
-  if (close(fd_.release()) != 0) {
+  if (mvReleaseNow(fd_) != 0) {
     reason = "cannot write " + target + ": " + g_strerror(errno);
     return false;
   }

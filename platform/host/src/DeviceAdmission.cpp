@@ -7,6 +7,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "host/AtomicFile.h"
 #include "host/RecordFile.h"
 
@@ -46,14 +48,13 @@ void collect(const std::string& dir,
 void removeStaleFiles(const std::string& deviceDir, std::vector<std::string>* removed) {
   collect(deviceDir, removeStaleTempFiles(deviceDir, isProfileTempName), removed);
   g_autofree char* appsDir = g_build_filename(deviceDir.c_str(), "apps", nullptr);
-  GDir* apps = g_dir_open(appsDir, 0, nullptr);
+  g_autoptr(GDir) apps = g_dir_open(appsDir, 0, nullptr);
   if (!apps)
     return;
   while (const char* app = g_dir_read_name(apps)) {
     g_autofree char* trusted = g_build_filename(appsDir, app, "shared", "trusted", nullptr);
     collect(trusted, removeStaleTempFiles(trusted, isRecordFileTempName), removed);
   }
-  g_dir_close(apps);
 }
 
 }  // namespace
@@ -65,29 +66,23 @@ size_t maxDeviceDirBytes(const std::string& appId) {
   return room > suffix ? room - suffix : 0;
 }
 
-DeviceLock::~DeviceLock() {
-  if (fd_ >= 0)
-    close(fd_);
-}
+DeviceLock::~DeviceLock() = default;
 
 bool DeviceLock::acquire(const std::string& deviceDir, std::string& error) {
-  const int fd = open(deviceDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) {
+  MvFd fd(open(deviceDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd.get() < 0) {
     error = "device directory '" + deviceDir + "' cannot be opened: " + g_strerror(errno);
     return false;
   }
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+  if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
     const int failure = errno;
-    close(fd);
     error = failure == EWOULDBLOCK
                 ? "device directory '" + deviceDir +
                       "' is in use by another run; try again when it has ended"
                 : "device directory '" + deviceDir + "' cannot be locked: " + g_strerror(failure);
     return false;
   }
-  if (fd_ >= 0)
-    close(fd_);
-  fd_ = fd;
+  fd_ = std::move(fd);
   return true;
 }
 

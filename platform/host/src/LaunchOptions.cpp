@@ -4,8 +4,9 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <memory>
 #include <set>
+
+#include "MvHandles.h"
 
 namespace host {
 
@@ -190,11 +191,7 @@ gpointer callback(GOptionArgFunc function) {
   return reinterpret_cast<gpointer>(function);
 }
 
-struct ContextDeleter {
-  void operator()(GOptionContext* context) const { g_option_context_free(context); }
-};
-
-std::unique_ptr<GOptionContext, ContextDeleter> makeContext(Parse* parse) {
+MvGOptionContextPtr makeContext(Parse* parse) {
   const GOptionEntry entries[] = {
       {"device", 0, 0, G_OPTION_ARG_CALLBACK, callback(onDevice), "The emulated watch (required)",
        "DIR"},
@@ -220,7 +217,7 @@ std::unique_ptr<GOptionContext, ContextDeleter> makeContext(Parse* parse) {
       {"version", 0, 0, G_OPTION_ARG_NONE, &parse->version, "Shows the version", nullptr},
       {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
   };
-  std::unique_ptr<GOptionContext, ContextDeleter> context(g_option_context_new(nullptr));
+  MvGOptionContextPtr context(g_option_context_new(nullptr));
   g_option_context_set_help_enabled(context.get(), FALSE);
   g_option_context_set_summary(context.get(), kSummary);
   g_option_context_set_description(context.get(), kDescription);

@@ -27,7 +27,7 @@ const int kEndingSignals[] = {SIGHUP,  SIGINT,    SIGQUIT, SIGUSR1,   SIGUSR2,
                               SIGXFSZ, SIGVTALRM, SIGPROF, SIGIO,     SIGPWR};
 
 // The handler's only way out: it writes the signal's number here, the main loop reads it.
-int g_signalPipe[2] = {-1, -1};
+MvFd g_signalPipe[2];
 
 extern "C" void onEndingSignal(int signal, siginfo_t* info, void*) {
   // A write of our own to a pipe nobody reads: that write fails with EPIPE and says so.
@@ -35,7 +35,7 @@ extern "C" void onEndingSignal(int signal, siginfo_t* info, void*) {
     return;
   const int saved = errno;
   const unsigned char number = static_cast<unsigned char>(signal);
-  ssize_t ignored = write(g_signalPipe[1], &number, 1);
+  ssize_t ignored = write(g_signalPipe[1].get(), &number, 1);
   (void)ignored;
   errno = saved;
 }
@@ -53,15 +53,11 @@ LaunchRun::LaunchRun(Platform& platform, const LaunchOptions& options, DeviceHoo
     : platform_(platform), options_(options), hooks_(hooks) {}
 
 LaunchRun::~LaunchRun() {
-  if (signalSource_)
-    g_source_remove(signalSource_);
+  signalSource_.reset();
   for (const auto& previous : previousActions_)
     sigaction(previous.first, &previous.second, nullptr);
-  for (int& fd : g_signalPipe) {
-    if (fd >= 0)
-      close(fd);
-    fd = -1;
-  }
+  for (MvFd& fd : g_signalPipe)
+    fd.reset();
 }
 
 const RunOutcome& LaunchRun::run(MainLoop& loop, Deliver deliver) {
@@ -84,18 +80,19 @@ void LaunchRun::scheduleRequests() {
     at += request.delaySeconds;
     const unsigned launchId = static_cast<unsigned>(i + 1);
     platform_.post(
-        [this, request, launchId] {
+        [this, request, launchId, token = liveness_.token()] {
+          if (!MvLiveness<LaunchRun>::find(token))
+            return;
           app_control_s handle;
           handle.appId = platform_.selfAppId();
           handle.hasOperation = !request.operation.empty();
           handle.operation = request.operation;
           handle.extras = request.extras;
           handle.launchId = launchId;
-          app_control_h delivered = cloneAppControl(handle);
+          MvAppControlPtr delivered(cloneAppControl(handle));
           platform_.addEvent(BoundaryEvent::Kind::kLaunchRequest, std::string(), request.operation,
                              request.extras, 0, launchId);
-          deliver_(delivered, launchId == 1);
-          app_control_destroy(delivered);
+          deliver_(delivered.get(), launchId == 1);
         },
         static_cast<unsigned>(at * 1000));
   }
@@ -103,7 +100,9 @@ void LaunchRun::scheduleRequests() {
 
 void LaunchRun::armDeadline() {
   platform_.post(
-      [this] {
+      [this, token = liveness_.token()] {
+        if (!MvLiveness<LaunchRun>::find(token))
+          return;
         outcome_.deadlinePassed = true;
         end();
       },
@@ -111,12 +110,17 @@ void LaunchRun::armDeadline() {
 }
 
 void LaunchRun::watchSignals() {
-  if (!g_unix_open_pipe(g_signalPipe, FD_CLOEXEC, nullptr) ||
-      !g_unix_set_fd_nonblocking(g_signalPipe[0], TRUE, nullptr) ||
-      !g_unix_set_fd_nonblocking(g_signalPipe[1], TRUE, nullptr))
+  int ends[2];
+  if (!g_unix_open_pipe(ends, FD_CLOEXEC, nullptr))
     return;
-  signalSource_ = g_unix_fd_add(g_signalPipe[0], G_IO_IN, onSignal, this);
-  g_source_set_name_by_id(signalSource_, kHostSourcePrefix);
+  g_signalPipe[0].reset(ends[0]);
+  g_signalPipe[1].reset(ends[1]);
+  if (!g_unix_set_fd_nonblocking(ends[0], TRUE, nullptr) ||
+      !g_unix_set_fd_nonblocking(ends[1], TRUE, nullptr))
+    return;
+  // Carries `this`: a registration undone in the destructor.
+  signalSource_.reset(g_unix_fd_add(ends[0], G_IO_IN, onSignal, this));
+  g_source_set_name_by_id(signalSource_.get(), kHostSourcePrefix);
   struct sigaction action = {};
   action.sa_sigaction = onEndingSignal;
   action.sa_flags = SA_SIGINFO | SA_RESTART;

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "MvHandles.h"
+#include "MvLiveness.h"
 #include "host/DeviceHooks.h"
 #include "host/LaunchOptions.h"
 
@@ -52,9 +54,10 @@ class LaunchRun {
   DeviceHooks& hooks_;
   Deliver deliver_;
   RunOutcome outcome_;
-  guint signalSource_ = 0;
+  MvGSourceId signalSource_;
   // What each signal did before the run, put back when it ends.
   std::vector<std::pair<int, struct sigaction>> previousActions_;
+  MvLiveness<LaunchRun> liveness_{this};  // for the tasks it posts
 };
 
 }  // namespace host

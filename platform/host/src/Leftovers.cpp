@@ -6,6 +6,7 @@
 #include <glib.h>
 
 #include "CloudLibraryState.h"
+#include "MvHandles.h"
 #include "host/Platform.h"
 
 namespace host {
@@ -15,10 +16,7 @@ namespace {
 void findSources(std::vector<Leftover>& found) {
   GMainContext* context = g_main_context_default();
   // GLib numbers a context's sources one after the other: a new one shows how far to look.
-  GSource* probe = g_idle_source_new();
-  const guint last = g_source_attach(probe, context);
-  g_source_destroy(probe);
-  g_source_unref(probe);
+  const guint last = g_source_attach(MvGSourcePtr(g_idle_source_new()).get(), context);
   for (guint id = 1; id < last; ++id) {
     GSource* source = g_main_context_find_source_by_id(context, id);
     if (!source || g_source_is_destroyed(source))
@@ -32,14 +30,13 @@ void findSources(std::vector<Leftover>& found) {
 }
 
 void findEcoreTimers(std::vector<Leftover>& found) {
-  Eina_Iterator* children = efl_children_iterator_new(efl_main_loop_get());
+  MvEinaIteratorPtr children(efl_children_iterator_new(efl_main_loop_get()));
   Eo* child = nullptr;
   int timers = 0;
-  EINA_ITERATOR_FOREACH(children, child) {
+  EINA_ITERATOR_FOREACH(children.get(), child) {
     if (efl_isa(child, EFL_LOOP_TIMER_CLASS))
       ++timers;
   }
-  eina_iterator_free(children);
   for (int i = 0; i < timers; ++i)
     found.push_back({"Ecore timer", std::to_string(i + 1), false});
 }

@@ -43,17 +43,14 @@ void LogSink::openFile() {
   g_autofree char* dir = g_path_get_dirname(path.c_str());
   if (g_mkdir_with_parents(dir, 0755) != 0)
     return;
-  const int fd =
-      open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
+  MvFd fd(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+               0644));
   struct stat info;
-  if (fd < 0 || fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-    if (fd >= 0)
-      close(fd);
+  if (fd.get() < 0 || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))
     return;
-  }
-  file_.reset(fdopen(fd, "a"));
-  if (!file_)
-    close(fd);
+  file_.reset(fdopen(fd.get(), "a"));
+  if (file_)
+    fd.release();
 }
 
 void LogSink::write(char priority, const std::string& tag, const std::string& text, double at) {

@@ -1,5 +1,6 @@
 #include "host/PendingReply.h"
 
+#include "MvHandles.h"
 #include "host/AppControl.h"
 #include "host/Platform.h"
 
@@ -12,7 +13,7 @@ PendingReply::PendingReply(Platform& platform,
                            void* userData)
     : platform_(platform),
       fromAppId_(std::move(fromAppId)),
-      request_(cloneAppControl(*request), &app_control_destroy),
+      request_(MvAppControlPtr(cloneAppControl(*request))),
       callback_(callback),
       userData_(userData) {}
 
@@ -22,7 +23,7 @@ void PendingReply::send(app_control_h reply, app_control_result_e result) {
   if (sent_ || !reply)
     return;
   sent_ = true;
-  std::shared_ptr<app_control_s> replyCopy(cloneAppControl(*reply), &app_control_destroy);
+  std::shared_ptr<app_control_s> replyCopy(MvAppControlPtr(cloneAppControl(*reply)));
   Platform* platform = &platform_;
   std::string from = fromAppId_;
   std::shared_ptr<app_control_s> request = request_;

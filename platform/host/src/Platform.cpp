@@ -36,7 +36,6 @@ GSourceFuncs g_dueSourceFuncs = {nullptr, nullptr, dispatchDue, nullptr, nullptr
 
 struct Platform::PostedTask {
   Platform* platform;
-  guint sourceId;
   std::function<void()> task;
   gint64 dueUs;
   guint64 sequence;
@@ -54,10 +53,9 @@ Platform::Platform(std::string deviceDir, std::string selfAppId)
 
 Platform::~Platform() {
   // Removing a source runs dropPosted(), which frees the task.
-  std::map<guint, PostedTask*> pending;
+  std::map<PostedTask*, MvGSourceId> pending;
   pending.swap(pending_);
-  for (const auto& task : pending)
-    g_source_remove(task.first);
+  pending.clear();
   g_current = nullptr;
 }
 
@@ -100,7 +98,7 @@ void Platform::deliverToPeers() {
   for (;;) {
     PostedTask* next = nullptr;
     for (const auto& pending : pending_) {
-      PostedTask* task = pending.second;
+      PostedTask* task = pending.first;
       if (task->toPeer && (!next || task->dueUs < next->dueUs ||
                            (task->dueUs == next->dueUs && task->sequence < next->sequence)))
         next = task;
@@ -108,9 +106,7 @@ void Platform::deliverToPeers() {
     if (!next)
       return;
     std::function<void()> run = std::move(next->task);
-    const guint id = next->sourceId;
-    pending_.erase(id);
-    g_source_remove(id);
+    pending_.erase(next);
     run();
   }
 }
@@ -120,37 +116,37 @@ void Platform::postTask(std::function<void()> task,
                         const std::string& channel,
                         bool toPeer) {
   const gint64 now = g_get_monotonic_time();
-  auto* posted = new PostedTask{
-      this, 0, std::move(task), now + delayMs * G_GINT64_CONSTANT(1000), ++posted_, toPeer};
+  auto* posted = new PostedTask{this, std::move(task), now + delayMs * G_GINT64_CONSTANT(1000),
+                                ++posted_, toPeer};
+  guint sourceId = 0;
   if (schedule_ && !channel.empty()) {
     gint64& last = lastDueUs_[channel];
     const gint64 due = std::max(
         now + (static_cast<gint64>(delayMs) + schedule_->extraDelayMs(channel)) * 1000, last);
     last = due;
     posted->dueUs = due;
-    posted->sourceId = attachAt(due, posted);
+    sourceId = attachAt(due, posted);
   } else if (delayMs == 0) {
-    posted->sourceId = g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, &Platform::runPosted, posted,
-                                       &Platform::dropPosted);
-    g_source_set_name_by_id(posted->sourceId, kHostSourcePrefix);
+    sourceId = g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, &Platform::runPosted, posted,
+                               &Platform::dropPosted);
+    g_source_set_name_by_id(sourceId, kHostSourcePrefix);
   } else {
-    posted->sourceId = g_timeout_add_full(G_PRIORITY_DEFAULT, delayMs, &Platform::runPosted, posted,
-                                          &Platform::dropPosted);
-    g_source_set_name_by_id(posted->sourceId, kHostSourcePrefix);
+    sourceId = g_timeout_add_full(G_PRIORITY_DEFAULT, delayMs, &Platform::runPosted, posted,
+                                  &Platform::dropPosted);
+    g_source_set_name_by_id(sourceId, kHostSourcePrefix);
   }
-  pending_[posted->sourceId] = posted;
+  // The task carries the platform: a registration undone in the destructor.
+  pending_.emplace(posted, MvGSourceId(sourceId));
 }
 
 // A source that is due at `dueUs` exactly: deliveries due at the same time run in the order
 // they were posted.
 guint Platform::attachAt(gint64 dueUs, PostedTask* posted) {
-  GSource* source = g_source_new(&g_dueSourceFuncs, sizeof(GSource));
+  g_autoptr(GSource) source = g_source_new(&g_dueSourceFuncs, sizeof(GSource));
   g_source_set_name(source, kHostSourcePrefix);
   g_source_set_callback(source, &Platform::runPosted, posted, &Platform::dropPosted);
   g_source_set_ready_time(source, dueUs);
-  const guint id = g_source_attach(source, nullptr);
-  g_source_unref(source);
-  return id;
+  return g_source_attach(source, nullptr);
 }
 
 void Platform::setSchedule(std::unique_ptr<DeliverySchedule> schedule) {
@@ -159,7 +155,13 @@ void Platform::setSchedule(std::unique_ptr<DeliverySchedule> schedule) {
 
 gboolean Platform::runPosted(gpointer data) {
   auto* posted = static_cast<PostedTask*>(data);
-  posted->platform->pending_.erase(posted->sourceId);
+  std::map<PostedTask*, MvGSourceId>& pending = posted->platform->pending_;
+  auto held = pending.find(posted);
+  if (held != pending.end()) {
+    // The source ends by its return.
+    held->second.release();
+    pending.erase(held);
+  }
   posted->task();
   return G_SOURCE_REMOVE;
 }
@@ -244,7 +246,7 @@ int Platform::sendToApp(const std::string& fromAppId,
         // The callback may unregister the port.
         MessagePortTable::Port target = *found;
         addEvent(BoundaryEvent::Kind::kMessageDelivered, fromAppId, port, message, 0);
-        BundlePtr bundle = makeBundle(message);
+        MvBundlePtr bundle = makeBundle(message);
         target.callback(target.id, fromAppId.c_str(), fromPort.c_str(), true, bundle.get(),
                         target.userData);
       },

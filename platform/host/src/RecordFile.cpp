@@ -130,7 +130,7 @@ class FileSink : public Sink {
     }
     return flush() && writeAll(fd_, data, size);
   }
-  int fd_;
+  int fd_;  // the caller's
   std::string buffer_;
 };
 
@@ -166,7 +166,7 @@ class FileSource : public Source {
   }
 
  private:
-  int fd_;
+  int fd_;  // the caller's
 };
 
 RecordRefs refsTo(const std::vector<CloudRecord>& records) {

@@ -14,9 +14,7 @@ const size_t kAreaWidth = 10;
 
 RunReport::RunReport() : members_(json_object_new()) {}
 
-RunReport::~RunReport() {
-  json_object_unref(members_);
-}
+RunReport::~RunReport() = default;
 
 void RunReport::line(const std::string& area, const std::string& text) {
   std::string shown = area;
@@ -30,20 +28,20 @@ void RunReport::failure(const std::string& area, const std::string& text) {
 }
 
 void RunReport::setText(const std::string& name, const std::string& bytes) {
-  mvJsonSetText(members_, name.c_str(), bytes);
+  mvJsonSetText(members_.get(), name.c_str(), bytes);
 }
 
 void RunReport::set(const std::string& name, JsonNode* node) {
-  json_object_set_member(members_, name.c_str(), node);
+  json_object_set_member(members_.get(), name.c_str(), node);
 }
 
 std::string RunReport::json(bool pretty) const {
   g_autoptr(JsonObject) object = json_object_new();
-  g_autoptr(GList) names = json_object_get_members(members_);
+  g_autoptr(GList) names = json_object_get_members(members_.get());
   for (GList* name = names; name; name = name->next) {
     const char* member = static_cast<const char*>(name->data);
     json_object_set_member(object, member,
-                           json_node_copy(json_object_get_member(members_, member)));
+                           json_node_copy(json_object_get_member(members_.get(), member)));
   }
   JsonArray* failures = json_array_new();
   for (const std::string& failure : failures_)

@@ -10,6 +10,7 @@
 #include <map>
 #include <string>
 
+#include "MvHandles.h"
 #include "MvText.h"
 #include "RunTrace.h"
 #include "host/DeliverySchedule.h"
@@ -250,12 +251,11 @@ void reportEnd(const LaunchOptions& options, const RunOutcome& outcome, RunRepor
 // Appended, never followed through a link: the watch's log directory is the user's.
 void appendToLog(const std::string& deviceDir, const std::string& text) {
   g_autofree char* path = g_build_filename(deviceDir.c_str(), "log", "summary.log", nullptr);
-  const int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0644);
-  if (fd < 0)
+  MvFd fd(open(path, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0644));
+  if (fd.get() < 0)
     return;
-  ssize_t ignored = write(fd, text.data(), text.size());
+  ssize_t ignored = write(fd.get(), text.data(), text.size());
   (void)ignored;
-  close(fd);
 }
 
 // The whole of `text` on `stream`, flushed; false with errno set when any of it did not go.

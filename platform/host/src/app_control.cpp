@@ -6,6 +6,7 @@
 
 #include <memory>
 
+#include "MvHandles.h"
 #include "host/AppControl.h"
 #include "host/EmulatedApp.h"
 #include "host/HostLog.h"
@@ -178,7 +179,7 @@ int app_control_send_launch_request(app_control_h app_control,
   auto reply =
       std::make_shared<host::PendingReply>(*platform, target, app_control, callback, user_data);
   platform->trackLaunchRequest(reply);
-  std::shared_ptr<app_control_s> request(host::cloneAppControl(*app_control), &app_control_destroy);
+  std::shared_ptr<app_control_s> request(MvAppControlPtr(host::cloneAppControl(*app_control)));
   platform->postToPeer([app, reply, request] { app->onLaunchRequest(request.get(), reply); },
                        "appcontrol:" + target);
   return APP_CONTROL_ERROR_NONE;

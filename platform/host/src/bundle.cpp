@@ -7,8 +7,8 @@
 
 namespace host {
 
-BundlePtr makeBundle(const KeyValues& entries) {
-  BundlePtr b(bundle_create());
+MvBundlePtr makeBundle(const KeyValues& entries) {
+  MvBundlePtr b(bundle_create());
   b->entries.assign(entries.begin(), entries.end());
   return b;
 }

@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "MvHandles.h"
 #include "host/Platform.h"
 
 namespace {
@@ -72,12 +73,12 @@ int dlog_vprint(log_priority prio, const char* tag, const char* fmt, va_list ap)
   // which tells whether the cut splits a character, and one for the NUL that fmemopen may put
   // over the last byte of a full buffer.
   char text[kMaxMessageBytes + 2] = {};
-  FILE* line = fmemopen(text, sizeof text, "w");
+  MvFilePtr line(fmemopen(text, sizeof text, "w"));
   if (!line)
     return DLOG_ERROR_NOT_PERMITTED;  // dlog has no code for running out of memory
-  setvbuf(line, nullptr, _IONBF, 0);
-  vfprintf(line, boundedFormat(fmt).c_str(), ap);
-  fclose(line);
+  setvbuf(line.get(), nullptr, _IONBF, 0);
+  vfprintf(line.get(), boundedFormat(fmt).c_str(), ap);
+  line.reset();
   size_t length = strnlen(text, sizeof text);
   if (length > kMaxMessageBytes) {
     length = kMaxMessageBytes;

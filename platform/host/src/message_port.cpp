@@ -74,7 +74,7 @@ int message_port_send_trusted_message(const char* remote_app_id,
   host::KeyValues entries = message->keyValues();
   platform->postToPeer(
       [app, port, from, entries] {
-        host::BundlePtr copy = host::makeBundle(entries);
+        MvBundlePtr copy = host::makeBundle(entries);
         app->onMessage(port, from, copy.get());
       },
       "message:" + from + "->" + port);

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
+
 namespace {
 
 // Everything json-glib does by recursion to a tree, on `text`.
@@ -21,9 +23,9 @@ void throughJsonGlib(const std::string& text) {
   JsonNode* root = json_parser_get_root(parser);
   g_autoptr(JsonGenerator) generator = json_generator_new();
   json_generator_set_root(generator, root);
-  g_free(json_generator_to_data(generator, nullptr));
+  MvGCharPtr compact(json_generator_to_data(generator, nullptr));
   json_generator_set_pretty(generator, TRUE);
-  g_free(json_generator_to_data(generator, nullptr));
+  MvGCharPtr pretty(json_generator_to_data(generator, nullptr));
   g_autoptr(JsonNode) copy = json_node_copy(root);
   EXPECT_TRUE(json_node_equal(copy, root));
 }
@@ -68,10 +70,9 @@ int parsedDepth(JsonNode* node) {
     for (guint i = 0; i < json_array_get_length(array); ++i)
       deepest = std::max(deepest, parsedDepth(json_array_get_element(array, i)));
   } else if (JSON_NODE_HOLDS_OBJECT(node)) {
-    GList* values = json_object_get_values(json_node_get_object(node));
+    g_autoptr(GList) values = json_object_get_values(json_node_get_object(node));
     for (GList* value = values; value; value = value->next)
       deepest = std::max(deepest, parsedDepth(static_cast<JsonNode*>(value->data)));
-    g_list_free(values);
   } else {
     return 0;
   }
@@ -90,7 +91,7 @@ TEST(JsonNestingTest, AgreesWithJsonGlibOnEveryTextItAccepts) {
   const char* const pieces[] = {"[", "]",      "{",   "}", "\"", "'",    "\\",  "/",
                                 "u", "d8",     "dc",  "0", "Z",  ",",    ":",   "1",
                                 " ", "\"a\":", "\\u", "*", "\n", "\\\"", "true"};
-  GRand* random = g_rand_new_with_seed(13);
+  g_autoptr(GRand) random = g_rand_new_with_seed(13);
   int accepted = 0;
   for (int round = 0; round < 60000; ++round) {
     std::string text;
@@ -122,7 +123,6 @@ TEST(JsonNestingTest, AgreesWithJsonGlibOnEveryTextItAccepts) {
       EXPECT_TRUE(mvJsonNestsDeeperThan(text.data(), text.size(), depth - 1)) << text;
     }
   }
-  g_rand_free(random);
   EXPECT_GT(accepted, 500);
 }
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
 #include "TempDir.h"
 #include "emu/RunJournal.h"
 #include "emu/SampleWatch.h"
@@ -159,9 +160,9 @@ TEST_F(DeviceProfileTest, AJournalLeftByARunIsReadWithTheProfile) {
     ASSERT_FALSE(journal.failed(error)) << error;
   }
   const std::string journal = dir_ + "/" + emu::RunJournal::kFileName;
-  FILE* file = fopen(journal.c_str(), "a");
-  fputs("face Y3V0", file);
-  fclose(file);
+  MvFilePtr file(fopen(journal.c_str(), "a"));
+  fputs("face Y3V0", file.get());
+  file.reset();
   emu::DeviceProfile profile;
   ASSERT_TRUE(profile.load(dir_, error)) << error;
   EXPECT_EQ(profile.config[emu::kIdleClockKey], "caf\xE9");

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ExchangeSupport.h"
+#include "MvHandles.h"
 #include "MvSvcAppCtrlModel.h"
 #include "host/AppControl.h"
 
@@ -120,12 +121,7 @@ TEST_F(AppCtrlModelTest, SilentStoreIsBoundedAndItsLateReplyTouchesNothing) {
   std::shared_ptr<host::PendingReply> lateReply = store_->heldReply;
   ASSERT_TRUE(lateReply);
   platform().post(
-      [lateReply] {
-        app_control_h answer = nullptr;
-        app_control_create(&answer);
-        lateReply->send(answer, APP_CONTROL_RESULT_SUCCEEDED);
-        app_control_destroy(answer);
-      },
+      [lateReply] { lateReply->send(mvCreateAppControl().get(), APP_CONTROL_RESULT_SUCCEEDED); },
       20);
   model("com.indie.clock-ember", kStore, 60)->requestWatchInstall();
   EXPECT_THAT(verdicts_, ElementsAre(false, false, false));

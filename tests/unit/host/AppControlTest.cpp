@@ -7,6 +7,7 @@
 #include <string>
 
 #include "FakeApp.h"
+#include "MvHandles.h"
 #include "PlatformFixture.h"
 #include "host/AppControl.h"
 
@@ -29,9 +30,7 @@ std::string extra(app_control_h handle, const char* key) {
   char* value = nullptr;
   if (app_control_get_extra_data(handle, key, &value) != APP_CONTROL_ERROR_NONE)
     return "(none)";
-  std::string copy = value;
-  free(value);
-  return copy;
+  return MvCharPtr(value).get();
 }
 
 void recordReply(app_control_h request,
@@ -55,15 +54,14 @@ class AppControlTest : public morvik_test::PlatformFixture {
   }
 
   int send(const char* appId, SeenReply* seen) {
-    app_control_h request = nullptr;
-    app_control_create(&request);
+    MvAppControlPtr request = mvCreateAppControl();
     if (appId)
-      app_control_set_app_id(request, appId);
-    app_control_add_extra_data(request, "req_type", "install-by-GUID");
-    app_control_add_extra_data(request, "GUID", "com.indie.clock-tidal");
-    int result = app_control_send_launch_request(request, recordReply, seen);
+      app_control_set_app_id(request.get(), appId);
+    app_control_add_extra_data(request.get(), "req_type", "install-by-GUID");
+    app_control_add_extra_data(request.get(), "GUID", "com.indie.clock-tidal");
+    int result = app_control_send_launch_request(request.get(), recordReply, seen);
     // Senders release their handle at once; the reply must not depend on it.
-    app_control_destroy(request);
+    request.reset();
     return result;
   }
 
@@ -73,13 +71,13 @@ class AppControlTest : public morvik_test::PlatformFixture {
 // As on the device: an empty extra value is refused like an empty key, so a request never carries
 // one; a launch nothing can run fails at once.
 TEST_F(AppControlTest, BadRequestsFailLikeThePlatformAndReachNoOne) {
-  app_control_h handle = nullptr;
-  ASSERT_EQ(app_control_create(&handle), APP_CONTROL_ERROR_NONE);
-  EXPECT_EQ(app_control_add_extra_data(handle, "result_xml", ""),
+  MvAppControlPtr handle = mvCreateAppControl();
+  ASSERT_TRUE(handle);
+  EXPECT_EQ(app_control_add_extra_data(handle.get(), "result_xml", ""),
             APP_CONTROL_ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(app_control_add_extra_data(handle, "", "x"), APP_CONTROL_ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(extra(handle, "result_xml"), "(none)");
-  app_control_destroy(handle);
+  EXPECT_EQ(app_control_add_extra_data(handle.get(), "", "x"), APP_CONTROL_ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(extra(handle.get(), "result_xml"), "(none)");
+  handle.reset();
 
   platform().packages().install({"com.example.silent", "com.example.silent", "svcapp", false});
   SeenReply seen;
@@ -104,13 +102,13 @@ TEST_F(AppControlTest, AHeldReplyComesLaterOnTheLoopAndOnlyOnce) {
   runLoopFor(0.1);
   EXPECT_EQ(seen.calls, 0);
 
-  app_control_h answer = nullptr;
-  app_control_create(&answer);
-  app_control_add_extra_data(answer, "errorMsg", "VENDARO_MESSAGE_RES_ERROR_CAN_NOT_FIND_CONTENT");
-  peer_->heldReply->send(answer, APP_CONTROL_RESULT_FAILED);
+  MvAppControlPtr answer = mvCreateAppControl();
+  app_control_add_extra_data(answer.get(), "errorMsg",
+                             "VENDARO_MESSAGE_RES_ERROR_CAN_NOT_FIND_CONTENT");
+  peer_->heldReply->send(answer.get(), APP_CONTROL_RESULT_FAILED);
   EXPECT_EQ(seen.calls, 0);
-  peer_->heldReply->send(answer, APP_CONTROL_RESULT_SUCCEEDED);
-  app_control_destroy(answer);
+  peer_->heldReply->send(answer.get(), APP_CONTROL_RESULT_SUCCEEDED);
+  answer.reset();
   runLoopFor(0.1);
   EXPECT_EQ(seen.calls, 1);
   EXPECT_EQ(seen.requestGuid, "com.indie.clock-tidal");

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
 #include "TempDir.h"
 
 namespace {
@@ -69,10 +70,10 @@ TEST_F(AtomicFileTest, LinkOrCopyGivesTheSourcesBytes) {
   EXPECT_EQ(temp_.names(), (std::vector<std::string>{"source", "target", "via"}));
 
   g_autofree char* elsewhere = g_build_filename("/dev/shm", "morvik-atomic-XXXXXX", nullptr);
-  const int fd = g_mkstemp(elsewhere);
-  ASSERT_GE(fd, 0);
-  ASSERT_TRUE(host::writeAll(fd, "far bytes", 9));
-  close(fd);
+  MvFd fd(g_mkstemp(elsewhere));
+  ASSERT_GE(fd.get(), 0);
+  ASSERT_TRUE(host::writeAll(fd.get(), "far bytes", 9));
+  fd.reset();
   struct stat far {
   }, near{};
   ASSERT_TRUE(stat(elsewhere, &far) == 0 && stat(source.c_str(), &near) == 0);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "FakeApp.h"
+#include "MvHandles.h"
 #include "PlatformFixture.h"
 #include "host/Bundle.h"
 
@@ -22,7 +23,7 @@ const char* const kOwnPort = "morvik-service::localport";
 
 // Unlike app-control extras, a bundle keeps an empty value: a restore may send one.
 TEST(BundleTest, KeysAreUniqueKeepTheirOrderAndTheirValuesStayPut) {
-  host::BundlePtr b(bundle_create());
+  MvBundlePtr b(bundle_create());
   ASSERT_TRUE(b);
   EXPECT_EQ(bundle_add_str(b.get(), "operation", "talvoro_cloud_restore"), BUNDLE_ERROR_NONE);
   EXPECT_EQ(bundle_add_str(b.get(), "type", "watch"), BUNDLE_ERROR_NONE);
@@ -37,7 +38,7 @@ TEST(BundleTest, KeysAreUniqueKeepTheirOrderAndTheirValuesStayPut) {
     ASSERT_EQ(bundle_add_str(b.get(), ("key" + std::to_string(i)).c_str(), "v"), BUNDLE_ERROR_NONE);
   EXPECT_STREQ(value, "watch");
 
-  host::BundlePtr copy(bundle_dup(b.get()));
+  MvBundlePtr copy(bundle_dup(b.get()));
   EXPECT_EQ(bundle_del(b.get(), "operation"), BUNDLE_ERROR_NONE);
   EXPECT_EQ(bundle_del(b.get(), "operation"), BUNDLE_ERROR_KEY_NOT_AVAILABLE);
   ASSERT_EQ(bundle_get_count(copy.get()), 67);
@@ -91,19 +92,19 @@ TEST_F(MessagePortTest, MessagesCrossLaterOnlyToKnownPortsAndUnderOneIdPerName) 
   EXPECT_EQ(platform().record().ofKind(BoundaryEvent::Kind::kMessageDropped).size(), 1u);
 
   // The other way: only to a known peer's port, and later.
-  bundle* message = bundle_create();
-  bundle_add_str(message, "operation", "talvoro_cloud_restore");
-  bundle_add_str(message, "type", "image");
-  EXPECT_EQ(message_port_send_trusted_message("com.example.none", kWatchfacePort, message),
+  MvBundlePtr message(bundle_create());
+  bundle_add_str(message.get(), "operation", "talvoro_cloud_restore");
+  bundle_add_str(message.get(), "type", "image");
+  EXPECT_EQ(message_port_send_trusted_message("com.example.none", kWatchfacePort, message.get()),
             MESSAGE_PORT_ERROR_PORT_NOT_FOUND);
-  EXPECT_EQ(message_port_send_trusted_message(kWatchface, "other::port", message),
+  EXPECT_EQ(message_port_send_trusted_message(kWatchface, "other::port", message.get()),
             MESSAGE_PORT_ERROR_PORT_NOT_FOUND);
   EXPECT_EQ(message_port_send_trusted_message(kWatchface, kWatchfacePort, nullptr),
             MESSAGE_PORT_ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(message_port_send_trusted_message(kWatchface, kWatchfacePort, message),
+  EXPECT_EQ(message_port_send_trusted_message(kWatchface, kWatchfacePort, message.get()),
             MESSAGE_PORT_ERROR_NONE);
   // The bundle stays the sender's: freeing it at once must not lose the message.
-  bundle_free(message);
+  message.reset();
   EXPECT_TRUE(watchface->messages.empty());
   runLoopFor(0.05);
   ASSERT_EQ(watchface->messages.size(), 1u);

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
 #include "TempDir.h"
 #include "emu/EmulatedWatch.h"
 #include "emu/SampleWatch.h"
@@ -26,11 +27,11 @@ class RecordingApp : public app_assist::WServiceApp {
   }
   void onTerminate() override { calls.push_back("terminate"); }
   void onAppControl(app_control_h request, bool firstLaunch) override {
-    char* operation = nullptr;
-    app_control_get_operation(request, &operation);
+    char* text = nullptr;
+    app_control_get_operation(request, &text);
+    MvCharPtr operation(text);
     calls.push_back(std::string(firstLaunch ? "first " : "next ") +
-                    (operation ? operation : "(none)"));
-    free(operation);
+                    (operation ? operation.get() : "(none)"));
     if (onRequest)
       onRequest(request);
   }
@@ -100,11 +101,9 @@ TEST_F(LauncherTest, AFlowThatEndsBadlyIsAFailureInTheSummary) {
   } cases[] = {
       {"twice",
        [](app_control_h request) {
-         app_control_h reply = nullptr;
-         app_control_create(&reply);
-         app_control_reply_to_launch_request(reply, request, APP_CONTROL_RESULT_SUCCEEDED);
-         app_control_reply_to_launch_request(reply, request, APP_CONTROL_RESULT_FAILED);
-         app_control_destroy(reply);
+         MvAppControlPtr reply = mvCreateAppControl();
+         app_control_reply_to_launch_request(reply.get(), request, APP_CONTROL_RESULT_SUCCEEDED);
+         app_control_reply_to_launch_request(reply.get(), request, APP_CONTROL_RESULT_FAILED);
        },
        "reply     launch request 1 was answered more than once"},
       // A directory in the profile's place: the run's changes to the watch cannot be saved.

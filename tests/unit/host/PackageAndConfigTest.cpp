@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
 #include "PlatformFixture.h"
 
 namespace {
@@ -17,16 +18,14 @@ using PackageAndConfigTest = morvik_test::PlatformFixture;
 TEST_F(PackageAndConfigTest, ConfigurationStringsAreCopiesAndReadOnlyKeysRefuseWrites) {
   EXPECT_EQ(vconf_get_str("db/pel/clocks_set_idle"), nullptr);
   EXPECT_EQ(vconf_set_str("db/pel/clocks_set_idle", "com.indie.clock-tidal"), VCONF_OK);
-  char* value = vconf_get_str("db/pel/clocks_set_idle");
+  MvCharPtr value(vconf_get_str("db/pel/clocks_set_idle"));
   ASSERT_NE(value, nullptr);
-  EXPECT_STREQ(value, "com.indie.clock-tidal");
-  free(value);
+  EXPECT_STREQ(value.get(), "com.indie.clock-tidal");
 
   platform().config().setReadOnly("db/pel/clocks_set_idle", true);
   EXPECT_EQ(vconf_set_str("db/pel/clocks_set_idle", "other"), VCONF_ERROR);
-  value = vconf_get_str("db/pel/clocks_set_idle");
-  EXPECT_STREQ(value, "com.indie.clock-tidal");
-  free(value);
+  value.reset(vconf_get_str("db/pel/clocks_set_idle"));
+  EXPECT_STREQ(value.get(), "com.indie.clock-tidal");
 }
 
 // A backup document logged whole would be copied into every log line it passes through.

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "FakeApp.h"
+#include "MvHandles.h"
 #include "PlatformFixture.h"
 #include "host/CloudLibrary.h"
 #include "host/Leftovers.h"
@@ -112,11 +113,11 @@ TEST_F(PersonalityTest, LeftoversNameWhatTheAppStillHolds) {
   auto silent = std::make_shared<morvik_test::FakeApp>();
   silent->answers = false;
   platform().registerApp("silent.app", silent);
-  app_control_h request = nullptr;
-  app_control_create(&request);
-  app_control_set_app_id(request, "silent.app");
-  ASSERT_EQ(app_control_send_launch_request(request, nullptr, nullptr), APP_CONTROL_ERROR_NONE);
-  app_control_destroy(request);
+  MvAppControlPtr request = mvCreateAppControl();
+  app_control_set_app_id(request.get(), "silent.app");
+  ASSERT_EQ(app_control_send_launch_request(request.get(), nullptr, nullptr),
+            APP_CONTROL_ERROR_NONE);
+  request.reset();
   ASSERT_TRUE(runLoopUntil([&] { return silent->heldReply != nullptr; }, 5));
   EXPECT_EQ(leftovers(),
             std::vector<std::string>{"launch request: to silent.app, its reply still due (ok)"});
@@ -124,23 +125,23 @@ TEST_F(PersonalityTest, LeftoversNameWhatTheAppStillHolds) {
 
   int user = 0;
   ASSERT_GT(message_port_register_trusted_local_port("morvik::port", message, &user), 0);
-  const guint timeout = g_timeout_add(
-      30000, [](gpointer) { return G_SOURCE_REMOVE; }, nullptr);
-  Ecore_Timer* timer = ecore_timer_add(
-      2.0, [](void*) { return ECORE_CALLBACK_CANCEL; }, nullptr);
+  MvGSourceId timeout(g_timeout_add(
+      30000, [](gpointer) { return G_SOURCE_REMOVE; }, nullptr));
+  MvEcoreTimerPtr timer(ecore_timer_add(
+      2.0, [](void*) { return ECORE_CALLBACK_CANCEL; }, nullptr));
   ASSERT_EQ(talvoro_cloud_initialize(), TALVORO_CLOUD_ERROR_NONE);
   ASSERT_EQ(talvoro_cloud_restore_record_set_completed_cb(completed, &user),
             TALVORO_CLOUD_ERROR_NONE);
   EXPECT_EQ(leftovers(), (std::vector<std::string>{
                              "message port: morvik::port",
-                             "GLib source: " + std::to_string(timeout),
+                             "GLib source: " + std::to_string(timeout.get()),
                              "Ecore timer: 1",
                              "cloud callback: restore completion",
                              "cloud library: initialised (1 deinitialise calls missing)",
                          }));
 
-  g_source_remove(timeout);
-  ecore_timer_del(timer);
+  timeout.reset();
+  timer.reset();
   host::cloud::reset();
   message_port_unregister_trusted_local_port(platform().ports().findByName("morvik::port")->id);
   EXPECT_EQ(leftovers(), std::vector<std::string>{});

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "LogLineMatcher.h"
+#include "MvHandles.h"
 #include "MvSvcTypes.h"
 #include "TempDir.h"
 #include "emu/EmulatedWatch.h"
@@ -110,11 +111,10 @@ class MvSvcAppTest : public ::testing::TestWithParam<Case> {
       at += c.requests[i].delaySeconds;
       platform_.post(
           [this, &app, launched] {
-            app_control_h handle = host::cloneAppControl(launched);
+            MvAppControlPtr handle(host::cloneAppControl(launched));
             platform_.addEvent(Kind::kLaunchRequest, "", launched.operation, launched.extras, 0,
                                launched.launchId);
-            app.onAppControl(handle, launched.launchId == 1);
-            app_control_destroy(handle);
+            app.onAppControl(handle.get(), launched.launchId == 1);
           },
           static_cast<unsigned>(at * 1000));
     }
@@ -199,9 +199,8 @@ TEST(MvSvcAppLifeTest, DestroyingTheAppCancelsAPendingExit) {
     MvSvcApp app;
     app_control_s launched;
     launched.extras = kRetail;
-    app_control_h handle = host::cloneAppControl(launched);
-    app.onAppControl(handle, true);
-    app_control_destroy(handle);
+    MvAppControlPtr handle(host::cloneAppControl(launched));
+    app.onAppControl(handle.get(), true);
   }
   platform.post([] { host::MainLoop::quit(); }, 3000);
   loop.run();

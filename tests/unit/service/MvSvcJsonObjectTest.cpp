@@ -6,6 +6,7 @@
 #include <string>
 
 #include "JsonDocumentFixture.h"
+#include "MvHandles.h"
 
 namespace {
 
@@ -17,8 +18,10 @@ class MvSvcJsonObjectTest : public morvik_test::JsonDocumentFixture {};
 // operation: a reference dropped too often shows as a use after free under ASan, one kept too
 // long as a leak under LSan.
 TEST_F(MvSvcJsonObjectTest, CopiesShareOneObjectAndEachHoldsExactlyOneReference) {
-  JsonObject* shared = json_object_new();
-  JsonObject* replaced = json_object_new();
+  MvJsonObjectPtr ownShared(json_object_new());
+  MvJsonObjectPtr ownReplaced(json_object_new());
+  JsonObject* shared = ownShared.get();
+  JsonObject* replaced = ownReplaced.get();
   {
     MvSvcJsonObject a;
     a.setJsonObject(shared);
@@ -49,13 +52,10 @@ TEST_F(MvSvcJsonObjectTest, CopiesShareOneObjectAndEachHoldsExactlyOneReference)
   }
   EXPECT_EQ(json_object_get_int_member(replaced, "n"), -1);
   EXPECT_EQ(json_object_get_size(shared), 2u);
-  json_object_unref(shared);
-  json_object_unref(replaced);
 
   // Held by the wrapper alone, an object set again survives.
   MvSvcJsonObject only;
-  only.setJsonObject(json_object_new());
-  json_object_unref(only.getJsonObject());
+  only.setJsonObject(MvJsonObjectPtr(json_object_new()).get());
   only.setJsonObject(only.getJsonObject());
   only.addStringMember("a", "x");
   EXPECT_TRUE(only.hasMember("a"));

@@ -1,5 +1,6 @@
 #include "FakeApp.h"
 
+#include "MvHandles.h"
 #include "host/AppControl.h"
 #include "host/Bundle.h"
 
@@ -11,12 +12,10 @@ void FakeApp::onLaunchRequest(app_control_h request, std::shared_ptr<host::Pendi
     heldReply = reply;
     return;
   }
-  app_control_h answer = nullptr;
-  app_control_create(&answer);
+  MvAppControlPtr answer = mvCreateAppControl();
   for (const auto& extra : replyExtras)
-    app_control_add_extra_data(answer, extra.first.c_str(), extra.second.c_str());
-  reply->send(answer, replyResult);
-  app_control_destroy(answer);
+    app_control_add_extra_data(answer.get(), extra.first.c_str(), extra.second.c_str());
+  reply->send(answer.get(), replyResult);
 }
 
 void FakeApp::onMessage(const std::string& port, const std::string& fromAppId, bundle* message) {

@@ -4,10 +4,10 @@
 #include <bundle.h>
 
 #include <list>
-#include <memory>
 #include <string>
 #include <utility>
 
+#include "MvHandles.h"
 #include "host/BoundaryRecord.h"
 
 // The host's bundle: string entries in insertion order. A list, as on the device a value stays
@@ -20,13 +20,8 @@ struct _bundle_t {
 
 namespace host {
 
-struct BundleDeleter {
-  void operator()(bundle* b) const { bundle_free(b); }
-};
-using BundlePtr = std::unique_ptr<bundle, BundleDeleter>;
-
 // A new bundle holding `entries`, owned by the caller.
-BundlePtr makeBundle(const KeyValues& entries);
+MvBundlePtr makeBundle(const KeyValues& entries);
 
 }  // namespace host
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
+
 namespace host {
 
 // The watch's apps build file paths in buffers of this many bytes...
@@ -37,7 +39,7 @@ class DeviceLock {
   bool acquire(const std::string& deviceDir, std::string& error);
 
  private:
-  int fd_ = -1;
+  MvFd fd_;  // the locked directory, while held
 };
 
 // Admits a run of `appId` on `deviceDir`, before anything is written there: refuses, with a

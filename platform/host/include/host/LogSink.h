@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
+
 namespace host {
 
 // One dlog line as the service wrote it.
@@ -39,14 +41,10 @@ class LogSink {
  private:
   void append(const LogLine& line, bool echo);
 
-  struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-  };
-
   void openFile();
 
   std::string filePath_;  // until the first line opens it
-  std::unique_ptr<FILE, FileCloser> file_;
+  MvFilePtr file_;
   bool echoToStderr_ = true;
   std::vector<LogLine> lines_;
 };

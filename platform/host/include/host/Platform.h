@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
 #include "host/BoundaryRecord.h"
 #include "host/ConfigStore.h"
 #include "host/LogSink.h"
@@ -152,7 +153,7 @@ class Platform {
   MessagePortTable ports_;
   Personality personality_;
   std::map<std::string, std::shared_ptr<EmulatedApp>> apps_;
-  std::map<guint, PostedTask*> pending_;  // by source; the sources own the tasks
+  std::map<PostedTask*, MvGSourceId> pending_;  // the sources own the tasks
   guint64 posted_ = 0;
   std::unique_ptr<DeliverySchedule> schedule_;
   std::map<std::string, gint64> lastDueUs_;  // per channel, under a schedule

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "MvHandles.h"
+
 namespace host {
 
 // Exit statuses of a launched run.
@@ -50,7 +52,7 @@ class RunReport {
  private:
   std::vector<std::string> lines_;
   std::vector<std::string> failures_;
-  JsonObject* members_;  // owned
+  MvJsonObjectPtr members_;
 };
 
 // A JSON node for a string (as text: MvText.h's rule), an integer, a number or a boolean, owned
