@@ -15,7 +15,11 @@
 #include "host/MainLoop.h"
 #include "host/Platform.h"
 
-namespace host {
+namespace launcher {
+
+using host::BoundaryEvent;
+using host::MainLoop;
+using host::Platform;
 
 namespace {
 
@@ -91,7 +95,7 @@ void LaunchRun::scheduleRequests() {
           handle.operation = request.operation;
           handle.extras = request.extras;
           handle.launchId = launchId;
-          app_control_h delivered = cloneAppControl(handle);
+          app_control_h delivered = host::cloneAppControl(handle);
           platform_.addEvent(BoundaryEvent::Kind::kLaunchRequest, std::string(), request.operation,
                              request.extras, 0, launchId);
           deliver_(delivered, launchId == 1);
@@ -116,7 +120,7 @@ void LaunchRun::watchSignals() {
       !g_unix_set_fd_nonblocking(g_signalPipe[1], TRUE, nullptr))
     return;
   signalSource_ = g_unix_fd_add(g_signalPipe[0], G_IO_IN, onSignal, this);
-  g_source_set_name_by_id(signalSource_, kHostSourcePrefix);
+  g_source_set_name_by_id(signalSource_, host::kHostSourcePrefix);
   struct sigaction action = {};
   action.sa_sigaction = onEndingSignal;
   action.sa_flags = SA_SIGINFO | SA_RESTART;
@@ -152,4 +156,4 @@ void LaunchRun::end() {
   _exit(status);
 }
 
-}  // namespace host
+}  // namespace launcher

@@ -1,7 +1,7 @@
-// One launched run on the emulated watch, between onCreate and onTerminate. Internal to the host
-// platform's launcher.
-#ifndef HOST_LAUNCH_RUN_H
-#define HOST_LAUNCH_RUN_H
+// One launched run on the emulated watch, between onCreate and onTerminate. Internal to the
+// launcher.
+#ifndef LAUNCHER_LAUNCH_RUN_H
+#define LAUNCHER_LAUNCH_RUN_H
 
 #include <app_control.h>
 #include <glib.h>
@@ -11,13 +11,15 @@
 #include <utility>
 #include <vector>
 
-#include "host/DeviceHooks.h"
-#include "host/LaunchOptions.h"
+#include "launcher/DeviceHooks.h"
+#include "launcher/LaunchOptions.h"
 
 namespace host {
-
 class MainLoop;
 class Platform;
+}  // namespace host
+
+namespace launcher {
 
 // Delivers the launch requests at their times, and ends the run when the app exits, at the
 // deadline, or on any signal whose default action would end the process (SIGPIPE only when
@@ -30,14 +32,14 @@ class LaunchRun {
   // Delivers one launch request; `request` lives for the call.
   using Deliver = std::function<void(app_control_h request, bool firstLaunch)>;
 
-  LaunchRun(Platform& platform, const LaunchOptions& options, DeviceHooks& hooks);
+  LaunchRun(host::Platform& platform, const LaunchOptions& options, DeviceHooks& hooks);
   ~LaunchRun();
 
   LaunchRun(const LaunchRun&) = delete;
   LaunchRun& operator=(const LaunchRun&) = delete;
 
   // Runs `loop` until the run ends; returns how it ended.
-  const RunOutcome& run(MainLoop& loop, Deliver deliver);
+  const RunOutcome& run(host::MainLoop& loop, Deliver deliver);
 
  private:
   void scheduleRequests();
@@ -47,7 +49,7 @@ class LaunchRun {
   void end();
   static gboolean onSignal(gint fd, GIOCondition condition, gpointer data);
 
-  Platform& platform_;
+  host::Platform& platform_;
   const LaunchOptions& options_;
   DeviceHooks& hooks_;
   Deliver deliver_;
@@ -57,6 +59,6 @@ class LaunchRun {
   std::vector<std::pair<int, struct sigaction>> previousActions_;
 };
 
-}  // namespace host
+}  // namespace launcher
 
 #endif

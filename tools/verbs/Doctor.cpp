@@ -9,13 +9,14 @@
 #include <vector>
 
 #include "EmuVerbs.h"
+#include "MvWatchNames.h"
 #include "emu/CloudStore.h"
 #include "emu/DeviceProfile.h"
 #include "emu/DirectoryKind.h"
 #include "emu/RunJournal.h"
 #include "emu/SampleWatch.h"
 #include "emu/StrictJson.h"
-#include "host/DeviceAdmission.h"
+#include "launcher/DeviceAdmission.h"
 
 namespace emucli {
 
@@ -76,7 +77,7 @@ void findInterruptedRun(const std::string& dir, std::vector<std::string>& findin
     findings.push_back("interrupted run: its journal cannot be read: " + error);
     return;
   }
-  host::DeviceLock lock;
+  launcher::DeviceLock lock;
   if (!lock.acquire(dir, error)) {
     findings.push_back("a run is under way: it has applied " + contents.describe() + " so far");
     return;
@@ -205,7 +206,7 @@ int runDoctor(const Verb& verb, int argc, char** argv) {
   std::vector<std::string> findings;
   size_t sets = 0;
   std::string tooLong;
-  if (watch && !host::fitsWatchBuffers(dir, tooLong))
+  if (watch && !launcher::fitsWatchBuffers(dir, MV_SERVICE_APP_ID, tooLong))
     findings.push_back(tooLong);
   if (watch)
     checkWatch(dir, findings);

@@ -1,12 +1,12 @@
-#ifndef HOST_RUN_REPORT_H
-#define HOST_RUN_REPORT_H
+#ifndef LAUNCHER_RUN_REPORT_H
+#define LAUNCHER_RUN_REPORT_H
 
 #include <json-glib/json-glib.h>
 
 #include <string>
 #include <vector>
 
-namespace host {
+namespace launcher {
 
 // Exit statuses of a launched run.
 enum ExitStatus {
@@ -60,6 +60,6 @@ JsonNode* jsonInt(gint64 value);
 JsonNode* jsonDouble(double value);
 JsonNode* jsonBool(bool value);
 
-}  // namespace host
+}  // namespace launcher
 
 #endif

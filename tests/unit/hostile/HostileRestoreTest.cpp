@@ -41,7 +41,7 @@ std::vector<std::string> missing(const std::vector<std::string>& lines,
 
 // An emulated watch booted on a platform of its own; one exists at a time.
 struct Device {
-  explicit Device(const std::string& dir) : platform(dir, MVSVC_SERVICE_APP_ID) {}
+  explicit Device(const std::string& dir) : platform(dir, MV_SERVICE_APP_ID) {}
   host::MainLoop loop;
   host::Platform platform;
   emu::EmulatedWatch watch;
@@ -71,18 +71,18 @@ class EmulatedWatchTest : public ::testing::Test {
     }
     on_ = std::make_unique<Device>(dir_);
     on_->platform.log().setEchoToStderr(false);
-    host::LaunchOptions options;
+    launcher::LaunchOptions options;
     options.deviceDir = dir_;
     options.cloudDir = temp_.path() + "/cloud";
     ASSERT_TRUE(on_->watch.boot(on_->platform, options, error)) << error;
-    trusted_ = on_->platform.sharedTrustedPath(MVSVC_SERVICE_APP_ID);
+    trusted_ = on_->platform.sharedTrustedPath(MV_SERVICE_APP_ID);
   }
 
   // Ends the watch's run and writes it back; the lines of its report.
   std::vector<std::string> finish() {
-    host::RunReport report;
+    launcher::RunReport report;
     if (on_)
-      on_->watch.finish(on_->platform, host::RunOutcome(), report);
+      on_->watch.finish(on_->platform, launcher::RunOutcome(), report);
     return report.lines();
   }
 
@@ -285,7 +285,7 @@ TEST_F(EmulatedWatchTest, EachImageIsWrittenExactlyOrRefused) {
     EXPECT_STREQ(kept, "keep");
   }
   EXPECT_FALSE(
-      g_file_test((temp_.path() + "/watch/apps/" MVSVC_SERVICE_APP_ID "/shared/escape.jpg").c_str(),
+      g_file_test((temp_.path() + "/watch/apps/" MV_SERVICE_APP_ID "/shared/escape.jpg").c_str(),
                   G_FILE_TEST_EXISTS));
   EXPECT_FALSE(g_file_test("/tmp/morvik-absolute.jpg", G_FILE_TEST_EXISTS));
 }

@@ -10,10 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "MvWatchNames.h"
 #include "TempDir.h"
 #include "emu/EmulatedWatch.h"
 #include "emu/SampleWatch.h"
-#include "host/DeviceHooks.h"
+#include "launcher/DeviceHooks.h"
+#include "launcher/Launcher.h"
 
 namespace {
 
@@ -48,7 +50,9 @@ class LauncherTest : public ::testing::Test {
     std::string error;
     EXPECT_TRUE(emu::createSampleWatch(device, error)) << error;
     emu::EmulatedWatch watch;
-    host::setDeviceHooks(&watch);
+    launcher::Launcher launcher(MV_SERVICE_APP_ID);
+    host::setAppLauncher(&launcher);
+    launcher::setDeviceHooks(&watch);
     std::vector<std::string> args{"service", "--device", device, "--cloud",
                                   temp_.path() + "/cloud"};
     args.insert(args.end(), extra.begin(), extra.end());
@@ -58,7 +62,8 @@ class LauncherTest : public ::testing::Test {
     testing::internal::CaptureStdout();
     const int status = app.start(static_cast<int>(argv.size()), argv.data());
     summary_ = testing::internal::GetCapturedStdout();
-    host::setDeviceHooks(nullptr);
+    launcher::setDeviceHooks(nullptr);
+    host::setAppLauncher(nullptr);
     return status;
   }
 
