@@ -133,7 +133,8 @@ void MvSvcWatchDataCollector::_addImageEntry(bundle* message) {
     MVSVC_LOGE("Image message without %s. Skip", missing);
     return;
   }
-  // _readXmlFile counts in an int; a photo it cannot count is left out, not sent empty.
+  // A photo's size is counted in an int, as the design's whole-file reader counts it, and the
+  // chunked encoder keeps that limit: a photo beyond it is left out with an error, not sent empty.
   struct stat info;
   if (stat(filePath, &info) == 0 && S_ISREG(info.st_mode) && info.st_size >= INT32_MAX) {
     MVSVC_LOGE("Photo [%s] is too large to back up (%lld bytes)", fileName,

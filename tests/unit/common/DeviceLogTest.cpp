@@ -13,7 +13,7 @@ MvDeviceLogLine lineWith(const std::string& message) {
   return MvDeviceLogLine{kTime, 'I', "tag", 42, 4243, message};
 }
 
-TEST(LogFormatTest, LinesHaveTheDeviceReadersShapeAndReadBack) {
+TEST(DeviceLogTest, LinesHaveTheDeviceReadersShapeAndReadBack) {
   const std::vector<std::string> written =
       mvFormatDeviceLogLine(lineWith("a (P 1, T 2): b"), false);
   ASSERT_EQ(written.size(), 1u);
@@ -34,7 +34,7 @@ TEST(LogFormatTest, LinesHaveTheDeviceReadersShapeAndReadBack) {
     EXPECT_FALSE(mvParseDeviceLogLine(text, read)) << text;
 }
 
-TEST(LogFormatTest, ColourPassesOnlyToTerminalsAndIsAlwaysReset) {
+TEST(DeviceLogTest, ColourPassesOnlyToTerminalsAndIsAlwaysReset) {
   const std::string green = "\x1b[0;32m", red = "\x1b[0;31m", reset = "\x1b[0;m";
   const struct {
     std::string message;

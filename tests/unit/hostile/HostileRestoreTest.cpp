@@ -47,7 +47,7 @@ struct Device {
   emu::EmulatedWatch watch;
 };
 
-class EmulatedWatchTest : public ::testing::Test {
+class HostileRestoreTest : public ::testing::Test {
  protected:
   void SetUp() override { boot("watch", false); }
   void TearDown() override { finish(); }
@@ -143,7 +143,7 @@ std::vector<std::string> setup(const emu::DeviceProfile& profile) {
 // are empty and one whose settings are large included; the downloaded apps are installed as such,
 // but for one the store no longer knows: the store answers that with a failure and installs
 // nothing.
-TEST_F(EmulatedWatchTest, BackupRestoredOntoABlankWatchMakesTheSameSetup) {
+TEST_F(HostileRestoreTest, BackupRestoredOntoABlankWatchMakesTheSameSetup) {
   boot("sample", true, [](emu::DeviceProfile& profile) {
     profile.faces[1].settings.clear();
     while (profile.faces[2].settings.size() < 1024 * 1024)
@@ -172,7 +172,7 @@ TEST_F(EmulatedWatchTest, BackupRestoredOntoABlankWatchMakesTheSameSetup) {
 
 // The watch face service hands out only regular files inside the device directory; a photo the
 // service cannot count is left out of the backup. Each is named, by the service and the watch.
-TEST_F(EmulatedWatchTest, PhotosOutsideTheDeviceOrTooLargeAreNamedAndNotBackedUp) {
+TEST_F(HostileRestoreTest, PhotosOutsideTheDeviceOrTooLargeAreNamedAndNotBackedUp) {
   const std::string outside = temp_.path() + "/outside-secret";
   ASSERT_TRUE(g_file_set_contents(outside.c_str(), "secret", -1, nullptr));
   std::string dirPath;
@@ -212,7 +212,7 @@ TEST_F(EmulatedWatchTest, PhotosOutsideTheDeviceOrTooLargeAreNamedAndNotBackedUp
 // wrapped, spaced, unpadded, URL-safe, padded twice, or no base64 at all); anything else is
 // refused with its name and writes nothing, inside the directory or out of it, nor through a link,
 // a FIFO or a directory already at its place (a hard link is replaced by a file of its own).
-TEST_F(EmulatedWatchTest, EachImageIsWrittenExactlyOrRefused) {
+TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
   const std::string outside = temp_.path() + "/outside.txt";
   ASSERT_TRUE(g_file_set_contents(outside.c_str(), "keep", -1, nullptr));
   ASSERT_EQ(symlink(outside.c_str(), (trusted_ + "planted.jpg").c_str()), 0);

@@ -70,6 +70,11 @@ const Case kCases[] = {
          kNoRetailMode + "; " + kNoRetailMode},
 };
 
+// ctest lists a case by its name, not by its bytes.
+void PrintTo(const Case& c, std::ostream* os) {
+  *os << c.name;
+}
+
 class MvSvcAppTest : public ::testing::TestWithParam<Case> {
  protected:
   void SetUp() override {
