@@ -143,7 +143,7 @@ TEST_F(LauncherTest, DeadlineEndsARunThatNeverExits) {
   EXPECT_EQ(app.calls, (std::vector<std::string>{"create", "first (none)", "terminate"}));
 }
 
-TEST_F(LauncherTest, RefusedCreateDeliversNothing) {
+TEST_F(LauncherTest, RefusedOrUnlaunchedAppsGetNothing) {
   RecordingApp refused;
   refused.createResult = false;
   testing::internal::CaptureStderr();
@@ -151,6 +151,16 @@ TEST_F(LauncherTest, RefusedCreateDeliversNothing) {
   EXPECT_NE(testing::internal::GetCapturedStderr().find("onCreate returned false"),
             std::string::npos);
   EXPECT_EQ(refused.calls, std::vector<std::string>{"create"});
+
+  // Without a launcher the host cannot run the app: none of its life cycle runs.
+  RecordingApp unlaunched;
+  char name[] = "service";
+  char* argv[] = {name, nullptr};
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(unlaunched.start(1, argv), 1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "service: no launcher is linked into this binary\n");
+  EXPECT_EQ(unlaunched.calls, std::vector<std::string>{});
 }
 
 TEST_F(LauncherTest, WatchdogEndsTheProcessWhenTheAppHangsInANestedLoop) {
