@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "EmuVerbs.h"
+#include "MvWatchLayout.h"
 #include "MvWatchNames.h"
 #include "emu/CloudStore.h"
 #include "emu/DeviceProfile.h"
@@ -93,7 +94,13 @@ void findInterruptedRun(const std::string& dir, std::vector<std::string>& findin
 void findLinkedDirectories(const std::string& dir, std::vector<std::string>& findings) {
   std::vector<std::string> relatives = {"apps", "log"};
   for (const std::string& app : namesIn(dir + "/apps")) {
-    for (const char* inside : {"", "/shared", "/shared/trusted", "/data", "/data/backgrounds"})
+    // Each directory on the way to the app's shared trusted one, and its photo storage.
+    const std::string trusted = mvSharedTrustedDir(app);
+    for (size_t at = trusted.find('/', trusted.find('/') + 1); at != std::string::npos;
+         at = trusted.find('/', at + 1))
+      relatives.push_back(trusted.substr(0, at));
+    relatives.push_back(trusted);
+    for (const char* inside : {"/data", "/data/backgrounds"})
       relatives.push_back("apps/" + app + inside);
   }
   for (const std::string& relative : relatives) {
