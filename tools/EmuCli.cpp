@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "MvCommandLine.h"
+#include "MvJsonText.h"
 #include "emu/DirectoryKind.h"
 #include "emu/StrictJson.h"
-#include "host/JsonText.h"
-#include "host/LaunchOptions.h"
 
 namespace emucli {
 
@@ -81,7 +81,7 @@ gboolean VerbOptions::onOption(const char* name, const char* value, gpointer sel
       case Kind::kValue:
         if ((option.set && *option.set) || option.value->has_value()) {
           g_set_error_literal(error, G_OPTION_ERROR, G_OPTION_ERROR_FAILED,
-                              host::repeatedOption("--" + option.name).c_str());
+                              mvRepeatedOption("--" + option.name).c_str());
           return FALSE;
         }
         if (option.set)
@@ -189,12 +189,12 @@ bool readSetDocument(const emu::CloudStore& store,
 }
 
 void addString(JsonBuilder* builder, const char* member, const std::string& value) {
-  host::addTextMember(builder, member, value);
+  mvAddTextMember(builder, member, value);
 }
 
 void addStringOrNull(JsonBuilder* builder, const char* member, const std::string* value) {
   if (value) {
-    host::addTextMember(builder, member, *value);
+    mvAddTextMember(builder, member, *value);
     return;
   }
   json_builder_set_member_name(builder, member);

@@ -67,13 +67,13 @@ JsonObject* watchItem(const std::string& pkgId,
 JsonNode* buildDocument(const emu::DeviceProfile& profile, std::vector<MvGCharPtr>& photos) {
   JsonObject* root = json_object_new();
   json_object_set_string_member(root, "watch_main_key",
-                                profile.config.at(emu::kIdleClockKey).c_str());
+                                profile.config.at(MV_IDLE_CLOCK_KEY).c_str());
   json_object_set_string_member(root, "watch_sub_key",
-                                profile.config.at(emu::kWatchfaceNameKey).c_str());
+                                profile.config.at(MV_WATCHFACE_NAME_KEY).c_str());
   JsonArray* items = json_array_new();
   for (const emu::FaceEntry& face : profile.faces) {
     json_array_add_object_element(
-        items, watchItem(face.pkgId, MVSVC_WATCHFACE_SERVICE_APP_ID, face.settings));
+        items, watchItem(face.pkgId, MV_WATCHFACE_SERVICE_APP_ID, face.settings));
   }
   for (const emu::WatchAppState& app : profile.watchApps)
     json_array_add_object_element(items, watchItem(app.pkgId, app.appId, app.resultXml));

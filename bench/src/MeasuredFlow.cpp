@@ -4,9 +4,11 @@
 
 #include "CpuTime.h"
 #include "MvSvcApp.h"
+#include "MvWatchNames.h"
 #include "ProcessMemory.h"
 #include "emu/EmulatedWatch.h"
-#include "host/DeviceHooks.h"
+#include "launcher/DeviceHooks.h"
+#include "launcher/Launcher.h"
 
 namespace bench {
 
@@ -49,12 +51,12 @@ void setPhases(Measurement& phases,
 
 // The emulated watch, measured: the peak is reset and the CPU clock read once the watch is
 // loaded, and both are read again when the run is over, before the watch is written back.
-class MeasuredWatch : public host::DeviceHooks {
+class MeasuredWatch : public launcher::DeviceHooks {
  public:
   explicit MeasuredWatch(std::string kind) : kind_(std::move(kind)) {}
 
   bool boot(host::Platform& platform,
-            const host::LaunchOptions& options,
+            const launcher::LaunchOptions& options,
             std::string& error) override {
     if (!watch_.boot(platform, options, error))
       return false;
@@ -66,8 +68,8 @@ class MeasuredWatch : public host::DeviceHooks {
   }
 
   void finish(host::Platform& platform,
-              const host::RunOutcome& outcome,
-              host::RunReport& report) override {
+              const launcher::RunOutcome& outcome,
+              launcher::RunReport& report) override {
     const long peakKb = readResidentMemory().peakKb;
     const double cpuMs = cpuTimeMs() - startCpuMs_;
     if (!outcome.endedBySelf) {
@@ -129,7 +131,9 @@ bool restorePhases(host::Platform& platform, Measurement& phases, std::string& e
 
 int runMeasuredFlow(const std::string& kind, const std::vector<std::string>& launchArgs) {
   MeasuredWatch watch(kind);
-  host::setDeviceHooks(&watch);
+  launcher::Launcher launcher(MV_SERVICE_APP_ID);
+  host::setAppLauncher(&launcher);
+  launcher::setDeviceHooks(&watch);
   std::vector<std::string> args = launchArgs;
   args.insert(args.begin(), "morvik-bench");
   std::vector<char*> argv;
@@ -139,7 +143,8 @@ int runMeasuredFlow(const std::string& kind, const std::vector<std::string>& lau
 
   MvSvcApp app;
   const int status = app.start(static_cast<int>(args.size()), argv.data());
-  host::setDeviceHooks(nullptr);
+  launcher::setDeviceHooks(nullptr);
+  host::setAppLauncher(nullptr);
   if (status != 0 || !watch.measured()) {
     fprintf(stderr, "morvik-bench: the %s %s\n", kind.c_str(),
             watch.error().empty() ? "failed" : watch.error().c_str());

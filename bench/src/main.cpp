@@ -17,10 +17,10 @@
 #include "Floor.h"
 #include "MeasuredFlow.h"
 #include "Measurement.h"
+#include "MvCommandLine.h"
 #include "emu/CloudStore.h"
 #include "emu/SampleWatch.h"
 #include "emu/WatchDiff.h"
-#include "host/LaunchOptions.h"
 
 namespace {
 
@@ -105,7 +105,7 @@ gboolean refuse(GError** error, const std::string& message) {
 gboolean onRuns(const gchar* name, const gchar* value, gpointer data, GError** error) {
   Options& options = *static_cast<Options*>(data);
   if (options.runsGiven)
-    return refuse(error, host::repeatedOption(name));
+    return refuse(error, mvRepeatedOption(name));
   char* end = nullptr;
   const long runs = strtol(value, &end, 10);
   if (end == value || *end != '\0' || runs < 1 || runs > kMaxRuns)
@@ -119,7 +119,7 @@ gboolean onRuns(const gchar* name, const gchar* value, gpointer data, GError** e
 gboolean onWork(const gchar* name, const gchar* value, gpointer data, GError** error) {
   Options& options = *static_cast<Options*>(data);
   if (options.workGiven)
-    return refuse(error, host::repeatedOption(name));
+    return refuse(error, mvRepeatedOption(name));
   if (!*value)
     return refuse(error, std::string(name) + " needs a directory");
   options.workDir = value;

@@ -495,14 +495,14 @@ void BackupDocument::merge(const BackupDocument& later) {
 int BackupDocument::faces() const {
   int count = 0;
   for (const Entry& entry : entries)
-    count += entry.result != kDownloaded && entry.svcId == kWatchfaceServiceAppId;
+    count += entry.result != kDownloaded && entry.svcId == MV_WATCHFACE_SERVICE_APP_ID;
   return count;
 }
 
 int BackupDocument::watchApps() const {
   int count = 0;
   for (const Entry& entry : entries)
-    count += entry.result != kDownloaded && entry.svcId != kWatchfaceServiceAppId;
+    count += entry.result != kDownloaded && entry.svcId != MV_WATCHFACE_SERVICE_APP_ID;
   return count;
 }
 

@@ -8,10 +8,11 @@
 #include <optional>
 
 #include "MvText.h"
+#include "MvWatchNames.h"
 #include "emu/EmuLog.h"
 #include "emu/FaultSwitches.h"
 #include "emu/OutsideText.h"
-#include "host/LaunchOptions.h"
+#include "launcher/LaunchOptions.h"
 
 namespace emu {
 
@@ -24,7 +25,6 @@ namespace {
 const unsigned kAnswerTimeoutMs = 10000;
 // How far a record's date may be from the agent's clock and still count as "now".
 const long long kDateSlackSeconds = 24 * 60 * 60;
-const char* const kRestoredKey = "key";
 
 bool parseDecimal(const std::optional<std::string>& text, long long& value) {
   if (!text || text->empty() || text->size() > 18)
@@ -145,7 +145,7 @@ std::vector<unsigned long long> CloudAgent::sets(bool restored) const {
   return ids;
 }
 
-void CloudAgent::report(host::RunReport& report, const DescribeSet& describeSet) const {
+void CloudAgent::report(launcher::RunReport& report, const DescribeSet& describeSet) const {
   JsonArray* list = json_array_new();
   for (size_t i = 0; i < operations_.size(); ++i) {
     const unsigned launchId = static_cast<unsigned>(i + 1);
@@ -232,11 +232,11 @@ bool CloudAgent::delivered(unsigned launchId) const {
 }
 
 const char* CloudAgent::typeName(const std::string& operation) {
-  if (operation == host::expandOperation("backup"))
+  if (operation == MV_OPERATION_BACKUP)
     return "backup";
-  if (operation == host::expandOperation("info"))
+  if (operation == MV_OPERATION_GET_BACKUP_INFO)
     return "backup information";
-  if (operation == host::expandOperation("restore"))
+  if (operation == MV_OPERATION_RESTORE)
     return "restore";
   return nullptr;
 }
@@ -547,7 +547,7 @@ void CloudAgent::restoreListGiven(Exchange& exchange, const Answer& answer) {
   }
   for (size_t i = 0; i < answer.records.size(); ++i) {
     const CloudRecord& record = answer.records[i];
-    if (record.key != std::optional<std::string>(kRestoredKey) || !isRecentSeconds(record.date) ||
+    if (record.key != std::optional<std::string>(MV_RECORD_KEY) || !isRecentSeconds(record.date) ||
         !sameValue(record, i < answer.valueCrcs.size() ? answer.valueCrcs[i] : std::nullopt,
                    exchange.downloaded[i])) {
       fail(exchange, "record " + std::to_string(i) + " came back with key " + shown(record.key) +

@@ -11,10 +11,10 @@
 #include <cstdio>
 
 #include "MvHandles.h"
+#include "MvJsonText.h"
 #include "emu/OutsideText.h"
 #include "emu/RunJournal.h"
 #include "host/AtomicFile.h"
-#include "host/JsonText.h"
 #include "host/Personality.h"
 
 namespace emu {
@@ -24,7 +24,7 @@ const char* const DeviceProfile::kFileName = "device.json";
 namespace {
 
 // Where a string that is not UTF-8 keeps its exact bytes, as in every JSON output
-// (host/JsonText.h).
+// (MvJsonText.h).
 const char* const kExactSuffix = "_base64";
 
 std::string exactBytes(const char* base64) {
@@ -293,16 +293,16 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_object(builder);
   json_builder_set_member_name(builder, "format");
   json_builder_add_int_value(builder, kFormatVersion);
-  host::addTextMember(builder, "name", name);
-  host::addTextMap(builder, "config", config);
+  mvAddTextMember(builder, "name", name);
+  mvAddTextMap(builder, "config", config);
 
   json_builder_set_member_name(builder, "packages");
   json_builder_begin_array(builder);
   for (const host::PackageInfo& info : packages) {
     json_builder_begin_object(builder);
-    host::addTextMember(builder, "pkgid", info.pkgId);
-    host::addTextMember(builder, "appid", info.appId);
-    host::addTextMember(builder, "component", info.component);
+    mvAddTextMember(builder, "pkgid", info.pkgId);
+    mvAddTextMember(builder, "appid", info.appId);
+    mvAddTextMember(builder, "component", info.component);
     json_builder_set_member_name(builder, "preload");
     json_builder_add_boolean_value(builder, info.preload);
     json_builder_end_object(builder);
@@ -313,8 +313,8 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const FaceEntry& face : faces) {
     json_builder_begin_object(builder);
-    host::addTextMember(builder, "pkgid", face.pkgId);
-    host::addTextMember(builder, "settings", face.settings);
+    mvAddTextMember(builder, "pkgid", face.pkgId);
+    mvAddTextMember(builder, "settings", face.settings);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
@@ -323,9 +323,9 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const BackgroundImage& image : images) {
     json_builder_begin_object(builder);
-    host::addTextMember(builder, "file_name", image.fileName);
-    host::addTextMember(builder, "path", image.path);
-    host::addTextMember(builder, "bg_type", image.bgType);
+    mvAddTextMember(builder, "file_name", image.fileName);
+    mvAddTextMember(builder, "path", image.path);
+    mvAddTextMember(builder, "bg_type", image.bgType);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
@@ -334,9 +334,9 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const WatchAppState& app : watchApps) {
     json_builder_begin_object(builder);
-    host::addTextMember(builder, "appid", app.appId);
-    host::addTextMember(builder, "pkgid", app.pkgId);
-    host::addTextMember(builder, "result_xml", app.resultXml);
+    mvAddTextMember(builder, "appid", app.appId);
+    mvAddTextMember(builder, "pkgid", app.pkgId);
+    mvAddTextMember(builder, "result_xml", app.resultXml);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
@@ -345,17 +345,17 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const CatalogueItem& entry : catalogue) {
     json_builder_begin_object(builder);
-    host::addTextMember(builder, "guid", entry.guid);
-    host::addTextMember(builder, "pkgid", entry.pkgId);
-    host::addTextMember(builder, "appid", entry.appId);
-    host::addTextMember(builder, "component", entry.component);
+    mvAddTextMember(builder, "guid", entry.guid);
+    mvAddTextMember(builder, "pkgid", entry.pkgId);
+    mvAddTextMember(builder, "appid", entry.appId);
+    mvAddTextMember(builder, "component", entry.component);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
 
-  host::addTextMap(builder, "faults", faults);
+  mvAddTextMap(builder, "faults", faults);
   if (!platform.empty())
-    host::addTextMap(builder, "platform", platform);
+    mvAddTextMap(builder, "platform", platform);
   json_builder_end_object(builder);
 
   g_autoptr(JsonNode) root = json_builder_get_root(builder);

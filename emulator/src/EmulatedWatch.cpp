@@ -14,17 +14,17 @@ namespace {
 
 // Only a backup makes a cloud; a restore or an information request needs one that exists,
 // holding the sets it names.
-bool usableCloud(const host::LaunchOptions& options, std::string& error) {
+bool usableCloud(const launcher::LaunchOptions& options, std::string& error) {
   bool makesCloud = false;
   bool readsCloud = false;
-  for (const host::LaunchRequest& request : options.requests) {
-    makesCloud = makesCloud || request.operation == host::expandOperation("backup");
-    readsCloud = readsCloud || request.operation == host::expandOperation("restore") ||
-                 request.operation == host::expandOperation("info");
+  for (const launcher::LaunchRequest& request : options.requests) {
+    makesCloud = makesCloud || request.operation == MV_OPERATION_BACKUP;
+    readsCloud = readsCloud || request.operation == MV_OPERATION_RESTORE ||
+                 request.operation == MV_OPERATION_GET_BACKUP_INFO;
   }
   if (!requireCloud(options.cloudDir, makesCloud || !readsCloud, error))
     return false;
-  for (const host::LaunchRequest& request : options.requests) {
+  for (const launcher::LaunchRequest& request : options.requests) {
     if (request.setId && !g_file_test(CloudStore(options.cloudDir).setPath(*request.setId).c_str(),
                                       G_FILE_TEST_IS_REGULAR)) {
       error = "the cloud '" + options.cloudDir + "' has no set " + std::to_string(*request.setId);
@@ -37,7 +37,7 @@ bool usableCloud(const host::LaunchOptions& options, std::string& error) {
 }  // namespace
 
 bool EmulatedWatch::boot(host::Platform& platform,
-                         const host::LaunchOptions& options,
+                         const launcher::LaunchOptions& options,
                          std::string& error) {
   deviceDir_ = options.deviceDir;
   cloudDir_ = options.cloudDir;
@@ -55,7 +55,7 @@ bool EmulatedWatch::boot(host::Platform& platform,
     platform.packages().install(info);
   journal_ = std::make_shared<RunJournal>(deviceDir_);
   std::vector<std::string> operations;
-  for (const host::LaunchRequest& request : options.requests)
+  for (const launcher::LaunchRequest& request : options.requests)
     operations.push_back(request.operation);
   cloud_ = std::make_unique<CloudAgent>(platform, options.cloudDir, profile_.faults, operations);
   for (size_t i = 0; i < options.requests.size(); ++i) {
@@ -63,19 +63,20 @@ bool EmulatedWatch::boot(host::Platform& platform,
       cloud_->chooseSet(static_cast<unsigned>(i + 1), *options.requests[i].setId);
   }
   bootPeers(platform);
-  platform.config().setObserver([&platform, journal = journal_,
-                                 watchface = watchface_->liveness().token()](
-                                    const std::string& key, const std::string& value) {
-    journal->config(key, value);
-    if (auto* peer = MvLiveness<WatchfaceService>::find(watchface); peer && key == kIdleClockKey)
-      peer->noteIdleClockWritten(platform.record().events().size());
-  });
+  platform.config().setObserver(
+      [&platform, journal = journal_, watchface = watchface_->liveness().token()](
+          const std::string& key, const std::string& value) {
+        journal->config(key, value);
+        if (auto* peer = MvLiveness<WatchfaceService>::find(watchface);
+            peer && key == MV_IDLE_CLOCK_KEY)
+          peer->noteIdleClockWritten(platform.record().events().size());
+      });
   return true;
 }
 
 void EmulatedWatch::finish(host::Platform& platform,
-                           const host::RunOutcome&,
-                           host::RunReport& report) {
+                           const launcher::RunOutcome&,
+                           launcher::RunReport& report) {
   std::vector<StoredSet> stored, restored;
   if (cloud_) {
     // Each set is read once, for the cloud's summary and for the audit alike.
@@ -108,7 +109,7 @@ void EmulatedWatch::finish(host::Platform& platform,
   if (journal_ && journal_->failed(journalError))
     report.failure("watch", "journal: " + journalError);
   journal_.reset();
-  auto idle = profile_.config.find(kIdleClockKey);
+  auto idle = profile_.config.find(MV_IDLE_CLOCK_KEY);
   const std::string idleClock = idle == profile_.config.end() ? "(none)" : idle->second;
   report.line("watch", profile_.name + ", idle clock " + idleClock);
   JsonObject* watch = json_object_new();
@@ -123,7 +124,7 @@ void EmulatedWatch::finish(host::Platform& platform,
 void EmulatedWatch::audit(host::Platform& platform,
                           const std::vector<StoredSet>& stored,
                           const std::vector<StoredSet>& restored,
-                          host::RunReport& report) {
+                          launcher::RunReport& report) {
   const StoreAnswers answers = store_ ? store_->answers() : StoreAnswers();
   auto each = [&](const StoredSet& set, bool isRestore, JsonArray* findings) {
     const std::string area = isRestore ? "restore" : "backup";

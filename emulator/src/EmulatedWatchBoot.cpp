@@ -6,7 +6,7 @@ namespace {
 emu::EmulatedWatch g_watch;
 
 const bool g_registered = [] {
-  host::setDeviceHooks(&g_watch);
+  launcher::setDeviceHooks(&g_watch);
   return true;
 }();
 

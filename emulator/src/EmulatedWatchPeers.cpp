@@ -12,7 +12,7 @@ namespace emu {
 namespace {
 
 // Each install request the store answered, by GUID, and the "installs" JSON member.
-void reportInstalls(const StoreService& store, host::RunReport& report) {
+void reportInstalls(const StoreService& store, launcher::RunReport& report) {
   JsonArray* installs = json_array_new();
   for (const auto& answer : store.answers()) {
     report.line("store", "GUID " + answer.first + ": " +
@@ -48,7 +48,7 @@ void EmulatedWatch::bootPeers(host::Platform& platform) {
 
   watchface_ = std::make_shared<WatchfaceService>(platform, deviceDir_, profile_.faces,
                                                   profile_.images, faults, journal_);
-  platform.registerApp(kWatchfaceServiceAppId, watchface_);
+  platform.registerApp(MV_WATCHFACE_SERVICE_APP_ID, watchface_);
 
   const unsigned lateMs =
       static_cast<unsigned>(strtoul(faultValue(faults, "watchapp-late", "0").c_str(), nullptr, 10));
@@ -66,10 +66,10 @@ void EmulatedWatch::bootPeers(host::Platform& platform) {
   }
   store_ = std::make_shared<StoreService>(platform, profile_.catalogue, faults,
                                           std::move(onFirstStoreRequest), journal_);
-  platform.registerApp(kStoreAppId, store_);
+  platform.registerApp(MV_STORE_APP_ID, store_);
 }
 
-void EmulatedWatch::finishPeers(host::Platform&, host::RunReport& report) {
+void EmulatedWatch::finishPeers(host::Platform&, launcher::RunReport& report) {
   profile_.packages.insert(profile_.packages.end(), withheld_.begin(), withheld_.end());
   if (watchface_) {
     profile_.faces = watchface_->faces();

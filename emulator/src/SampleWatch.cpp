@@ -10,14 +10,7 @@
 
 namespace emu {
 
-const char* const kWatchfaceServiceAppId = "com.talvoro.watchface-service";
-const char* const kWatchfaceAppId = "com.talvoro.watchface";
-const char* const kServiceAppId = "com.talvoro.morvik.service";
-const char* const kStoreAppId = "com.talvoro.vendarosvc";
-
 const char* const kBackgroundDir = "apps/com.talvoro.watchface-service/data/backgrounds";
-const char* const kIdleClockKey = "db/pel/clocks_set_idle";
-const char* const kWatchfaceNameKey = "file/private/com.talvoro.watchface/watchface_name";
 
 namespace {
 
@@ -41,10 +34,10 @@ DeviceProfile platformProfile(const std::string& name,
   DeviceProfile profile;
   profile.name = name;
   profile.packages = {
-      {kWatchfaceServiceAppId, kWatchfaceServiceAppId, "svcapp", true},
-      {kWatchfaceAppId, kWatchfaceAppId, "watchapp", true},
-      {kServiceAppId, kServiceAppId, "svcapp", true},
-      {kStoreAppId, kStoreAppId, "svcapp", true},
+      {MV_WATCHFACE_SERVICE_APP_ID, MV_WATCHFACE_SERVICE_APP_ID, "svcapp", true},
+      {MV_WATCHFACE_APP_ID, MV_WATCHFACE_APP_ID, "watchapp", true},
+      {MV_SERVICE_APP_ID, MV_SERVICE_APP_ID, "svcapp", true},
+      {MV_STORE_APP_ID, MV_STORE_APP_ID, "svcapp", true},
   };
   for (const WatchApp& app : kPreloadedWatchApps) {
     profile.packages.push_back({app.pkgId, app.pkgId, "watchapp", true});
@@ -130,8 +123,8 @@ bool createBlank(const std::string& deviceDir,
   if (!prepareDirectory(deviceDir, error))
     return false;
   DeviceProfile profile = platformProfile("blank", catalogue);
-  profile.config[kIdleClockKey] = kWatchfaceAppId;
-  profile.config[kWatchfaceNameKey] = "com.talvoro.face.classic";
+  profile.config[MV_IDLE_CLOCK_KEY] = MV_WATCHFACE_APP_ID;
+  profile.config[MV_WATCHFACE_NAME_KEY] = "com.talvoro.face.classic";
   return profile.save(deviceDir, error);
 }
 
@@ -141,8 +134,8 @@ bool createSampleWatch(const std::string& deviceDir, std::string& error) {
   if (!prepareDirectory(deviceDir, error))
     return false;
   DeviceProfile profile = platformProfile("sample", sampleCatalogue());
-  profile.config[kIdleClockKey] = kWatchfaceAppId;
-  profile.config[kWatchfaceNameKey] = "com.talvoro.face.aurora";
+  profile.config[MV_IDLE_CLOCK_KEY] = MV_WATCHFACE_APP_ID;
+  profile.config[MV_WATCHFACE_NAME_KEY] = "com.talvoro.face.aurora";
 
   profile.faces = {
       {"com.talvoro.face.aurora",
@@ -200,8 +193,8 @@ bool createHeavyWatch(const std::string& deviceDir, int photoFactor, std::string
   if (!prepareDirectory(deviceDir, error))
     return false;
   DeviceProfile profile = platformProfile("heavy", heavyCatalogue());
-  profile.config[kIdleClockKey] = kWatchfaceAppId;
-  profile.config[kWatchfaceNameKey] = "com.talvoro.face.heavy01";
+  profile.config[MV_IDLE_CLOCK_KEY] = MV_WATCHFACE_APP_ID;
+  profile.config[MV_WATCHFACE_NAME_KEY] = "com.talvoro.face.heavy01";
 
   for (int face = 1; face <= 40; ++face) {
     g_autofree char* pkgId = g_strdup_printf("com.talvoro.face.heavy%02d", face);

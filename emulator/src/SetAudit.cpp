@@ -76,10 +76,11 @@ std::vector<AuditFinding> auditBackup(const DeviceProfile& watch,
                                       const BackupDocument& document,
                                       const host::BoundaryRecord& record) {
   std::vector<AuditFinding> left;
-  const std::string mainKey = config(watch, kIdleClockKey);
+  const std::string mainKey = config(watch, MV_IDLE_CLOCK_KEY);
   if (document.mainKey != mainKey)
     left.push_back({"idle clock", "the backup holds \"" + document.mainKey + "\""});
-  else if (mainKey == kWatchfaceAppId && document.subKey != config(watch, kWatchfaceNameKey))
+  else if (mainKey == MV_WATCHFACE_APP_ID &&
+           document.subKey != config(watch, MV_WATCHFACE_NAME_KEY))
     left.push_back({"idle face", "the backup holds \"" + document.subKey + "\""});
 
   // Indexed once: a watch may have tens of thousands of items.
@@ -101,7 +102,7 @@ std::vector<AuditFinding> auditBackup(const DeviceProfile& watch,
   };
 
   for (const FaceEntry& face : watch.faces) {
-    const BackupDocument::Entry* entry = findEntry(kWatchfaceServiceAppId, face.pkgId);
+    const BackupDocument::Entry* entry = findEntry(MV_WATCHFACE_SERVICE_APP_ID, face.pkgId);
     if (!entry)
       left.push_back({"face " + face.pkgId, "the watch face service's entry is missing"});
     else if (entry->result != face.settings)
@@ -181,7 +182,7 @@ std::vector<AuditFinding> auditRestore(const DeviceProfile& watch,
                          : answer->second == StoreService::kNoReply
                              ? "the store never replied"
                              : "the store answered " + answer->second});
-    } else if (entry.svcId == kWatchfaceServiceAppId) {
+    } else if (entry.svcId == MV_WATCHFACE_SERVICE_APP_ID) {
       if (!holds(faces, entry.pkgId, entry.result))
         missing.push_back(
             {"face " + entry.pkgId,
@@ -205,11 +206,12 @@ std::vector<AuditFinding> auditRestore(const DeviceProfile& watch,
       missing.push_back({"photo " + photo.fileName, "the watch face service did not get it"});
   }
   if (!document.mainKey.empty()) {
-    const bool byFace = document.mainKey == kWatchfaceAppId;
-    if (config(watch, kIdleClockKey) != document.mainKey && !(byFace && document.subKey.empty()))
+    const bool byFace = document.mainKey == MV_WATCHFACE_APP_ID;
+    if (config(watch, MV_IDLE_CLOCK_KEY) != document.mainKey &&
+        !(byFace && document.subKey.empty()))
       missing.push_back({"idle clock", "it was not set to \"" + document.mainKey + "\""});
     else if (byFace && !document.subKey.empty() &&
-             config(watch, kWatchfaceNameKey) != document.subKey)
+             config(watch, MV_WATCHFACE_NAME_KEY) != document.subKey)
       missing.push_back({"idle face", "it was not set to \"" + document.subKey + "\""});
   }
   return missing;

@@ -121,8 +121,8 @@ class Differences {
       : first_(first), second_(second), lines_(lines) {}
 
   void idleClock() {
-    configKey("idle clock", kIdleClockKey);
-    configKey("idle face", kWatchfaceNameKey);
+    configKey("idle clock", MV_IDLE_CLOCK_KEY);
+    configKey("idle face", MV_WATCHFACE_NAME_KEY);
   }
 
   void settings(const char* what,

@@ -21,11 +21,8 @@
 
 namespace emu {
 
-const char* const WatchfaceService::kPort = "watchface-service::localport";
-
 namespace {
 
-const char* const kServicePort = "morvik-service::localport";
 const char* const kUnreadableDir = "apps/com.talvoro.watchface-service/data/unreadable";
 
 bool isPlainName(const std::string& name) {
@@ -65,7 +62,7 @@ void WatchfaceService::onLaunchRequest(app_control_h, std::shared_ptr<host::Pend
 }
 
 void WatchfaceService::onMessage(const std::string& port, const std::string&, bundle* message) {
-  if (port != kPort)
+  if (port != MV_WATCHFACE_SERVICE_PORT)
     return;
   std::string operation, type, notice;
   messageValue(message, "operation", operation);
@@ -258,7 +255,8 @@ void WatchfaceService::changeIdleClock(bundle* message) {
   const auto& events = platform_.record().events();
   for (size_t i = 0; i < events.size(); ++i) {
     const host::BoundaryEvent& event = events[i];
-    if (event.kind != host::BoundaryEvent::Kind::kMessageSent || event.name != kPort)
+    if (event.kind != host::BoundaryEvent::Kind::kMessageSent ||
+        event.name != MV_WATCHFACE_SERVICE_PORT)
       continue;
     for (const auto& entry : event.data) {
       if (entry.first == "type" && entry.second == "watch-idle-changed" && ++seen == nth &&
@@ -271,8 +269,8 @@ void WatchfaceService::changeIdleClock(bundle* message) {
     }
   }
   // Two writes, as on the watch: the platform may refuse either.
-  if (!platform_.writeConfig(kIdleClockKey, kWatchfaceAppId) ||
-      !platform_.writeConfig(kWatchfaceNameKey, pkgId)) {
+  if (!platform_.writeConfig(MV_IDLE_CLOCK_KEY, MV_WATCHFACE_APP_ID) ||
+      !platform_.writeConfig(MV_WATCHFACE_NAME_KEY, pkgId)) {
     host::logError(kLogTagWatchface, "idle clock not set to %s: the configuration refused it",
                    pkgId.c_str());
     return;
@@ -282,7 +280,8 @@ void WatchfaceService::changeIdleClock(bundle* message) {
 }
 
 bool WatchfaceService::sendToService(const host::KeyValues& message, const std::string& what) {
-  const int refused = platform_.sendToApp(kWatchfaceServiceAppId, kPort, kServicePort, message);
+  const int refused = platform_.sendToApp(MV_WATCHFACE_SERVICE_APP_ID, MV_WATCHFACE_SERVICE_PORT,
+                                          MV_SERVICE_PORT, message);
   if (refused != 0)
     host::logError(kLogTagWatchface, "%s not sent: the message port refused it (error %d)",
                    what.c_str(), refused);

@@ -9,11 +9,11 @@
 #include "MvHandles.h"
 #include "MvSvcCloudSteps.h"
 #include "MvSvcLog.h"
+#include "MvWatchNames.h"
 
 namespace {
 
 const char* const kRecordFileName = "backup.dat";
-const char* const kRecordKey = "key";
 // The watch formats the record file's path into a buffer of this size.
 const size_t kRecordPathBufferSize = 128;
 
@@ -63,7 +63,7 @@ bool BackupModel::run(const char* operation) {
   } else if ((ret = talvoro_cloud_backup_record_set_sending_keys_and_dates_cb(
                   _backupSetKeysDatesCb, _liveness.token())) != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_backup_record_set_sending_keys_and_dates_cb failed.(%d)", ret);
-  } else if (operation && strcmp(operation, MVSVC_OPERATION_BACKUP) == 0 &&
+  } else if (operation && strcmp(operation, MV_OPERATION_BACKUP) == 0 &&
              (ret = talvoro_cloud_backup_record_set_backup_cb(
                   _backupRecordCb, _liveness.token())) != TALVORO_CLOUD_ERROR_NONE) {
     MVSVC_LOGE("talvoro_cloud_backup_record_set_backup_cb failed.(%d)", ret);
@@ -143,7 +143,7 @@ void BackupModel::_backupSetKeysDatesCb(void* userData) {
     char date[128] = {0};
     snprintf(date, sizeof(date), "%llu",
              static_cast<unsigned long long>(model->_getCurrentDeviceMilliSecTime()));
-    if ((ret = talvoro_cloud_record_set_key(record.get(), kRecordKey)) !=
+    if ((ret = talvoro_cloud_record_set_key(record.get(), MV_RECORD_KEY)) !=
         TALVORO_CLOUD_ERROR_NONE) {
       MVSVC_LOGE("talvoro_cloud_record_set_key failed.(%d)", ret);
       success = false;
@@ -157,7 +157,7 @@ void BackupModel::_backupSetKeysDatesCb(void* userData) {
       success = false;
     } else {
       record.release();
-      MVSVC_LOGI("Setting key and date for cloud upload [key=%s, date=%s]", kRecordKey, date);
+      MVSVC_LOGI("Setting key and date for cloud upload [key=%s, date=%s]", MV_RECORD_KEY, date);
     }
   }
 

@@ -38,6 +38,8 @@ class BackupModel {
  private:
   void _init();
   void _fini();
+  // Kept by the design, though no step of the backup calls it: the record file stays in the
+  // shared trusted directory after the backup.
   void _removeFile();
   uint64_t _getCurrentDeviceMilliSecTime();
 

@@ -10,6 +10,7 @@
 #include "MvSvcLog.h"
 #include "MvSvcRestoreModel.h"
 #include "MvSvcWatchDataCollector.h"
+#include "MvWatchNames.h"
 
 namespace {
 
@@ -53,17 +54,17 @@ void MvSvcApp::onAppControl(app_control_h request, bool) {
   app_control_get_operation(request, &text);
   MvCharPtr operation(text);
   if (operation) {
-    if (strcmp(operation.get(), MVSVC_OPERATION_BACKUP) == 0) {
+    if (strcmp(operation.get(), MV_OPERATION_BACKUP) == 0) {
       _startCollection(request);
       return;
     }
-    if (strcmp(operation.get(), MVSVC_OPERATION_RESTORE) == 0) {
+    if (strcmp(operation.get(), MV_OPERATION_RESTORE) == 0) {
       _startRestore(request);
       return;
     }
     // Its own clone, so that a backup request's stays untouched and each is answered once.
-    if (strcmp(operation.get(), MVSVC_OPERATION_GET_BACKUP_INFO) == 0)
-      _startBackup(MVSVC_OPERATION_GET_BACKUP_INFO, cloneRequest(request, MVSVC_HERE));
+    if (strcmp(operation.get(), MV_OPERATION_GET_BACKUP_INFO) == 0)
+      _startBackup(MV_OPERATION_GET_BACKUP_INFO, cloneRequest(request, MVSVC_HERE));
   }
 
   char* retailMode = nullptr;
@@ -99,7 +100,7 @@ void MvSvcApp::_onCollectCompleted(bool success) {
     // The collector goes next: its lists are handed on, not copied.
     _resultDataList = std::move(_collector->getResultDataList());
     _imageDataList = std::move(_collector->getImageDataList());
-    _startBackup(MVSVC_OPERATION_BACKUP, std::move(_request));
+    _startBackup(MV_OPERATION_BACKUP, std::move(_request));
   }
   _collector.reset();
 }

@@ -8,11 +8,9 @@
 #include "MvHandles.h"
 #include "MvSvcJsonBuilder.h"
 #include "MvSvcLog.h"
+#include "MvWatchNames.h"
 
 namespace {
-
-const char* const kWatchMainKey = "db/pel/clocks_set_idle";
-const char* const kWatchSubKey = "file/private/com.talvoro.watchface/watchface_name";
 
 // The key's value, or "" when it cannot be read.
 std::string readConfig(const char* key) {
@@ -52,10 +50,10 @@ void MvSvcBackupModel::lendJsonText(unsigned int index,
 void MvSvcBackupModel::getJsonStr(unsigned int, const std::function<void(const char* text)>& use) {
   std::unique_ptr<MvSvcJsonBuilder> builder(new MvSvcJsonBuilder());
 
-  std::string mainKey = readConfig(kWatchMainKey);
+  std::string mainKey = readConfig(MV_IDLE_CLOCK_KEY);
   if (mainKey.empty())
     MVSVC_LOGE("Failed to get watch main vconf key");
-  std::string subKey = readConfig(kWatchSubKey);
+  std::string subKey = readConfig(MV_WATCHFACE_NAME_KEY);
   if (subKey.empty())
     MVSVC_LOGE("Failed to get watch sub key");
 

@@ -8,13 +8,7 @@
 #include "MvSvcJsonParser.h"
 #include "MvSvcLog.h"
 #include "MvSvcWatchDataTransferer.h"
-
-namespace {
-
-const char* const kRecordKey = "key";
-const char* const kWatchMainKey = "db/pel/clocks_set_idle";
-
-}  // namespace
+#include "MvWatchNames.h"
 
 MvSvcRestoreModel::MvSvcRestoreModel(app_control_h request) : RestoreModel(request) {}
 
@@ -24,7 +18,7 @@ std::string MvSvcRestoreModel::restoreRecord(int, const char* value) {
   // A record without a readable value has nothing to restore.
   if (!value) {
     MVSVC_LOGE("Restored record has no value");
-    return kRecordKey;
+    return MV_RECORD_KEY;
   }
 
   // Parsed where the library holds it: a copy of the document would be alive beside the tree.
@@ -37,7 +31,7 @@ std::string MvSvcRestoreModel::restoreRecord(int, const char* value) {
   parser.reset();
 
   doRestore();
-  return kRecordKey;
+  return MV_RECORD_KEY;
 }
 
 void MvSvcRestoreModel::doRestore() {
@@ -49,12 +43,12 @@ void MvSvcRestoreModel::doRestore() {
       MVSVC_LOGE("Restore failed. Do not write watch main and sub key");
     } else if (_mainKey.empty()) {
       MVSVC_LOGE("Restored mainkey string is nullptr");
-    } else if (_mainKey == MVSVC_WATCHFACE_APP_ID) {
+    } else if (_mainKey == MV_WATCHFACE_APP_ID) {
       if (_subKey.empty())
         MVSVC_LOGE("Restored subkey string is nullptr");
       else if (done)
         done->sendWatchIdleChangeMessage(_subKey.c_str());
-    } else if (vconf_set_str(kWatchMainKey, _mainKey.c_str()) != 0) {
+    } else if (vconf_set_str(MV_IDLE_CLOCK_KEY, _mainKey.c_str()) != 0) {
       MVSVC_LOGE("Failed to write main vconf key");
     }
     // Its last act was to call this: it goes now.

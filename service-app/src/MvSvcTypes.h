@@ -4,6 +4,8 @@
 #include <functional>
 #include <string>
 
+#include "MvWatchNames.h"
+
 // One watch face or watch app entry of a backup.
 struct WatchResultData {
   std::string pkgId;   // JSON "pkgid"
@@ -20,16 +22,5 @@ struct WatchImageData {
 
 // Completion of a flow object: (success, the reporting object).
 using MvSvcCompletionCb = std::function<void(bool success, void* userData)>;
-
-#define MVSVC_WATCHFACE_SERVICE_APP_ID "com.talvoro.watchface-service"
-#define MVSVC_WATCHFACE_APP_ID "com.talvoro.watchface"
-#define MVSVC_SERVICE_APP_ID "com.talvoro.morvik.service"
-#define MVSVC_STORE_APP_ID "com.talvoro.vendarosvc"
-
-#define MVSVC_OPERATION_PREFIX "http://talvoro.com"
-#define MVSVC_OPERATION_BACKUP MVSVC_OPERATION_PREFIX "/appcontrol/operation/talvoro_cloud/backup"
-#define MVSVC_OPERATION_RESTORE MVSVC_OPERATION_PREFIX "/appcontrol/operation/talvoro_cloud/restore"
-#define MVSVC_OPERATION_GET_BACKUP_INFO \
-  MVSVC_OPERATION_PREFIX "/appcontrol/operation/talvoro_cloud/get_backup_info"
 
 #endif

@@ -17,11 +17,10 @@
 #include "MvHandles.h"
 #include "MvSvcLog.h"
 #include "MvSvcWatchAppList.h"
+#include "MvWatchNames.h"
 
 namespace {
 
-const char* const kLocalPort = "morvik-service::localport";
-const char* const kRemotePort = "watchface-service::localport";
 const char* const kWatchListRwDir =
     "/opt/usr/home/owner/apps_rw/com.talvoro.watchface/shared/data/watchlist";
 const char* const kWatchListRoDir = "/usr/apps/com.talvoro.watchface/shared/res/watchlist";
@@ -66,7 +65,7 @@ void MvSvcWatchDataCollector::run() {
     MVSVC_LOGE("Failed to create bundle");
   } else {
     bundle_add_str(message.get(), "operation", "talvoro_cloud_backup");
-    if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort,
+    if (message_port_send_trusted_message(MV_WATCHFACE_SERVICE_APP_ID, MV_WATCHFACE_SERVICE_PORT,
                                           message.get()) != MESSAGE_PORT_ERROR_NONE)
       MVSVC_LOGE("Failed to send message port message");
     else
@@ -81,7 +80,7 @@ void MvSvcWatchDataCollector::run() {
 
 // Carries `this`: a registration undone in the destructor.
 int MvSvcWatchDataCollector::_registerMessagePort() {
-  return message_port_register_trusted_local_port(kLocalPort, _watchDataMessageCb, this);
+  return message_port_register_trusted_local_port(MV_SERVICE_PORT, _watchDataMessageCb, this);
 }
 
 void MvSvcWatchDataCollector::_watchDataMessageCb(int,
@@ -120,7 +119,7 @@ void MvSvcWatchDataCollector::_addWatchEntry(bundle* message) {
     MVSVC_LOGE("Watch message without %s. Skip", missing);
     return;
   }
-  _resultDataList.push_back({pkgId, MVSVC_WATCHFACE_SERVICE_APP_ID, resultXml});
+  _resultDataList.push_back({pkgId, MV_WATCHFACE_SERVICE_APP_ID, resultXml});
 }
 
 void MvSvcWatchDataCollector::_addImageEntry(bundle* message) {
@@ -135,7 +134,8 @@ void MvSvcWatchDataCollector::_addImageEntry(bundle* message) {
     MVSVC_LOGE("Image message without %s. Skip", missing);
     return;
   }
-  // _readXmlFile counts in an int; a photo it cannot count is left out, not sent empty.
+  // A photo's size is counted in an int, as the design's whole-file reader counts it, and the
+  // chunked encoder keeps that limit: a photo beyond it is left out with an error, not sent empty.
   struct stat info;
   if (stat(filePath, &info) == 0 && S_ISREG(info.st_mode) && info.st_size >= INT32_MAX) {
     MVSVC_LOGE("Photo [%s] is too large to back up (%lld bytes)", fileName,
@@ -256,7 +256,7 @@ void MvSvcWatchDataCollector::_directGetResultXml(const char* pkgId) {
     MVSVC_LOGE("Failed to read %s", path.c_str());
     return;
   }
-  _resultDataList.push_back({pkgId, MVSVC_WATCHFACE_SERVICE_APP_ID, buffer.get()});
+  _resultDataList.push_back({pkgId, MV_WATCHFACE_SERVICE_APP_ID, buffer.get()});
 }
 
 gboolean MvSvcWatchDataCollector::_backupFinishedTimeoutCb(gpointer data) {

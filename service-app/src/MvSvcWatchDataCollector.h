@@ -45,12 +45,16 @@ class MvSvcWatchDataCollector {
   void _sendBackupRequestAppCtrl(const char* pkgId, const char* svcId);
   void _get3rdWatchAppPackageInfo();
   static int _foreach_pkginfo_app_list_cb(const pkgmgrinfo_appinfo_h handle, void* userData);
+  // The direct reads: a watch face's result document from the watch face app's own files, and a
+  // photo as one buffer. The design keeps them though run() reaches none of them; the backup
+  // takes documents from the messages and photos a chunk at a time (below).
   char* _readXmlFile(const char* path, int* size);
   // Newly allocated (g_free); "" for an unreadable or empty file.
   char* _encodeImageToBase64(const char* path);
   // The same text into `text`, read and encoded a chunk at a time, so that neither the whole
   // file nor a second copy of the text is held beside it.
   void _encodeImageToBase64(const char* path, std::string& text);
+  // One of the direct reads above.
   void _directGetResultXml(const char* pkgId);
 
   void _addWatchEntry(bundle* message);

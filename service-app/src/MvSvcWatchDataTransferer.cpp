@@ -17,11 +17,10 @@
 #include "MvSvcLog.h"
 #include "MvSvcTrustedPath.h"
 #include "MvSvcWatchAppList.h"
+#include "MvWatchNames.h"
 
 namespace {
 
-const char* const kLocalPort = "morvik-service::localport";
-const char* const kRemotePort = "watchface-service::localport";
 const char* const kOperationRestore = "talvoro_cloud_restore";
 
 // A name that stays inside the directory it is joined to.
@@ -75,7 +74,7 @@ void MvSvcWatchDataTransferer::run() {
     MVSVC_LOGE("Result restore list is empty");
   } else {
     for (WatchResultData& entry : _resultRestoreList) {
-      if (entry.svcId == MVSVC_WATCHFACE_SERVICE_APP_ID)
+      if (entry.svcId == MV_WATCHFACE_SERVICE_APP_ID)
         _sendRestoreRequestMessagePort(entry);
       else
         _sendRestoreRequestAppCtrl(entry);
@@ -107,7 +106,7 @@ void MvSvcWatchDataTransferer::sendWatchIdleChangeMessage(const char* pkgId) {
 
 // Carries `this`: a registration undone in the destructor.
 int MvSvcWatchDataTransferer::_registerMessagePort() {
-  return message_port_register_trusted_local_port(kLocalPort, _watchDataMessageCb, this);
+  return message_port_register_trusted_local_port(MV_SERVICE_PORT, _watchDataMessageCb, this);
 }
 
 void MvSvcWatchDataTransferer::_watchDataMessageCb(int,
@@ -156,8 +155,8 @@ int MvSvcWatchDataTransferer::_foreach_pkginfo_app_list_cb(const pkgmgrinfo_appi
 }
 
 void MvSvcWatchDataTransferer::_sendPrepareInstallRequest() {
-  MvSvcAppCtrlModel* request = _pendingModels.add(std::make_unique<MvSvcAppCtrlModel>(
-      MVSVC_STORE_APP_ID, MVSVC_STORE_APP_ID, _storeReplyTimeoutMs));
+  MvSvcAppCtrlModel* request = _pendingModels.add(
+      std::make_unique<MvSvcAppCtrlModel>(MV_STORE_APP_ID, MV_STORE_APP_ID, _storeReplyTimeoutMs));
   request->setOnAppCtrlRequestReplyCb([this](bool, void* data) { _pendingModels.release(data); });
   request->requestPrepareInstall();
 }
@@ -169,7 +168,7 @@ void MvSvcWatchDataTransferer::_sendWatchInstallRequest(WatchResultData& entry) 
     return;
   }
   MvSvcAppCtrlModel* request = _pendingModels.add(std::make_unique<MvSvcAppCtrlModel>(
-      entry.pkgId.c_str(), MVSVC_STORE_APP_ID, _storeReplyTimeoutMs));
+      entry.pkgId.c_str(), MV_STORE_APP_ID, _storeReplyTimeoutMs));
   request->setOnAppCtrlRequestReplyCb([this](bool, void* data) { _pendingModels.release(data); });
   request->requestWatchInstall();
 }
@@ -187,7 +186,7 @@ void MvSvcWatchDataTransferer::_sendRestoreRequestAppCtrl(WatchResultData& entry
 
 bool MvSvcWatchDataTransferer::_decodeBase64ToImage(WatchImageData& image, std::string& filePath) {
   char* path = nullptr;
-  const int found = app_manager_get_shared_trusted_path(MVSVC_SERVICE_APP_ID, &path);
+  const int found = app_manager_get_shared_trusted_path(MV_SERVICE_APP_ID, &path);
   MvCharPtr trusted(path);
   if (found != APP_MANAGER_ERROR_NONE || !trusted) {
     MVSVC_LOGE("app_manager_get_shared_trusted_path() failed!");
@@ -275,7 +274,7 @@ void MvSvcWatchDataTransferer::_sendMessage(
   }
   for (const auto& entry : entries)
     bundle_add_str(message.get(), entry.first, entry.second);
-  if (message_port_send_trusted_message(MVSVC_WATCHFACE_SERVICE_APP_ID, kRemotePort,
+  if (message_port_send_trusted_message(MV_WATCHFACE_SERVICE_APP_ID, MV_WATCHFACE_SERVICE_PORT,
                                         message.get()) != MESSAGE_PORT_ERROR_NONE)
     MVSVC_LOGE_AT(caller, "Failed to send message port message");
 }

@@ -31,6 +31,7 @@ class RestoreModel {
  private:
   void _init();
   void _fini();
+  // Kept by the design, though no step of the restore calls it: the record file stays in place.
   void _removeFile();
 
   static void _restorePreparedCb(void* userData);

@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
+#include "MvDeviceLog.h"
 #include "MvHandles.h"
 #include "MvJsonNesting.h"
 #include "ProcessRun.h"
-#include "host/LogFormat.h"
 
 namespace {
 
@@ -116,10 +116,10 @@ TEST_F(CliTest, TheLogReaderFiltersAsTheDevicesDoesAndFollowsNewRuns) {
   ASSERT_EQ(service(device_, noExtra).status, 3);
   const std::vector<std::string> all = linesOf(morvik_test::runEmu({"log", device_}).out);
   size_t ofService = 0;
-  host::DeviceLogLine marker, line;
+  MvDeviceLogLine marker, line;
   for (const std::string& text : all)
-    ofService += host::parseDeviceLogLine(text, line) && line.tag == "morvik-service";
-  ASSERT_TRUE(host::parseDeviceLogLine(all[0], marker));
+    ofService += mvParseDeviceLogLine(text, line) && line.tag == "morvik-service";
+  ASSERT_TRUE(mvParseDeviceLogLine(all[0], marker));
   ASSERT_GT(all.size(), ofService + 2);
   auto shown = [&](std::vector<std::string> args) {
     args.insert(args.begin(), {"log", device_});

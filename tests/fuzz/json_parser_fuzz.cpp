@@ -28,7 +28,7 @@ void abortOnGlibWarning(const gchar* domain,
 }
 
 host::Platform& platform() {
-  static host::Platform instance("", MVSVC_SERVICE_APP_ID);
+  static host::Platform instance("", MV_SERVICE_APP_ID);
   static bool configured = false;
   if (!configured) {
     instance.log().setEchoToStderr(false);

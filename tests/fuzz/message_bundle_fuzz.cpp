@@ -19,7 +19,7 @@ namespace {
 const char* const kLocalPort = "morvik-service::localport";
 
 struct World {
-  World() : platform("", MVSVC_SERVICE_APP_ID) {
+  World() : platform("", MV_SERVICE_APP_ID) {
     platform.log().setEchoToStderr(false);
     imagePath = scratch.path() + "/image.bin";
     g_file_set_contents(imagePath.c_str(), "\x89PNG\r\n", 6, nullptr);
@@ -55,7 +55,7 @@ host::KeyValues parseEntries(const std::string& text, const std::string& imagePa
 }
 
 void deliver(World& w, const host::KeyValues& entries) {
-  w.platform.sendToApp(MVSVC_WATCHFACE_SERVICE_APP_ID, "watchface-service::localport", kLocalPort,
+  w.platform.sendToApp(MV_WATCHFACE_SERVICE_APP_ID, "watchface-service::localport", kLocalPort,
                        entries);
   while (g_main_context_iteration(nullptr, FALSE)) {
   }

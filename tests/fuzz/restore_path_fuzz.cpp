@@ -32,15 +32,15 @@ struct World {
     return device;
   }
 
-  World() : device(makeDevice(scratch)), platform(device, MVSVC_SERVICE_APP_ID) {
+  World() : device(makeDevice(scratch)), platform(device, MV_SERVICE_APP_ID) {
     platform.log().setEchoToStderr(false);
-    host::LaunchOptions options;
+    launcher::LaunchOptions options;
     options.deviceDir = device;
     options.cloudDir = device + "/cloud";
     std::string error;
     if (!watch.boot(platform, options, error))
       abort();
-    trusted = platform.sharedTrustedPath(MVSVC_SERVICE_APP_ID);
+    trusted = platform.sharedTrustedPath(MV_SERVICE_APP_ID);
   }
 
   ScratchDir scratch;

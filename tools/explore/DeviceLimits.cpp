@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "MvWatchLayout.h"
 #include "emu/SampleWatch.h"
 
 namespace explore {
@@ -54,11 +55,11 @@ bool launchRejected(const std::string& value,
   for (const host::PackageInfo& info : watch.packages) {
     if (info.appId == appId)
       target = &info;
-    if (info.appId == emu::kServiceAppId)
+    if (info.appId == MV_SERVICE_APP_ID)
       self = &info;
   }
   return target && target->component == "svcapp" &&
-         target->pkgId != (self ? self->pkgId : std::string(emu::kServiceAppId));
+         target->pkgId != (self ? self->pkgId : std::string(MV_SERVICE_APP_ID));
 }
 
 // trusted-path-slash: either value: the service adds the '/' a trusted path may lack, so its
@@ -71,7 +72,7 @@ std::string restoredPhotoPath(const std::string&,
                               const std::string& deviceDir,
                               const std::string& fileName) {
   g_autofree char* trusted =
-      g_build_filename(deviceDir.c_str(), "apps", emu::kServiceAppId, "shared", "trusted", nullptr);
+      g_build_filename(deviceDir.c_str(), mvSharedTrustedDir(MV_SERVICE_APP_ID).c_str(), nullptr);
   return std::string(trusted) + "/" + fileName;
 }
 
@@ -179,10 +180,10 @@ ItemLosses DeviceLimits::restoreLosses(const emu::BackupDocument& set,
   for (const emu::BackupDocument::Entry& entry : set.entries) {
     if (entry.result == kDownloaded) {
       if (!installed(watch, entry.pkgId) &&
-          launchRejected(otherPackageService_, watch, emu::kStoreAppId))
+          launchRejected(otherPackageService_, watch, MV_STORE_APP_ID))
         lost.push_back({"app " + appIdOf(watch, entry.pkgId),
                         "the store got no install request for it", kLaunchRule});
-    } else if (entry.svcId == emu::kWatchfaceServiceAppId) {
+    } else if (entry.svcId == MV_WATCHFACE_SERVICE_APP_ID) {
       if (!holdsFace(watch, entry) &&
           overTheMessageLimit(messageBytes_, {{"operation", "talvoro_cloud_restore"},
                                               {"type", "watch"},
@@ -208,14 +209,14 @@ ItemLosses DeviceLimits::restoreLosses(const emu::BackupDocument& set,
   }
   // The idle clock: the service writes a main key of its own, or sends the watch face's to the
   // watch face service, which writes it and then the sub key.
-  const std::string idle = configOf(watch, emu::kIdleClockKey);
-  const std::string face = configOf(watch, emu::kWatchfaceNameKey);
+  const std::string idle = configOf(watch, MV_IDLE_CLOCK_KEY);
+  const std::string face = configOf(watch, MV_WATCHFACE_NAME_KEY);
   auto notSet = [&](const char* item, const std::string& value, const char* rule) {
     lost.push_back({item, "it was not set to \"" + value + "\"", rule});
   };
   if (set.mainKey.empty())
     return lost;
-  if (set.mainKey != emu::kWatchfaceAppId) {
+  if (set.mainKey != MV_WATCHFACE_APP_ID) {
     if (idle != set.mainKey && overTheVconfLimit(vconfValueBytes_, set.mainKey))
       notSet("idle clock", set.mainKey, kVconfRule);
   } else if (!set.subKey.empty()) {

@@ -119,7 +119,7 @@ bool itemsBefore(const std::string& device, RunItems& items, std::string& error)
 // shared directory holds.
 void itemsAfter(const std::string& cloudDir, RunItems& items) {
   g_autofree char* shared =
-      g_build_filename(items.deviceDir.c_str(), "apps", emu::kServiceAppId, "shared", nullptr);
+      g_build_filename(items.deviceDir.c_str(), "apps", MV_SERVICE_APP_ID, "shared", nullptr);
   g_autoptr(GDir) listing = g_dir_open(shared, 0, nullptr);
   while (const char* name = listing ? g_dir_read_name(listing) : nullptr)
     items.serviceShared.push_back(name);
@@ -184,7 +184,7 @@ bool Explorer::cleanBackup(const std::string& dir,
     emu::DeviceProfile profile;
     if (!profile.load(watch, error))
       return false;
-    profile.config[emu::kIdleClockKey] = kLongIdleClock;
+    profile.config[MV_IDLE_CLOCK_KEY] = kLongIdleClock;
     profile.platform["vconf-value-limit"] = "off";
     if (!profile.save(watch, error))
       return false;

@@ -10,7 +10,7 @@
 
 #include "DeviceLimits.h"
 #include "ResultJson.h"
-#include "host/Personality.h"
+#include "emu/PlatformSwitches.h"
 
 namespace explore {
 
@@ -644,7 +644,7 @@ const std::vector<PlatformRule>& platformRules() {
 
 Violations judgeRun(const Scenario& scenario, JsonObject* result, const RunItems& items) {
   Violations violations;
-  for (const host::PersonalitySwitch& entry : host::personalitySwitches()) {
+  for (const emu::PlatformSwitch& entry : emu::platformSwitches()) {
     bool ruled = false;
     for (const PlatformRule& rule : platformRules())
       ruled = ruled || entry.name == std::string(rule.switchName);

@@ -2,7 +2,7 @@
 
 #include <glib.h>
 
-#include "host/Personality.h"
+#include "emu/PlatformSwitches.h"
 
 namespace explore {
 
@@ -99,7 +99,7 @@ std::string Scenario::describe() const {
 
 std::string Scenario::describePlatform() const {
   std::string text;
-  for (const host::PersonalitySwitch& entry : host::personalitySwitches())
+  for (const emu::PlatformSwitch& entry : emu::platformSwitches())
     text += (text.empty() ? "" : " ") + std::string(entry.name) + "=" + platformValue(entry.name);
   return text;
 }
@@ -108,7 +108,7 @@ std::string Scenario::platformValue(const std::string& name) const {
   auto set = platform.find(name);
   if (set != platform.end())
     return set->second;
-  for (const host::PersonalitySwitch& entry : host::personalitySwitches()) {
+  for (const emu::PlatformSwitch& entry : emu::platformSwitches()) {
     if (name == entry.name)
       return entry.fallback;
   }
@@ -173,7 +173,7 @@ Scenario scenarioForSeed(uint64_t seed) {
   }
   Draw platformDraw(seed, 0xA17F0C3D92E4B685ull);
   Draw sizeDraw(seed, 0x3E6B1D0F5A2C7948ull);
-  for (const host::PersonalitySwitch& entry : host::personalitySwitches()) {
+  for (const emu::PlatformSwitch& entry : emu::platformSwitches()) {
     scenario.platform[entry.name] =
         entry.choices.empty()
             ? drawnByteLimit(entry.name, !platformDraw.chance(50), sizeDraw)

@@ -27,7 +27,7 @@ struct Scenario {
   bool longIdleClock = false;
   std::vector<ScenarioRequest> requests;
   std::map<std::string, std::string> faults;
-  // The platform's personality, by switch (host::personalitySwitches()); a switch left out
+  // The platform's personality, by switch (emu::platformSwitches()); a switch left out
   // takes its fallback.
   std::map<std::string, std::string> platform;
   double deadlineSeconds = 900;  // simulated

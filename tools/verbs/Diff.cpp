@@ -3,9 +3,9 @@
 #include <vector>
 
 #include "EmuVerbs.h"
+#include "MvJsonText.h"
 #include "emu/DirectoryKind.h"
 #include "emu/WatchDiff.h"
-#include "host/JsonText.h"
 
 namespace emucli {
 
@@ -20,7 +20,7 @@ int printJsonDiff(const std::vector<std::string>& dirs,
                   const std::vector<emu::WatchDifference>& differences) {
   g_autoptr(JsonBuilder) builder = json_builder_new();
   json_builder_begin_object(builder);
-  host::addTextArray(builder, "watches", dirs);
+  mvAddTextArray(builder, "watches", dirs);
   json_builder_set_member_name(builder, "same");
   json_builder_add_boolean_value(builder, differences.empty());
   json_builder_set_member_name(builder, "differences");

@@ -9,13 +9,15 @@
 #include <vector>
 
 #include "EmuVerbs.h"
+#include "MvWatchLayout.h"
+#include "MvWatchNames.h"
 #include "emu/CloudStore.h"
 #include "emu/DeviceProfile.h"
 #include "emu/DirectoryKind.h"
 #include "emu/RunJournal.h"
 #include "emu/SampleWatch.h"
 #include "emu/StrictJson.h"
-#include "host/DeviceAdmission.h"
+#include "launcher/DeviceAdmission.h"
 
 namespace emucli {
 
@@ -76,7 +78,7 @@ void findInterruptedRun(const std::string& dir, std::vector<std::string>& findin
     findings.push_back("interrupted run: its journal cannot be read: " + error);
     return;
   }
-  host::DeviceLock lock;
+  launcher::DeviceLock lock;
   if (!lock.acquire(dir, error)) {
     findings.push_back("a run is under way: it has applied " + contents.describe() + " so far");
     return;
@@ -92,7 +94,13 @@ void findInterruptedRun(const std::string& dir, std::vector<std::string>& findin
 void findLinkedDirectories(const std::string& dir, std::vector<std::string>& findings) {
   std::vector<std::string> relatives = {"apps", "log"};
   for (const std::string& app : namesIn(dir + "/apps")) {
-    for (const char* inside : {"", "/shared", "/shared/trusted", "/data", "/data/backgrounds"})
+    // Each directory on the way to the app's shared trusted one, and its photo storage.
+    const std::string trusted = mvSharedTrustedDir(app);
+    for (size_t at = trusted.find('/', trusted.find('/') + 1); at != std::string::npos;
+         at = trusted.find('/', at + 1))
+      relatives.push_back(trusted.substr(0, at));
+    relatives.push_back(trusted);
+    for (const char* inside : {"/data", "/data/backgrounds"})
       relatives.push_back("apps/" + app + inside);
   }
   for (const std::string& relative : relatives) {
@@ -205,7 +213,7 @@ int runDoctor(const Verb& verb, int argc, char** argv) {
   std::vector<std::string> findings;
   size_t sets = 0;
   std::string tooLong;
-  if (watch && !host::fitsWatchBuffers(dir, tooLong))
+  if (watch && !launcher::fitsWatchBuffers(dir, MV_SERVICE_APP_ID, tooLong))
     findings.push_back(tooLong);
   if (watch)
     checkWatch(dir, findings);

@@ -15,9 +15,10 @@
 #include <vector>
 
 #include "EmuVerbs.h"
+#include "MvWatchNames.h"
 #include "explore/Explorer.h"
 #include "explore/Invariants.h"
-#include "host/DeviceAdmission.h"
+#include "launcher/DeviceAdmission.h"
 
 namespace emucli {
 
@@ -64,7 +65,7 @@ bool fitsEveryRun(const std::string& workDir,
     highestSeed = std::max<guint64>(highestSeed, run.seed);
   g_autofree char* deepest = g_build_filename(
       workDir.c_str(), ("seed-" + std::to_string(highestSeed)).c_str(), "watch", nullptr);
-  return host::fitsWatchBuffers(deepest, error);
+  return launcher::fitsWatchBuffers(deepest, MV_SERVICE_APP_ID, error);
 }
 
 // A command that reproduces `scenario` with the same service binary: through scripts/explore

@@ -6,7 +6,7 @@
 #include "emu/DeviceProfile.h"
 #include "emu/DirectoryKind.h"
 #include "emu/FaultSwitches.h"
-#include "host/DeviceAdmission.h"
+#include "launcher/DeviceAdmission.h"
 
 namespace emucli {
 
@@ -40,7 +40,7 @@ int runFault(const Verb& verb, int argc, char** argv) {
   emu::DeviceProfile profile;
   std::string error;
   // Changing switches while a run uses the watch would be lost when the run saves it.
-  host::DeviceLock lock;
+  launcher::DeviceLock lock;
   const bool listing = args[1] == "list" && args.size() == 2;
   if (!emu::requireWatch(deviceDir, error) || (!listing && !lock.acquire(deviceDir, error)) ||
       !profile.load(deviceDir, error))

@@ -2,9 +2,10 @@
 #include <string>
 
 #include "EmuVerbs.h"
+#include "MvWatchNames.h"
 #include "emu/DirectoryKind.h"
 #include "emu/SampleWatch.h"
-#include "host/DeviceAdmission.h"
+#include "launcher/DeviceAdmission.h"
 
 namespace emucli {
 
@@ -45,11 +46,11 @@ int runInit(const Verb& verb, int argc, char** argv) {
 
   const std::string& dir = options.positional()[0];
   std::string error;
-  if (!host::fitsWatchBuffers(dir, error))
+  if (!launcher::fitsWatchBuffers(dir, MV_SERVICE_APP_ID, error))
     return fail(error);
   if (emu::classifyDirectory(dir) == emu::DirectoryKind::kCloud)
     return fail("'" + dir + "' is a cloud, not a watch");
-  host::DeviceLock lock;
+  launcher::DeviceLock lock;
   if (g_file_test(dir.c_str(), G_FILE_TEST_IS_DIR) && !lock.acquire(dir, error))
     return fail(error);
   std::string made;

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "EmuVerbs.h"
+#include "MvDeviceLog.h"
 #include "MvHandles.h"
 #include "emu/DirectoryKind.h"
-#include "host/LogFormat.h"
 
 namespace emucli {
 
@@ -30,7 +30,7 @@ class FilterSpecs {
     const size_t colon = spec.rfind(':');
     const std::string tag = colon == std::string::npos ? spec : spec.substr(0, colon);
     const std::string level = colon == std::string::npos ? "V" : spec.substr(colon + 1);
-    char letter = level == "S" || level == "s" ? 'S' : host::logPriorityByName(level);
+    char letter = level == "S" || level == "s" ? 'S' : mvLogPriorityByName(level);
     if (tag.empty() || letter == 0) {
       error = "a filter is TAG:LEVEL with a level of V, D, I, W, E, F or S, not '" + spec + "'";
       return false;
@@ -39,10 +39,10 @@ class FilterSpecs {
     return true;
   }
 
-  bool shows(const host::DeviceLogLine& line) const {
+  bool shows(const MvDeviceLogLine& line) const {
     auto it = byTag_.find(line.tag);
     const char wanted = it != byTag_.end() ? it->second : others_;
-    return wanted != 'S' && host::logPriorityRank(line.priority) >= host::logPriorityRank(wanted);
+    return wanted != 'S' && mvLogPriorityRank(line.priority) >= mvLogPriorityRank(wanted);
   }
 
  private:
@@ -59,7 +59,7 @@ struct Filter {
   bool laterRunsToo = false;
 
   // Run markers always show, so that runs stay apart.
-  bool shows(const host::DeviceLogLine* parsed, bool marker, long long lineRun) const {
+  bool shows(const MvDeviceLogLine* parsed, bool marker, long long lineRun) const {
     if (run != 0 && (lineRun < run || (lineRun > run && !laterRunsToo)))
       return false;
     if (marker)
@@ -68,7 +68,7 @@ struct Filter {
       return tags.empty() && level == 'V' && !pid;
     return specs.shows(*parsed) &&
            (tags.empty() || std::find(tags.begin(), tags.end(), parsed->tag) != tags.end()) &&
-           host::logPriorityRank(parsed->priority) >= host::logPriorityRank(level) &&
+           mvLogPriorityRank(parsed->priority) >= mvLogPriorityRank(level) &&
            (!pid || parsed->pid == *pid);
   }
 };
@@ -140,10 +140,10 @@ bool countRuns(const std::string& path, long long& runs, std::string& error) {
   if (!reader.open(error))
     return false;
   std::string line;
-  host::DeviceLogLine parsed;
+  MvDeviceLogLine parsed;
   runs = 0;
   while (reader.next(line)) {
-    if (host::parseDeviceLogLine(line, parsed) && host::isRunMarker(parsed))
+    if (mvParseDeviceLogLine(line, parsed) && mvIsRunMarker(parsed))
       ++runs;
   }
   return true;
@@ -156,12 +156,12 @@ int printLog(const std::string& path, const Filter& filter, bool follow) {
   if (!reader.open(error))
     return fail(error);
   std::string line;
-  host::DeviceLogLine parsed;
+  MvDeviceLogLine parsed;
   long long run = 0;
   for (;;) {
     while (reader.next(line)) {
-      const bool readable = host::parseDeviceLogLine(line, parsed);
-      const bool marker = readable && host::isRunMarker(parsed);
+      const bool readable = mvParseDeviceLogLine(line, parsed);
+      const bool marker = readable && mvIsRunMarker(parsed);
       if (marker)
         ++run;
       if (!filter.shows(readable ? &parsed : nullptr, marker, run))
@@ -211,7 +211,7 @@ int runLog(const Verb& verb, int argc, char** argv) {
     if (!filter.specs.add(options.positional()[i], error))
       return fail(error);
   }
-  if (levelText && (filter.level = host::logPriorityByName(*levelText)) == 0)
+  if (levelText && (filter.level = mvLogPriorityByName(*levelText)) == 0)
     return fail("--level needs V, D, I, W, E or F (or verbose ... fatal), not '" + *levelText +
                 "'");
   guint64 number = 0;

@@ -4,14 +4,14 @@
 
 #include "EmuVerbs.h"
 #include "emu/DeviceProfile.h"
-#include "host/DeviceAdmission.h"
-#include "host/Personality.h"
+#include "emu/PlatformSwitches.h"
+#include "launcher/DeviceAdmission.h"
 
 namespace emucli {
 
 namespace {
 
-std::string syntaxOf(const host::PersonalitySwitch& entry) {
+std::string syntaxOf(const emu::PlatformSwitch& entry) {
   if (entry.choices.empty())
     return std::string(entry.name) + "=BYTES|off";
   std::string text = std::string(entry.name) + "=";
@@ -34,13 +34,13 @@ int runPlatform(const Verb& verb, int argc, char** argv) {
   emu::DeviceProfile profile;
   std::string error;
   // Changing the personality while a run uses the watch would be lost when the run saves it.
-  host::DeviceLock lock;
+  launcher::DeviceLock lock;
   const bool listing = args[1] == "list" && args.size() == 2;
   if ((!listing && !lock.acquire(deviceDir, error)) || !profile.load(deviceDir, error))
     return fail(error);
 
   if (listing) {
-    for (const host::PersonalitySwitch& entry : host::personalitySwitches()) {
+    for (const emu::PlatformSwitch& entry : emu::platformSwitches()) {
       auto set = profile.platform.find(entry.name);
       printf("%-36s %s (default %s)%s\n", syntaxOf(entry).c_str(), entry.documented, entry.fallback,
              set == profile.platform.end() ? "" : ("  [set: " + set->second + "]").c_str());
@@ -60,8 +60,7 @@ int runPlatform(const Verb& verb, int argc, char** argv) {
       return fail("platform needs NAME=VALUE, not '" + args[1] + "' (see 'platform DIR list')");
     const std::string name = args[1].substr(0, equals);
     const std::string value = args[1].substr(equals + 1);
-    host::Personality personality;
-    if (!personality.set(name, value, error))
+    if (!emu::checkPlatformSetting(name, value, error))
       return fail(error);
     profile.platform[name] = value;
   }

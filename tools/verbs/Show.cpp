@@ -30,8 +30,8 @@ int showJson(const std::string& dir, const emu::DeviceProfile& profile) {
   json_builder_begin_object(builder);
   addString(builder, "watch", dir);
   addString(builder, "name", profile.name);
-  addStringOrNull(builder, "idle_clock", configValue(profile, emu::kIdleClockKey));
-  addStringOrNull(builder, "face_name", configValue(profile, emu::kWatchfaceNameKey));
+  addStringOrNull(builder, "idle_clock", configValue(profile, MV_IDLE_CLOCK_KEY));
+  addStringOrNull(builder, "face_name", configValue(profile, MV_WATCHFACE_NAME_KEY));
 
   json_builder_set_member_name(builder, "packages");
   json_builder_begin_array(builder);
@@ -110,8 +110,8 @@ std::string describeSize(long long size) {
 }
 
 int showText(const std::string& dir, const emu::DeviceProfile& profile) {
-  const std::string* idle = configValue(profile, emu::kIdleClockKey);
-  const std::string* faceName = configValue(profile, emu::kWatchfaceNameKey);
+  const std::string* idle = configValue(profile, MV_IDLE_CLOCK_KEY);
+  const std::string* faceName = configValue(profile, MV_WATCHFACE_NAME_KEY);
   printf("watch       %s (%s)\n", profile.name.c_str(), dir.c_str());
   printf("idle clock  %s\n", idle ? idle->c_str() : "(unset)");
   printf("face name   %s\n", faceName ? faceName->c_str() : "(unset)");

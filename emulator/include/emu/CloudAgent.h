@@ -11,7 +11,7 @@
 #include "emu/CloudStore.h"
 #include "host/CloudLibrary.h"
 #include "host/Platform.h"
-#include "host/RunReport.h"
+#include "launcher/RunReport.h"
 
 namespace emu {
 
@@ -49,7 +49,7 @@ class CloudAgent {
   // Each cloud request's outcome: a summary line (a failure where it failed, was refused, left
   // unfinished, never answered or never delivered) and the "exchanges" JSON member; a backup's
   // set is described by `describeSet`, when given.
-  void report(host::RunReport& report, const DescribeSet& describeSet = nullptr) const;
+  void report(launcher::RunReport& report, const DescribeSet& describeSet = nullptr) const;
   // The sets that this run's successful backups stored (false) or restores read (true).
   std::vector<unsigned long long> sets(bool restored) const;
 

@@ -10,20 +10,20 @@
 #include "emu/StoredSet.h"
 #include "emu/WatchApp.h"
 #include "emu/WatchfaceService.h"
-#include "host/DeviceHooks.h"
+#include "launcher/DeviceHooks.h"
 
 namespace emu {
 
 // Turns the bare host platform into the watch of a device directory: loads its profile into the
 // platform before the app starts, and writes back what the run changed.
-class EmulatedWatch : public host::DeviceHooks {
+class EmulatedWatch : public launcher::DeviceHooks {
  public:
   bool boot(host::Platform& platform,
-            const host::LaunchOptions& options,
+            const launcher::LaunchOptions& options,
             std::string& error) override;
   void finish(host::Platform& platform,
-              const host::RunOutcome& outcome,
-              host::RunReport& report) override;
+              const launcher::RunOutcome& outcome,
+              launcher::RunReport& report) override;
 
   const DeviceProfile& profile() const { return profile_; }
 
@@ -31,13 +31,13 @@ class EmulatedWatch : public host::DeviceHooks {
   // The watch face service, the preloaded watch apps and the store, registered with `platform`.
   void bootPeers(host::Platform& platform);
   // Takes back into the profile what the peers changed, and describes what they saw.
-  void finishPeers(host::Platform& platform, host::RunReport& report);
+  void finishPeers(host::Platform& platform, launcher::RunReport& report);
   void releasePeers();
   // What the run's backups left out of the watch and its restores did not put back.
   void audit(host::Platform& platform,
              const std::vector<StoredSet>& stored,
              const std::vector<StoredSet>& restored,
-             host::RunReport& report);
+             launcher::RunReport& report);
 
   std::string deviceDir_;
   std::string cloudDir_;

@@ -3,22 +3,13 @@
 
 #include <string>
 
+#include "MvWatchNames.h"
 #include "emu/DeviceProfile.h"
 
 namespace emu {
 
-// The app IDs every emulated watch has.
-extern const char* const kWatchfaceServiceAppId;
-extern const char* const kWatchfaceAppId;
-extern const char* const kServiceAppId;
-extern const char* const kStoreAppId;
-
 // Where the watch face service keeps the photos a restore gives it, in the device directory.
 extern const char* const kBackgroundDir;
-
-// Configuration keys of the idle clock.
-extern const char* const kIdleClockKey;
-extern const char* const kWatchfaceNameKey;
 
 // Makes a new watch in `deviceDir` (created if missing; it must not hold a watch yet). The
 // sample has the user's setup: faces, photos, both preloaded watch apps with settings,

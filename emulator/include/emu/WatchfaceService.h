@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "MvLiveness.h"
+#include "MvWatchNames.h"
 #include "emu/DeviceProfile.h"
 #include "emu/RunJournal.h"
 #include "host/BoundaryRecord.h"
@@ -26,8 +27,6 @@ namespace emu {
 // to read its state back at the end of the run.
 class WatchfaceService : public host::EmulatedApp {
  public:
-  static const char* const kPort;
-
   struct Activity {
     int facesSent = 0;
     int imagesSent = 0;
@@ -51,7 +50,7 @@ class WatchfaceService : public host::EmulatedApp {
   WatchfaceService& operator=(const WatchfaceService&) = delete;
 
   void onLaunchRequest(app_control_h request, std::shared_ptr<host::PendingReply> reply) override;
-  std::vector<std::string> localPorts() const override { return {kPort}; }
+  std::vector<std::string> localPorts() const override { return {MV_WATCHFACE_SERVICE_PORT}; }
   void onMessage(const std::string& port, const std::string& fromAppId, bundle* message) override;
 
   // Sends the service "restore_finished" out of turn.

@@ -2,9 +2,11 @@
 
 #include <dlog.h>
 
+#include "MvDeviceLog.h"
+
 namespace host {
 
-const char* const kHostLogTag = "morvik-host";
+const char* const kHostLogTag = kMvPlatformLogTag;
 
 void logInfo(const char* tag, const char* format, ...) {
   va_list arguments;

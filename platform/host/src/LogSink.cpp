@@ -5,8 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "MvDeviceLog.h"
 #include "host/HostLog.h"
-#include "host/LogFormat.h"
 
 namespace host {
 
@@ -58,7 +58,7 @@ void LogSink::write(char priority, const std::string& tag, const std::string& te
 }
 
 void LogSink::beginRun(int argc, char* argv[]) {
-  std::string text = kRunMarkerPrefix;
+  std::string text = kMvRunMarkerPrefix;
   for (int i = 0; i < argc; ++i) {
     if (i == 0) {
       g_autofree char* program = g_path_get_basename(argv[0]);
@@ -76,19 +76,16 @@ void LogSink::append(const LogLine& line, bool echo) {
     openFile();
   if (!file_ && !echo)
     return;
-  const DeviceLogLine formatted{deviceLogTime(),
-                                line.priority,
-                                line.tag,
-                                static_cast<int>(getpid()),
-                                static_cast<int>(gettid()),
-                                line.text};
+  const MvDeviceLogLine formatted{
+      mvDeviceLogTime(),          line.priority, line.tag, static_cast<int>(getpid()),
+      static_cast<int>(gettid()), line.text};
   if (file_) {
-    for (const std::string& text : formatDeviceLogLine(formatted, false))
+    for (const std::string& text : mvFormatDeviceLogLine(formatted, false))
       fprintf(file_.get(), "%s\n", text.c_str());
     fflush(file_.get());
   }
   if (echo) {
-    for (const std::string& text : formatDeviceLogLine(formatted, stderrIsTerminal()))
+    for (const std::string& text : mvFormatDeviceLogLine(formatted, stderrIsTerminal()))
       fprintf(stderr, "%s\n", text.c_str());
   }
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "MvWatchLayout.h"
 #include "host/Bundle.h"
 #include "host/DeliverySchedule.h"
 #include "host/HostLog.h"
@@ -176,13 +177,13 @@ std::string Platform::sharedTrustedPath(const std::string& appId) const {
   // The app writes there by path: no directory on the way may lead out of the watch.
   std::string error;
   if (appId.find('/') != std::string::npos ||
-      !checkWatchDirectory(deviceDir_, "apps/" + appId + "/shared/trusted", true, error)) {
+      !checkWatchDirectory(deviceDir_, mvSharedTrustedDir(appId), true, error)) {
     logError(kHostLogTag, "no shared trusted directory for %s: %s", appId.c_str(),
              error.empty() ? "its app ID is no directory name" : error.c_str());
     return std::string();
   }
   g_autofree char* dir =
-      g_build_filename(deviceDir_.c_str(), "apps", appId.c_str(), "shared", "trusted", nullptr);
+      g_build_filename(deviceDir_.c_str(), mvSharedTrustedDir(appId).c_str(), nullptr);
   return std::string(dir) + "/";
 }
 

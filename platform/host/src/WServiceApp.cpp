@@ -1,122 +1,24 @@
-// The emulated launcher: app_assist::WServiceApp runs the service app's life cycle on the
-// emulated watch named on the command line.
+// app_assist::WServiceApp on the host: the life cycle is run by whichever launcher the binary
+// links in.
 #include <WServiceApp.h>
 
 #include <glib.h>
-#include <glib/gstdio.h>
-#include <signal.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "LaunchRun.h"
-#include "MvText.h"
-#include "RunSummary.h"
-#include "host/DeliverySchedule.h"
-#include "host/DeviceAdmission.h"
-#include "host/DeviceHooks.h"
-#include "host/LaunchOptions.h"
-#include "host/MainLoop.h"
-#include "host/Platform.h"
-#include "host/RunReport.h"
-#include "host/VirtualClock.h"
+#include "host/AppLauncher.h"
 
 namespace {
 
-bool usableDirectory(const std::string& dir) {
-  return g_file_test(dir.c_str(), G_FILE_TEST_IS_DIR) &&
-         access(dir.c_str(), R_OK | W_OK | X_OK) == 0;
-}
-
-// The device must exist; a missing cloud is a new, empty one, made once the run is admitted.
-bool checkDirectories(const host::LaunchOptions& options, std::string& error) {
-  if (!usableDirectory(options.deviceDir)) {
-    error = "device directory '" + options.deviceDir + "' is not a readable, writable directory";
-    return false;
-  }
-  if (g_file_test(options.cloudDir.c_str(), G_FILE_TEST_EXISTS) &&
-      !usableDirectory(options.cloudDir)) {
-    error = "cloud directory '" + options.cloudDir + "' is not a readable, writable directory";
-    return false;
-  }
-  return true;
-}
-
-// Where --json asks for the result, found even on a command line that does not parse.
-std::string jsonPathOf(const std::vector<std::string>& args) {
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--")
-      break;
-    if (args[i] == "--json" && i + 1 < args.size())
-      return args[i + 1];
-    if (args[i].rfind("--json=", 0) == 0)
-      return args[i].substr(7);
-  }
-  return std::string();
-}
-
-// A run that never started still answers --json, so a script never reads an older result.
-int refuse(const std::string& program,
-           const std::string& jsonPath,
-           int status,
-           const std::string& reason,
-           const char* hint = "") {
-  fprintf(stderr, "%s: %s%s\n", program.c_str(), reason.c_str(), hint);
-  if (jsonPath.empty())
-    return status;
-  host::RunReport report;
-  report.failure("refused", reason);
-  report.set("refused", host::jsonString(reason));
-  report.set("status", host::jsonInt(status));
-  const std::string json = report.json(true) + "\n";
-  if (jsonPath == "-") {
-    fputs(json.c_str(), stdout);
-    return status;
-  }
-  g_autoptr(GError) error = nullptr;
-  if (!g_file_set_contents(jsonPath.c_str(), json.data(), static_cast<gssize>(json.size()), &error))
-    fprintf(stderr, "%s: cannot write the JSON result: %s\n", program.c_str(), error->message);
-  return status;
-}
-
-// Reads the command line; a negative result means: go on and run.
-int readOptions(const std::string& program, int argc, char* argv[], host::LaunchOptions& options) {
-  std::vector<std::string> args(argv + (argc > 0 ? 1 : 0), argv + argc);
-  std::string error;
-  if (!host::parseLaunchOptions(args, options, error))
-    return refuse(program, jsonPathOf(args), host::kStatusUsage, error, " (see --help)");
-  if (options.action == host::LaunchOptions::Action::kHelp) {
-    fputs(host::launchUsage(program).c_str(), stdout);
-    return host::kStatusSucceeded;
-  }
-  if (options.action == host::LaunchOptions::Action::kVersion) {
-    printf("%s %s\n", program.c_str(), MORVIK_VERSION);
-    return host::kStatusSucceeded;
-  }
-  return -1;
-}
+// The status a launch that cannot begin ends with: the app did not start.
+const int kNoLauncherStatus = 1;
 
 }  // namespace
 
 namespace app_assist {
 
 struct WServiceApp::Runtime {
-  Runtime(const host::LaunchOptions& launch, std::unique_ptr<host::DeviceLock> lock)
-      : options(launch),
-        deviceLock(std::move(lock)),
-        platform(options.deviceDir, HOST_LAUNCHED_APP_ID) {
-    if (options.scheduleSeed)
-      platform.setSchedule(std::make_unique<host::DeliverySchedule>(*options.scheduleSeed));
-  }
-
-  host::LaunchOptions options;
-  // No other run touches the watch while this app object lives.
-  std::unique_ptr<host::DeviceLock> deviceLock;
-  host::MainLoop loop;
-  host::Platform platform;
+  std::unique_ptr<host::LaunchedApp> launched;
 };
 
 WServiceApp::WServiceApp() = default;
@@ -134,61 +36,30 @@ void WServiceApp::onTerminate() {}
 void WServiceApp::onAppControl(app_control_h, bool) {}
 
 int WServiceApp::start(int argc, char* argv[]) {
-  g_autofree char* name = g_path_get_basename(argc > 0 ? argv[0] : "morvik-service");
-  const std::string program = name;
-  mvUseUtf8Locale();
-  const std::string notText = mvArgumentsNotUtf8(argc, argv);
-  if (!notText.empty()) {
-    fprintf(stderr, "%s: %s\n", program.c_str(), notText.c_str());
-    return host::kStatusUsage;
-  }
-  // An output nobody reads any more is a write that fails, reported as such, not a silent end.
-  signal(SIGPIPE, SIG_IGN);
-  host::LaunchOptions options;
-  const int optionsStatus = readOptions(program, argc, argv, options);
-  if (optionsStatus >= 0)
-    return optionsStatus;
-  std::string error;
-  auto deviceLock = std::make_unique<host::DeviceLock>();
-  if (!checkDirectories(options, error) ||
-      !host::admitDevice(options.deviceDir, HOST_LAUNCHED_APP_ID, *deviceLock, error))
-    return refuse(program, options.jsonPath, host::kStatusUsage, error);
-  host::DeviceHooks* hooks = host::deviceHooks();
-  if (!hooks)
-    return refuse(program, options.jsonPath, host::kStatusUsage,
-                  "no emulated watch is linked into this binary");
+  // The protected hooks, reached from here on the launcher's behalf.
+  class LifeCycle : public host::AppLifeCycle {
+   public:
+    explicit LifeCycle(WServiceApp& app) : app_(app) {}
+    void start(int argc, char* argv[]) override { app_.onStart(argc, argv); }
+    bool create() override { return app_.onCreate(); }
+    void appControl(app_control_h request, bool firstLaunch) override {
+      app_.onAppControl(request, firstLaunch);
+    }
+    void terminate() override { app_.onTerminate(); }
 
-  // The clock must be simulated before the loop reads it for the first time.
-  if (options.scheduleSeed)
-    host::VirtualClock::enable();
-  // Without a runtime directory EFL makes one in the user's home. It only notes the one it is
-  // given, so the watch's own directory does, and nothing is written outside the watch.
-  if (!g_getenv("XDG_RUNTIME_DIR")) {
-    g_autofree char* device = g_canonicalize_filename(options.deviceDir.c_str(), nullptr);
-    g_setenv("XDG_RUNTIME_DIR", device, TRUE);
-  }
-  runtime_ = std::make_unique<Runtime>(options, std::move(deviceLock));
-  host::Platform& platform = runtime_->platform;
-  if (!hooks->boot(platform, runtime_->options, error) ||
-      g_mkdir_with_parents(options.cloudDir.c_str(), 0755) != 0)
-    return refuse(
-        program, options.jsonPath, host::kStatusUsage,
-        error.empty() ? "cannot create cloud directory '" + options.cloudDir + "'" : error);
-  platform.log().beginRun(argc, argv);
+   private:
+    WServiceApp& app_;
+  };
 
-  onStart(argc, argv);
-  if (!onCreate()) {
-    host::RunReport report;
-    hooks->finish(platform, host::RunOutcome(), report);
-    return refuse(program, options.jsonPath, host::kStatusCreateRefused,
-                  "the app refused to start (onCreate returned false)");
+  host::AppLauncher* launcher = host::appLauncher();
+  if (!launcher) {
+    g_autofree char* name = g_path_get_basename(argc > 0 ? argv[0] : "service");
+    fprintf(stderr, "%s: no launcher is linked into this binary\n", name);
+    return kNoLauncherStatus;
   }
-
-  host::LaunchRun run(platform, runtime_->options, *hooks);
-  const host::RunOutcome outcome = run.run(
-      runtime_->loop, [this](app_control_h request, bool first) { onAppControl(request, first); });
-  onTerminate();
-  return host::reportRun(platform, runtime_->options, outcome, *hooks);
+  runtime_ = std::make_unique<Runtime>();
+  LifeCycle lifeCycle(*this);
+  return launcher->launch(argc, argv, lifeCycle, runtime_->launched);
 }
 
 }  // namespace app_assist

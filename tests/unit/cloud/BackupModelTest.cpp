@@ -21,7 +21,7 @@ class BackupModelTest : public morvik_test::CloudFixture {
  protected:
   void SetUp() override {
     CloudFixture::SetUp();
-    request_ = launchRequest(MVSVC_OPERATION_BACKUP);
+    request_ = launchRequest(MV_OPERATION_BACKUP);
   }
 
   morvik_test::AppControlPtr request_;
@@ -32,14 +32,14 @@ class BackupModelTest : public morvik_test::CloudFixture {
 TEST_F(BackupModelTest, RunRegistersTheRecordCallbackOnlyForTheBackupOperation) {
   {
     TestBackupModel model(request_.get(), 1);
-    ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
+    ASSERT_TRUE(model.run(MV_OPERATION_BACKUP));
     EXPECT_TRUE(host::cloud::callBackupCompleted(true));
   }
   const std::pair<const char*, bool> cases[] = {
-      {MVSVC_OPERATION_BACKUP, true},
-      {MVSVC_OPERATION_GET_BACKUP_INFO, false},
+      {MV_OPERATION_BACKUP, true},
+      {MV_OPERATION_GET_BACKUP_INFO, false},
       {nullptr, false},
-      {MVSVC_OPERATION_BACKUP "/", false},
+      {MV_OPERATION_BACKUP "/", false},
   };
   const int handles = host::liveAppControlCount();
   for (const auto& c : cases) {
@@ -66,9 +66,9 @@ TEST_F(BackupModelTest, RunRegistersTheRecordCallbackOnlyForTheBackupOperation) 
 // replies failure.
 TEST_F(BackupModelTest, RunFailsWithoutTheLibraryRecordsOrCallbacks) {
   host::cloud::setInitializeFailure(TALVORO_CLOUD_ERROR_IO_ERROR);
-  EXPECT_FALSE(TestBackupModel(request_.get(), 1).run(MVSVC_OPERATION_BACKUP));
+  EXPECT_FALSE(TestBackupModel(request_.get(), 1).run(MV_OPERATION_BACKUP));
   host::cloud::setInitializeFailure(0);
-  EXPECT_FALSE(TestBackupModel(request_.get(), 0).run(MVSVC_OPERATION_BACKUP));
+  EXPECT_FALSE(TestBackupModel(request_.get(), 0).run(MV_OPERATION_BACKUP));
   EXPECT_FALSE(host::cloud::callBackupPreparation());
   EXPECT_TRUE(launcherReplies().empty());
   EXPECT_EQ(log(), (Lines{"E talvoro_cloud_initialize failed.(" +
@@ -81,7 +81,7 @@ TEST_F(BackupModelTest, RunFailsWithoutTheLibraryRecordsOrCallbacks) {
 
   restart();
   host::cloud::failOperation("talvoro_cloud_backup_record_set_sending_keys_and_dates_cb", -7);
-  EXPECT_FALSE(TestBackupModel(request_.get(), 1).run(MVSVC_OPERATION_BACKUP));
+  EXPECT_FALSE(TestBackupModel(request_.get(), 1).run(MV_OPERATION_BACKUP));
   EXPECT_EQ(launcherReplies(), std::vector<int>{APP_CONTROL_RESULT_FAILED});
   EXPECT_EQ(log(),
             Lines{"E talvoro_cloud_backup_record_set_sending_keys_and_dates_cb failed.(-7)"});
@@ -90,7 +90,7 @@ TEST_F(BackupModelTest, RunFailsWithoutTheLibraryRecordsOrCallbacks) {
 
 TEST_F(BackupModelTest, KeysAndDatesDeclareSizeRecordsWithTheTimeInMilliseconds) {
   TestBackupModel model(request_.get(), 3);
-  ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
+  ASSERT_TRUE(model.run(MV_OPERATION_BACKUP));
   const gint64 before = g_get_real_time() / 1000;
   ASSERT_TRUE(host::cloud::callBackupKeysAndDates());
   const gint64 after = g_get_real_time() / 1000;
@@ -116,7 +116,7 @@ TEST_F(BackupModelTest, KeysAndDatesDeclareSizeRecordsWithTheTimeInMilliseconds)
 // Records past the model's size keep no value; one without a key or date still gets its own.
 TEST_F(BackupModelTest, RecordCallbackFillsTheFirstSizeRecordsAndHandsOverTheFile) {
   TestBackupModel model(request_.get(), 2);
-  ASSERT_TRUE(model.run(MVSVC_OPERATION_BACKUP));
+  ASSERT_TRUE(model.run(MV_OPERATION_BACKUP));
   const std::vector<CloudRecord> records = {{std::nullopt, std::string("1"), std::nullopt},
                                             {std::string("key"), std::nullopt, std::nullopt},
                                             {std::string("key"), std::string("3"), std::nullopt}};

@@ -38,20 +38,20 @@ class CloudAgentTest : public morvik_test::CloudFixture {
 
   // Runs a backup to its end; returns the completion (1, 0, -1 none).
   int backup(const std::string& value, std::map<std::string, std::string> faults = {}) {
-    startAgent(MVSVC_OPERATION_BACKUP, faults);
+    startAgent(MV_OPERATION_BACKUP, faults);
     auto* model = new morvik_test::TestBackupModel(request_.get(), 1);
     model->document = value;
     model->setOnBackupCompleted([this](bool success, void* userData) {
       completion_ = success ? 1 : 0;
       delete static_cast<morvik_test::TestBackupModel*>(userData);
     });
-    EXPECT_TRUE(model->run(MVSVC_OPERATION_BACKUP));
+    EXPECT_TRUE(model->run(MV_OPERATION_BACKUP));
     EXPECT_TRUE(runLoopUntil([this] { return completion_ >= 0 && agent_->idle(); }, 20));
     return completion_;
   }
 
   int restore(const char* key = "key") {
-    startAgent(MVSVC_OPERATION_RESTORE, {});
+    startAgent(MV_OPERATION_RESTORE, {});
     auto* model = new morvik_test::TestRestoreModel(request_.get());
     model->key = key;
     model->setOnRestoreCompleted([this](bool success, void* userData) {
@@ -66,7 +66,7 @@ class CloudAgentTest : public morvik_test::CloudFixture {
   }
 
   Lines summary() {
-    host::RunReport report;
+    launcher::RunReport report;
     agent_->report(report, [this](unsigned long long id) {
       return emu::StoredSet::read(store_, id).describe();
     });

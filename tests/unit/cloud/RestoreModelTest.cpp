@@ -28,7 +28,7 @@ class RestoreModelTest : public morvik_test::CloudFixture {
  protected:
   void SetUp() override {
     CloudFixture::SetUp();
-    request_ = launchRequest(MVSVC_OPERATION_RESTORE);
+    request_ = launchRequest(MV_OPERATION_RESTORE);
     downloaded_ = deviceDir() + "/downloaded.dat";
   }
 

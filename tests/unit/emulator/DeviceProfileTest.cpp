@@ -154,7 +154,7 @@ TEST_F(DeviceProfileTest, AJournalLeftByARunIsReadWithTheProfile) {
   {
     emu::RunJournal journal(dir_);
     journal.face({"com.talvoro.face.mono", "<first/>"});
-    journal.config(emu::kIdleClockKey, "caf\xE9");
+    journal.config(MV_IDLE_CLOCK_KEY, "caf\xE9");
     journal.face({"com.talvoro.face.mono", "<second/>"});
     journal.photo({"p.jpg", "apps/p.jpg", "photo"});
     ASSERT_FALSE(journal.failed(error)) << error;
@@ -165,7 +165,7 @@ TEST_F(DeviceProfileTest, AJournalLeftByARunIsReadWithTheProfile) {
   file.reset();
   emu::DeviceProfile profile;
   ASSERT_TRUE(profile.load(dir_, error)) << error;
-  EXPECT_EQ(profile.config[emu::kIdleClockKey], "caf\xE9");
+  EXPECT_EQ(profile.config[MV_IDLE_CLOCK_KEY], "caf\xE9");
   ASSERT_EQ(profile.faces.size(), 1u);
   EXPECT_EQ(profile.faces[0].settings, "<second/>");
   ASSERT_EQ(profile.images.size(), 1u);

@@ -55,15 +55,15 @@ TEST(WatchDiffTest, NamesEveryDifferenceOfTheSetupAndNothingElse) {
   edit(two, [&](emu::DeviceProfile& profile) {
     aurora = two + "/" + profile.images[0].path;
     harbour = two + "/" + profile.images[1].path;
-    profile.config[emu::kIdleClockKey] = "com.talvoro.clock-orbitline";
-    profile.config.erase(emu::kWatchfaceNameKey);
+    profile.config[MV_IDLE_CLOCK_KEY] = "com.talvoro.clock-orbitline";
+    profile.config.erase(MV_WATCHFACE_NAME_KEY);
     profile.faces[1].settings.back() = ' ';
     profile.watchApps[1].resultXml += "\n";
     profile.faces.push_back({"com.indie.face.extra", ""});
     profile.faces.erase(profile.faces.begin());
     profile.images[1].bgType = "photo";
     for (auto app = profile.packages.begin(); app != profile.packages.end();) {
-      if (app->appId == emu::kStoreAppId || app->appId == "com.indie.clock-tidal")
+      if (app->appId == MV_STORE_APP_ID || app->appId == "com.indie.clock-tidal")
         app = profile.packages.erase(app);
       else if (app->appId == "com.indie.clock-ember")
         (app++)->pkgId = "com.indie.clock-ember2";

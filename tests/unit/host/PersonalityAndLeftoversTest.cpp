@@ -43,6 +43,9 @@ class PersonalityTest : public morvik_test::PlatformFixture {
   }
 };
 
+// The leftovers are read off the same platform and cloud library.
+using LeftoversTest = PersonalityTest;
+
 // A second user of a running exchange's kind is refused, or takes the slot it names over.
 TEST_F(PersonalityTest, ASecondRegistrantIsRefusedOrReplacesTheFirst) {
   int first = 1, second = 2;
@@ -104,7 +107,7 @@ TEST_F(PersonalityTest, ARegisteredNameKeepsItsIdOrGetsANewOne) {
 
 // What the app still holds when its run ends is named; the host's own deliveries are not, and a
 // launch request whose reply is still due is named as deliberate.
-TEST_F(PersonalityTest, LeftoversNameWhatTheAppStillHolds) {
+TEST_F(LeftoversTest, NameWhatTheAppStillHolds) {
   platform().post([] {}, 5000, "channel");
   platform().post([] {}, 0);
   EXPECT_EQ(leftovers(), std::vector<std::string>{});

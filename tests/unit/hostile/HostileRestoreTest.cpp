@@ -41,13 +41,13 @@ std::vector<std::string> missing(const std::vector<std::string>& lines,
 
 // An emulated watch booted on a platform of its own; one exists at a time.
 struct Device {
-  explicit Device(const std::string& dir) : platform(dir, MVSVC_SERVICE_APP_ID) {}
+  explicit Device(const std::string& dir) : platform(dir, MV_SERVICE_APP_ID) {}
   host::MainLoop loop;
   host::Platform platform;
   emu::EmulatedWatch watch;
 };
 
-class EmulatedWatchTest : public ::testing::Test {
+class HostileRestoreTest : public ::testing::Test {
  protected:
   void SetUp() override { boot("watch", false); }
   void TearDown() override { finish(); }
@@ -71,18 +71,18 @@ class EmulatedWatchTest : public ::testing::Test {
     }
     on_ = std::make_unique<Device>(dir_);
     on_->platform.log().setEchoToStderr(false);
-    host::LaunchOptions options;
+    launcher::LaunchOptions options;
     options.deviceDir = dir_;
     options.cloudDir = temp_.path() + "/cloud";
     ASSERT_TRUE(on_->watch.boot(on_->platform, options, error)) << error;
-    trusted_ = on_->platform.sharedTrustedPath(MVSVC_SERVICE_APP_ID);
+    trusted_ = on_->platform.sharedTrustedPath(MV_SERVICE_APP_ID);
   }
 
   // Ends the watch's run and writes it back; the lines of its report.
   std::vector<std::string> finish() {
-    host::RunReport report;
+    launcher::RunReport report;
     if (on_)
-      on_->watch.finish(on_->platform, host::RunOutcome(), report);
+      on_->watch.finish(on_->platform, launcher::RunOutcome(), report);
     return report.lines();
   }
 
@@ -143,7 +143,7 @@ std::vector<std::string> setup(const emu::DeviceProfile& profile) {
 // are empty and one whose settings are large included; the downloaded apps are installed as such,
 // but for one the store no longer knows: the store answers that with a failure and installs
 // nothing.
-TEST_F(EmulatedWatchTest, BackupRestoredOntoABlankWatchMakesTheSameSetup) {
+TEST_F(HostileRestoreTest, BackupRestoredOntoABlankWatchMakesTheSameSetup) {
   boot("sample", true, [](emu::DeviceProfile& profile) {
     profile.faces[1].settings.clear();
     while (profile.faces[2].settings.size() < 1024 * 1024)
@@ -172,7 +172,7 @@ TEST_F(EmulatedWatchTest, BackupRestoredOntoABlankWatchMakesTheSameSetup) {
 
 // The watch face service hands out only regular files inside the device directory; a photo the
 // service cannot count is left out of the backup. Each is named, by the service and the watch.
-TEST_F(EmulatedWatchTest, PhotosOutsideTheDeviceOrTooLargeAreNamedAndNotBackedUp) {
+TEST_F(HostileRestoreTest, PhotosOutsideTheDeviceOrTooLargeAreNamedAndNotBackedUp) {
   const std::string outside = temp_.path() + "/outside-secret";
   ASSERT_TRUE(g_file_set_contents(outside.c_str(), "secret", -1, nullptr));
   std::string dirPath;
@@ -212,7 +212,7 @@ TEST_F(EmulatedWatchTest, PhotosOutsideTheDeviceOrTooLargeAreNamedAndNotBackedUp
 // wrapped, spaced, unpadded, URL-safe, padded twice, or no base64 at all); anything else is
 // refused with its name and writes nothing, inside the directory or out of it, nor through a link,
 // a FIFO or a directory already at its place (a hard link is replaced by a file of its own).
-TEST_F(EmulatedWatchTest, EachImageIsWrittenExactlyOrRefused) {
+TEST_F(HostileRestoreTest, EachImageIsWrittenExactlyOrRefused) {
   const std::string outside = temp_.path() + "/outside.txt";
   ASSERT_TRUE(g_file_set_contents(outside.c_str(), "keep", -1, nullptr));
   ASSERT_EQ(symlink(outside.c_str(), (trusted_ + "planted.jpg").c_str()), 0);
@@ -285,7 +285,7 @@ TEST_F(EmulatedWatchTest, EachImageIsWrittenExactlyOrRefused) {
     EXPECT_STREQ(kept, "keep");
   }
   EXPECT_FALSE(
-      g_file_test((temp_.path() + "/watch/apps/" MVSVC_SERVICE_APP_ID "/shared/escape.jpg").c_str(),
+      g_file_test((temp_.path() + "/watch/apps/" MV_SERVICE_APP_ID "/shared/escape.jpg").c_str(),
                   G_FILE_TEST_EXISTS));
   EXPECT_FALSE(g_file_test("/tmp/morvik-absolute.jpg", G_FILE_TEST_EXISTS));
 }

@@ -18,7 +18,7 @@ namespace morvik_test {
 // wrapper must check node types instead of tripping the library's assertions.
 class JsonDocumentFixture : public ::testing::Test {
  protected:
-  JsonDocumentFixture() : platform_("", MVSVC_SERVICE_APP_ID) {
+  JsonDocumentFixture() : platform_("", MV_SERVICE_APP_ID) {
     platform_.log().setEchoToStderr(false);
   }
 

@@ -21,7 +21,7 @@ namespace {
 
 using Kind = host::BoundaryEvent::Kind;
 
-const char* const kBackup = MVSVC_OPERATION_BACKUP;
+const char* const kBackup = MV_OPERATION_BACKUP;
 const host::KeyValues kRetail = {{"retail-mode", "0"}};
 const char* const kNoRetailMode = "onAppControl: msg is nullptr!";
 
@@ -30,7 +30,7 @@ const char* const kNoRetailMode = "onAppControl: msg is nullptr!";
 // (see describe()).
 struct Case {
   const char* name;
-  std::vector<host::LaunchRequest> requests;
+  std::vector<launcher::LaunchRequest> requests;
   std::string left;
   const char* fault = nullptr;  // set on the watch before it boots
 };
@@ -51,10 +51,10 @@ const Case kCases[] = {
      "operator(): Failed to collect watch backup data",
      "watchface-silent"},
     {"BackupInformation",
-     {{MVSVC_OPERATION_GET_BACKUP_INFO, {}, 0}},
+     {{MV_OPERATION_GET_BACKUP_INFO, {}, 0}},
      std::string("exit 0.0; replies 1 succeeded; sets 0; collections 0; ") + kNoRetailMode},
     {"RestoreFromAnEmptyCloud",
-     {{MVSVC_OPERATION_RESTORE, {}, 0}},
+     {{MV_OPERATION_RESTORE, {}, 0}},
      "exit 0.0; replies 1 succeeded; sets 0; collections 0"},
     {"RetailModeEndsTheServiceTwoSecondsLater",
      {{"", kRetail, 0}},
@@ -65,11 +65,16 @@ const Case kCases[] = {
     // Near misses of the cloud operations are no operation at all.
     {"NoCloudOperation",
      {{"HTTP://talvoro.com/appcontrol/operation/talvoro_cloud/backup", {}, 0},
-      {MVSVC_OPERATION_BACKUP "/", {}, 0},
+      {MV_OPERATION_BACKUP "/", {}, 0},
       {"http://talvoro.com/appcontrol/operation/talvoro_cloud/restor", {}, 0}},
      std::string("exit never; replies; sets 0; collections 0; ") + kNoRetailMode + "; " +
          kNoRetailMode + "; " + kNoRetailMode},
 };
+
+// ctest lists a case by its name, not by its bytes.
+void PrintTo(const Case& c, std::ostream* os) {
+  *os << c.name;
+}
 
 class MvSvcAppTest : public ::testing::TestWithParam<Case> {
  protected:
@@ -81,8 +86,8 @@ class MvSvcAppTest : public ::testing::TestWithParam<Case> {
   }
 
   void TearDown() override {
-    host::RunReport report;
-    watch_.finish(platform_, host::RunOutcome(), report);
+    launcher::RunReport report;
+    watch_.finish(platform_, launcher::RunOutcome(), report);
   }
 
   // Delivers the requests as the launcher does and runs until the service exits, or for 40 s
@@ -95,7 +100,7 @@ class MvSvcAppTest : public ::testing::TestWithParam<Case> {
       profile.faults[c.fault] = "on";
       ASSERT_TRUE(profile.save(device_, error)) << error;
     }
-    host::LaunchOptions options;
+    launcher::LaunchOptions options;
     options.deviceDir = device_;
     options.cloudDir = cloud_;
     options.requests = c.requests;
@@ -158,7 +163,7 @@ class MvSvcAppTest : public ::testing::TestWithParam<Case> {
   const std::string device_ = temp_.path() + "/watch";
   const std::string cloud_ = temp_.path() + "/cloud";
   host::MainLoop loop_;
-  host::Platform platform_{device_, MVSVC_SERVICE_APP_ID};
+  host::Platform platform_{device_, MV_SERVICE_APP_ID};
   emu::EmulatedWatch watch_;
 };
 
@@ -193,7 +198,7 @@ INSTANTIATE_TEST_SUITE_P(Requests,
 
 TEST(MvSvcAppLifeTest, DestroyingTheAppCancelsAPendingExit) {
   host::MainLoop loop;
-  host::Platform platform("", MVSVC_SERVICE_APP_ID);
+  host::Platform platform("", MV_SERVICE_APP_ID);
   platform.log().setEchoToStderr(false);
   {
     MvSvcApp app;
@@ -208,7 +213,7 @@ TEST(MvSvcAppLifeTest, DestroyingTheAppCancelsAPendingExit) {
 }
 
 TEST(MvSvcAppDeathTest, NullRequestBreaksThePrecondition) {
-  host::Platform platform("", MVSVC_SERVICE_APP_ID);
+  host::Platform platform("", MV_SERVICE_APP_ID);
   MvSvcApp app;
 #ifdef NDEBUG
   platform.log().setEchoToStderr(false);

@@ -1,5 +1,5 @@
-#ifndef HOST_LAUNCH_OPTIONS_H
-#define HOST_LAUNCH_OPTIONS_H
+#ifndef LAUNCHER_LAUNCH_OPTIONS_H
+#define LAUNCHER_LAUNCH_OPTIONS_H
 
 #include <cstdint>
 #include <optional>
@@ -8,12 +8,12 @@
 
 #include "host/BoundaryRecord.h"
 
-namespace host {
+namespace launcher {
 
 // One launch request of a run.
 struct LaunchRequest {
   std::string operation;  // empty: a request without an operation
-  KeyValues extras;
+  host::KeyValues extras;
   double delaySeconds = 0;  // after the previous request (after start for the first)
   std::optional<unsigned long long> setId = std::nullopt;  // a restore's set; none: the newest
 };
@@ -41,15 +41,12 @@ bool parseLaunchOptions(const std::vector<std::string>& args,
                         LaunchOptions& options,
                         std::string& error);
 
-// How every option parser refuses an option given more than once: "NAME is given more than once".
-std::string repeatedOption(const std::string& name);
-
 // Short names of the cloud operations: "backup", "restore", "info".
 std::string expandOperation(const std::string& name);
 
 // The --help text: options, operations and exit statuses.
 std::string launchUsage(const std::string& program);
 
-}  // namespace host
+}  // namespace launcher
 
 #endif

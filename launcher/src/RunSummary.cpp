@@ -17,7 +17,12 @@
 #include "host/Leftovers.h"
 #include "host/Platform.h"
 
-namespace host {
+namespace launcher {
+
+using host::BoundaryEvent;
+using host::DeliverySchedule;
+using host::Leftover;
+using host::Platform;
 
 namespace {
 
@@ -323,4 +328,4 @@ int reportRun(Platform& platform,
   return status;
 }
 
-}  // namespace host
+}  // namespace launcher

@@ -1,4 +1,4 @@
-#include "host/LogFormat.h"
+#include "MvDeviceLog.h"
 
 #include <gtest/gtest.h>
 
@@ -9,32 +9,32 @@ namespace {
 
 const char* const kTime = "11-22 18:26:40.123+0100";
 
-host::DeviceLogLine lineWith(const std::string& message) {
-  return host::DeviceLogLine{kTime, 'I', "tag", 42, 4243, message};
+MvDeviceLogLine lineWith(const std::string& message) {
+  return MvDeviceLogLine{kTime, 'I', "tag", 42, 4243, message};
 }
 
-TEST(LogFormatTest, LinesHaveTheDeviceReadersShapeAndReadBack) {
+TEST(DeviceLogTest, LinesHaveTheDeviceReadersShapeAndReadBack) {
   const std::vector<std::string> written =
-      host::formatDeviceLogLine(lineWith("a (P 1, T 2): b"), false);
+      mvFormatDeviceLogLine(lineWith("a (P 1, T 2): b"), false);
   ASSERT_EQ(written.size(), 1u);
   EXPECT_EQ(written[0], std::string(kTime) + " I/tag     (P   42, T 4243): a (P 1, T 2): b");
-  host::DeviceLogLine read;
-  ASSERT_TRUE(host::parseDeviceLogLine(written[0], read));
-  EXPECT_EQ(host::formatDeviceLogLine(read, false), written);
+  MvDeviceLogLine read;
+  ASSERT_TRUE(mvParseDeviceLogLine(written[0], read));
+  EXPECT_EQ(mvFormatDeviceLogLine(read, false), written);
 
   // Each line of a message carries the whole header.
-  const std::vector<std::string> two = host::formatDeviceLogLine(lineWith("one\ntwo"), false);
+  const std::vector<std::string> two = mvFormatDeviceLogLine(lineWith("one\ntwo"), false);
   ASSERT_EQ(two.size(), 2u);
-  ASSERT_TRUE(host::parseDeviceLogLine(two[1], read));
+  ASSERT_TRUE(mvParseDeviceLogLine(two[1], read));
   EXPECT_EQ(read.message, "two");
 
   for (const char* text :
        {"", "E/tag: message", "11-22 18:26:40.123+0100 I/tag: message",
         "11-22 18:26:40.123+0100 X/tag(P 1, T 2): m", "11-22 18:26:4x.123+0100 I/tag(P 1, T 2): m"})
-    EXPECT_FALSE(host::parseDeviceLogLine(text, read)) << text;
+    EXPECT_FALSE(mvParseDeviceLogLine(text, read)) << text;
 }
 
-TEST(LogFormatTest, ColourPassesOnlyToTerminalsAndIsAlwaysReset) {
+TEST(DeviceLogTest, ColourPassesOnlyToTerminalsAndIsAlwaysReset) {
   const std::string green = "\x1b[0;32m", red = "\x1b[0;31m", reset = "\x1b[0;m";
   const struct {
     std::string message;
@@ -52,11 +52,10 @@ TEST(LogFormatTest, ColourPassesOnlyToTerminalsAndIsAlwaysReset) {
       {"tab\tkept", false, "tab\tkept"},
   };
   for (const auto& c : cases) {
-    const std::vector<std::string> written =
-        host::formatDeviceLogLine(lineWith(c.message), c.colour);
+    const std::vector<std::string> written = mvFormatDeviceLogLine(lineWith(c.message), c.colour);
     ASSERT_EQ(written.size(), 1u);
-    host::DeviceLogLine read;
-    ASSERT_TRUE(host::parseDeviceLogLine(written[0], read));
+    MvDeviceLogLine read;
+    ASSERT_TRUE(mvParseDeviceLogLine(written[0], read));
     EXPECT_EQ(read.message, c.shown) << c.message;
   }
 }

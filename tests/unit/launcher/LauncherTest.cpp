@@ -11,10 +11,12 @@
 #include <vector>
 
 #include "MvHandles.h"
+#include "MvWatchNames.h"
 #include "TempDir.h"
 #include "emu/EmulatedWatch.h"
 #include "emu/SampleWatch.h"
-#include "host/DeviceHooks.h"
+#include "launcher/DeviceHooks.h"
+#include "launcher/Launcher.h"
 
 namespace {
 
@@ -49,7 +51,9 @@ class LauncherTest : public ::testing::Test {
     std::string error;
     EXPECT_TRUE(emu::createSampleWatch(device, error)) << error;
     emu::EmulatedWatch watch;
-    host::setDeviceHooks(&watch);
+    launcher::Launcher launcher(MV_SERVICE_APP_ID);
+    host::setAppLauncher(&launcher);
+    launcher::setDeviceHooks(&watch);
     std::vector<std::string> args{"service", "--device", device, "--cloud",
                                   temp_.path() + "/cloud"};
     args.insert(args.end(), extra.begin(), extra.end());
@@ -59,7 +63,8 @@ class LauncherTest : public ::testing::Test {
     testing::internal::CaptureStdout();
     const int status = app.start(static_cast<int>(argv.size()), argv.data());
     summary_ = testing::internal::GetCapturedStdout();
-    host::setDeviceHooks(nullptr);
+    launcher::setDeviceHooks(nullptr);
+    host::setAppLauncher(nullptr);
     return status;
   }
 
@@ -137,7 +142,7 @@ TEST_F(LauncherTest, DeadlineEndsARunThatNeverExits) {
   EXPECT_EQ(app.calls, (std::vector<std::string>{"create", "first (none)", "terminate"}));
 }
 
-TEST_F(LauncherTest, RefusedCreateDeliversNothing) {
+TEST_F(LauncherTest, RefusedOrUnlaunchedAppsGetNothing) {
   RecordingApp refused;
   refused.createResult = false;
   testing::internal::CaptureStderr();
@@ -145,6 +150,16 @@ TEST_F(LauncherTest, RefusedCreateDeliversNothing) {
   EXPECT_NE(testing::internal::GetCapturedStderr().find("onCreate returned false"),
             std::string::npos);
   EXPECT_EQ(refused.calls, std::vector<std::string>{"create"});
+
+  // Without a launcher the host cannot run the app: none of its life cycle runs.
+  RecordingApp unlaunched;
+  char name[] = "service";
+  char* argv[] = {name, nullptr};
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(unlaunched.start(1, argv), 1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "service: no launcher is linked into this binary\n");
+  EXPECT_EQ(unlaunched.calls, std::vector<std::string>{});
 }
 
 TEST_F(LauncherTest, WatchdogEndsTheProcessWhenTheAppHangsInANestedLoop) {

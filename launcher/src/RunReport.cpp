@@ -1,10 +1,10 @@
-#include "host/RunReport.h"
+#include "launcher/RunReport.h"
 
 #include <algorithm>
 
 #include "MvText.h"
 
-namespace host {
+namespace launcher {
 
 namespace {
 
@@ -82,4 +82,4 @@ JsonNode* jsonBool(bool value) {
   return node;
 }
 
-}  // namespace host
+}  // namespace launcher

@@ -1,15 +1,9 @@
-#include "host/LogFormat.h"
+#include "MvDeviceLog.h"
 
 #include <glib.h>
 
 #include <cctype>
 #include <cstdio>
-
-#include "host/HostLog.h"
-
-namespace host {
-
-const char* const kRunMarkerPrefix = "run begins: ";
 
 namespace {
 
@@ -94,7 +88,7 @@ bool isDeviceLogTime(const std::string& text) {
 
 }  // namespace
 
-std::string deviceLogTime() {
+std::string mvDeviceLogTime() {
   const gint64 now = g_get_real_time();
   g_autoptr(GDateTime) local = g_date_time_new_from_unix_local(now / G_USEC_PER_SEC);
   if (!local)
@@ -106,7 +100,7 @@ std::string deviceLogTime() {
   return std::string(seconds) + millis + zone;
 }
 
-std::vector<std::string> formatDeviceLogLine(const DeviceLogLine& line, bool colour) {
+std::vector<std::string> mvFormatDeviceLogLine(const MvDeviceLogLine& line, bool colour) {
   char ids[48];
   snprintf(ids, sizeof ids, "(P%5d, T%5d): ", line.pid, line.tid);
   std::string tag = line.tag;
@@ -124,9 +118,9 @@ std::vector<std::string> formatDeviceLogLine(const DeviceLogLine& line, bool col
   }
 }
 
-bool parseDeviceLogLine(const std::string& text, DeviceLogLine& line) {
+bool mvParseDeviceLogLine(const std::string& text, MvDeviceLogLine& line) {
   if (text.size() < 28 || !isDeviceLogTime(text.substr(0, 23)) || text[23] != ' ' ||
-      logPriorityRank(text[24]) < 0 || text[25] != '/')
+      mvLogPriorityRank(text[24]) < 0 || text[25] != '/')
     return false;
   // The tag ends at the first "(P<pid>, T<tid>): " that reads whole.
   for (size_t open = text.find("(P", 26); open != std::string::npos;
@@ -149,7 +143,7 @@ bool parseDeviceLogLine(const std::string& text, DeviceLogLine& line) {
   return false;
 }
 
-char logPriorityByName(const std::string& name) {
+char mvLogPriorityByName(const std::string& name) {
   static const struct {
     char letter;
     const char* name;
@@ -164,7 +158,7 @@ char logPriorityByName(const std::string& name) {
   return 0;
 }
 
-int logPriorityRank(char priority) {
+int mvLogPriorityRank(char priority) {
   static const char kOrder[] = "VDIWEF";
   for (int i = 0; kOrder[i] != '\0'; ++i) {
     if (kOrder[i] == priority)
@@ -173,8 +167,6 @@ int logPriorityRank(char priority) {
   return -1;
 }
 
-bool isRunMarker(const DeviceLogLine& line) {
-  return line.tag == kHostLogTag && line.message.rfind(kRunMarkerPrefix, 0) == 0;
+bool mvIsRunMarker(const MvDeviceLogLine& line) {
+  return line.tag == kMvPlatformLogTag && line.message.rfind(kMvRunMarkerPrefix, 0) == 0;
 }
-
-}  // namespace host

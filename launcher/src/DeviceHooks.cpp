@@ -1,6 +1,6 @@
-#include "host/DeviceHooks.h"
+#include "launcher/DeviceHooks.h"
 
-namespace host {
+namespace launcher {
 
 namespace {
 
@@ -16,4 +16,4 @@ DeviceHooks* deviceHooks() {
   return g_hooks;
 }
 
-}  // namespace host
+}  // namespace launcher

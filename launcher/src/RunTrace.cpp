@@ -10,10 +10,14 @@
 #include <utility>
 #include <vector>
 
-#include "host/JsonText.h"
+#include "MvJsonText.h"
 #include "host/Platform.h"
 
-namespace host {
+namespace launcher {
+
+using host::BoundaryEvent;
+using host::KeyValues;
+using host::Platform;
 
 namespace {
 
@@ -242,7 +246,7 @@ class TraceBuilder {
     json_builder_begin_object(builder);
     json_builder_set_member_name(builder, "ph");
     json_builder_add_string_value(builder, std::string(1, event.phase).c_str());
-    addTextMember(builder, "name", event.name);
+    mvAddTextMember(builder, "name", event.name);
     if (!event.category.empty()) {
       json_builder_set_member_name(builder, "cat");
       json_builder_add_string_value(builder, event.category.c_str());
@@ -278,7 +282,7 @@ class TraceBuilder {
       for (const auto& arg : event.args)
         seen[arg.first] = shortened(arg.second);
       for (const auto& arg : seen)
-        addTextMember(builder, repairedUtf8(arg.first).c_str(), arg.second);
+        mvAddTextMember(builder, mvRepairedUtf8(arg.first).c_str(), arg.second);
       json_builder_end_object(builder);
     }
     json_builder_end_object(builder);
@@ -312,4 +316,4 @@ void writeRunTrace(const Platform& platform, const LaunchOptions& options, RunRe
   report.set("trace", jsonString(options.tracePath));
 }
 
-}  // namespace host
+}  // namespace launcher

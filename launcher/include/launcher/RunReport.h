@@ -1,5 +1,5 @@
-#ifndef HOST_RUN_REPORT_H
-#define HOST_RUN_REPORT_H
+#ifndef LAUNCHER_RUN_REPORT_H
+#define LAUNCHER_RUN_REPORT_H
 
 #include <json-glib/json-glib.h>
 
@@ -8,7 +8,7 @@
 
 #include "MvHandles.h"
 
-namespace host {
+namespace launcher {
 
 // Exit statuses of a launched run.
 enum ExitStatus {
@@ -62,6 +62,6 @@ JsonNode* jsonInt(gint64 value);
 JsonNode* jsonDouble(double value);
 JsonNode* jsonBool(bool value);
 
-}  // namespace host
+}  // namespace launcher
 
 #endif

@@ -15,7 +15,11 @@
 #include "host/MainLoop.h"
 #include "host/Platform.h"
 
-namespace host {
+namespace launcher {
+
+using host::BoundaryEvent;
+using host::MainLoop;
+using host::Platform;
 
 namespace {
 
@@ -89,7 +93,7 @@ void LaunchRun::scheduleRequests() {
           handle.operation = request.operation;
           handle.extras = request.extras;
           handle.launchId = launchId;
-          MvAppControlPtr delivered(cloneAppControl(handle));
+          MvAppControlPtr delivered(host::cloneAppControl(handle));
           platform_.addEvent(BoundaryEvent::Kind::kLaunchRequest, std::string(), request.operation,
                              request.extras, 0, launchId);
           deliver_(delivered.get(), launchId == 1);
@@ -120,7 +124,7 @@ void LaunchRun::watchSignals() {
     return;
   // Carries `this`: a registration undone in the destructor.
   signalSource_.reset(g_unix_fd_add(ends[0], G_IO_IN, onSignal, this));
-  g_source_set_name_by_id(signalSource_.get(), kHostSourcePrefix);
+  g_source_set_name_by_id(signalSource_.get(), host::kHostSourcePrefix);
   struct sigaction action = {};
   action.sa_sigaction = onEndingSignal;
   action.sa_flags = SA_SIGINFO | SA_RESTART;
@@ -156,4 +160,4 @@ void LaunchRun::end() {
   _exit(status);
 }
 
-}  // namespace host
+}  // namespace launcher

@@ -1,5 +1,5 @@
-#ifndef HOST_DEVICE_ADMISSION_H
-#define HOST_DEVICE_ADMISSION_H
+#ifndef LAUNCHER_DEVICE_ADMISSION_H
+#define LAUNCHER_DEVICE_ADMISSION_H
 
 #include <stddef.h>
 
@@ -8,7 +8,7 @@
 
 #include "MvHandles.h"
 
-namespace host {
+namespace launcher {
 
 // The watch's apps build file paths in buffers of this many bytes...
 constexpr size_t kWatchPathBufferBytes = 128;
@@ -21,9 +21,8 @@ constexpr size_t kTrustedFileNameBytes = 16;
 size_t maxDeviceDirBytes(const std::string& appId);
 
 // False with a one-line reason, the same in every tool, when `deviceDir` is too long for the
-// paths of `appId` (by default the app this platform launches) to fit the watch's buffers.
+// paths of `appId` to fit the watch's buffers.
 bool fitsWatchBuffers(const std::string& deviceDir, const std::string& appId, std::string& error);
-bool fitsWatchBuffers(const std::string& deviceDir, std::string& error);
 
 // One process at a time on a device directory: an flock on the directory itself, so nothing is
 // created for it. Held until this object goes (or the process ends, however it ends).
@@ -53,6 +52,6 @@ bool admitDevice(const std::string& deviceDir,
                  std::string& error,
                  std::vector<std::string>* removed = nullptr);
 
-}  // namespace host
+}  // namespace launcher
 
 #endif

@@ -1,14 +1,16 @@
-#ifndef HOST_DEVICE_HOOKS_H
-#define HOST_DEVICE_HOOKS_H
+#ifndef LAUNCHER_DEVICE_HOOKS_H
+#define LAUNCHER_DEVICE_HOOKS_H
 
 #include <string>
 
-#include "host/LaunchOptions.h"
-#include "host/RunReport.h"
+#include "launcher/LaunchOptions.h"
+#include "launcher/RunReport.h"
 
 namespace host {
-
 class Platform;
+}  // namespace host
+
+namespace launcher {
 
 // How a launched run ended.
 struct RunOutcome {
@@ -29,17 +31,17 @@ class DeviceHooks {
 
   // Loads the device into `platform` (configuration, packages, peer apps) before the app starts.
   // Returns false with a one-line reason when the device cannot be used.
-  virtual bool boot(Platform& platform, const LaunchOptions& options, std::string& error) = 0;
+  virtual bool boot(host::Platform& platform, const LaunchOptions& options, std::string& error) = 0;
 
   // After the run: persists what changed on the device and reports what the watch saw, every
   // failure by name.
-  virtual void finish(Platform& platform, const RunOutcome& outcome, RunReport& report) = 0;
+  virtual void finish(host::Platform& platform, const RunOutcome& outcome, RunReport& report) = 0;
 };
 
 // The hooks the launcher uses; set once, before start().
 void setDeviceHooks(DeviceHooks* hooks);
 DeviceHooks* deviceHooks();
 
-}  // namespace host
+}  // namespace launcher
 
 #endif

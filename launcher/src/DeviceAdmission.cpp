@@ -1,4 +1,4 @@
-#include "host/DeviceAdmission.h"
+#include "launcher/DeviceAdmission.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -9,17 +9,21 @@
 
 #include <utility>
 
+#include "MvWatchLayout.h"
 #include "host/AtomicFile.h"
 #include "host/RecordFile.h"
 
-namespace host {
+namespace launcher {
+
+using host::isRecordFileTempName;
+using host::removeStaleTempFiles;
 
 namespace {
 
 // What the emulated app's paths start with: the device directory as the platform joins it.
 std::string trustedDir(const std::string& deviceDir, const std::string& appId) {
   g_autofree char* dir =
-      g_build_filename(deviceDir.c_str(), "apps", appId.c_str(), "shared", "trusted", nullptr);
+      g_build_filename(deviceDir.c_str(), mvSharedTrustedDir(appId).c_str(), nullptr);
   return std::string(dir) + "/";
 }
 
@@ -52,7 +56,8 @@ void removeStaleFiles(const std::string& deviceDir, std::vector<std::string>* re
   if (!apps)
     return;
   while (const char* app = g_dir_read_name(apps)) {
-    g_autofree char* trusted = g_build_filename(appsDir, app, "shared", "trusted", nullptr);
+    g_autofree char* trusted =
+        g_build_filename(deviceDir.c_str(), mvSharedTrustedDir(app).c_str(), nullptr);
     collect(trusted, removeStaleTempFiles(trusted, isRecordFileTempName), removed);
   }
 }
@@ -97,10 +102,6 @@ bool fitsWatchBuffers(const std::string& deviceDir, const std::string& appId, st
   return false;
 }
 
-bool fitsWatchBuffers(const std::string& deviceDir, std::string& error) {
-  return fitsWatchBuffers(deviceDir, HOST_LAUNCHED_APP_ID, error);
-}
-
 bool admitDevice(const std::string& deviceDir,
                  const std::string& appId,
                  DeviceLock& lock,
@@ -114,4 +115,4 @@ bool admitDevice(const std::string& deviceDir,
   return true;
 }
 
-}  // namespace host
+}  // namespace launcher

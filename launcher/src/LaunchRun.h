@@ -1,7 +1,7 @@
-// One launched run on the emulated watch, between onCreate and onTerminate. Internal to the host
-// platform's launcher.
-#ifndef HOST_LAUNCH_RUN_H
-#define HOST_LAUNCH_RUN_H
+// One launched run on the emulated watch, between onCreate and onTerminate. Internal to the
+// launcher.
+#ifndef LAUNCHER_LAUNCH_RUN_H
+#define LAUNCHER_LAUNCH_RUN_H
 
 #include <app_control.h>
 #include <glib.h>
@@ -13,13 +13,15 @@
 
 #include "MvHandles.h"
 #include "MvLiveness.h"
-#include "host/DeviceHooks.h"
-#include "host/LaunchOptions.h"
+#include "launcher/DeviceHooks.h"
+#include "launcher/LaunchOptions.h"
 
 namespace host {
-
 class MainLoop;
 class Platform;
+}  // namespace host
+
+namespace launcher {
 
 // Delivers the launch requests at their times, and ends the run when the app exits, at the
 // deadline, or on any signal whose default action would end the process (SIGPIPE only when
@@ -32,14 +34,14 @@ class LaunchRun {
   // Delivers one launch request; `request` lives for the call.
   using Deliver = std::function<void(app_control_h request, bool firstLaunch)>;
 
-  LaunchRun(Platform& platform, const LaunchOptions& options, DeviceHooks& hooks);
+  LaunchRun(host::Platform& platform, const LaunchOptions& options, DeviceHooks& hooks);
   ~LaunchRun();
 
   LaunchRun(const LaunchRun&) = delete;
   LaunchRun& operator=(const LaunchRun&) = delete;
 
   // Runs `loop` until the run ends; returns how it ended.
-  const RunOutcome& run(MainLoop& loop, Deliver deliver);
+  const RunOutcome& run(host::MainLoop& loop, Deliver deliver);
 
  private:
   void scheduleRequests();
@@ -49,7 +51,7 @@ class LaunchRun {
   void end();
   static gboolean onSignal(gint fd, GIOCondition condition, gpointer data);
 
-  Platform& platform_;
+  host::Platform& platform_;
   const LaunchOptions& options_;
   DeviceHooks& hooks_;
   Deliver deliver_;
@@ -60,6 +62,6 @@ class LaunchRun {
   MvLiveness<LaunchRun> liveness_{this};  // for the tasks it posts
 };
 
-}  // namespace host
+}  // namespace launcher
 
 #endif

@@ -1,4 +1,4 @@
-#include "host/LaunchOptions.h"
+#include "launcher/LaunchOptions.h"
 
 #include <glib.h>
 
@@ -6,14 +6,13 @@
 #include <cstdlib>
 #include <set>
 
+#include "MvCommandLine.h"
 #include "MvHandles.h"
+#include "MvWatchNames.h"
 
-namespace host {
+namespace launcher {
 
 namespace {
-
-// The vendor cloud's operations, by the short names the command line accepts.
-const char* const kOperationPrefix = "http://talvoro.com/appcontrol/operation/talvoro_cloud/";
 
 const char* const kSummary =
     "Runs the service on the emulated watch DIR against the emulated cloud DIR: each launch\n"
@@ -62,7 +61,7 @@ bool parseSeconds(const char* text, double& seconds) {
 
 bool once(Parse& parse, const char* name, GError** error) {
   if (!parse.seen.insert(name).second)
-    return fail(error, repeatedOption(name));
+    return fail(error, mvRepeatedOption(name));
   return true;
 }
 
@@ -154,7 +153,7 @@ gboolean onSet(const gchar* name, const gchar* value, gpointer data, GError** er
   Parse& parse = *static_cast<Parse*>(data);
   LaunchRequest& request = parse.options->requests.back();
   if (request.setId)
-    return fail(error, repeatedOption(name) + " for one launch request");
+    return fail(error, mvRepeatedOption(name) + " for one launch request");
   guint64 id = 0;
   if (!g_ascii_string_to_unsigned(value, 10, 1, G_MAXUINT64, &id, nullptr))
     return fail(error, std::string("--set needs a set ID, not '") + value + "'");
@@ -229,17 +228,13 @@ MvGOptionContextPtr makeContext(Parse* parse) {
 
 }  // namespace
 
-std::string repeatedOption(const std::string& name) {
-  return name + " is given more than once";
-}
-
 std::string expandOperation(const std::string& name) {
   if (name == "backup")
-    return std::string(kOperationPrefix) + "backup";
+    return MV_OPERATION_BACKUP;
   if (name == "restore")
-    return std::string(kOperationPrefix) + "restore";
+    return MV_OPERATION_RESTORE;
   if (name == "info")
-    return std::string(kOperationPrefix) + "get_backup_info";
+    return MV_OPERATION_GET_BACKUP_INFO;
   if (name == "none")
     return std::string();
   return name;
@@ -315,4 +310,4 @@ std::string launchUsage(const std::string& program) {
   return text;
 }
 
-}  // namespace host
+}  // namespace launcher

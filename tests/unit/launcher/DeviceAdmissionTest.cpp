@@ -1,4 +1,4 @@
-#include "host/DeviceAdmission.h"
+#include "launcher/DeviceAdmission.h"
 
 #include <glib.h>
 #include <glib/gstdio.h>
@@ -32,17 +32,17 @@ class DeviceAdmissionTest : public ::testing::Test {
 // The service builds its record path in a 128-byte buffer, as on the watch: a device directory
 // that would not leave room is refused, never truncated, and nothing is made in it.
 TEST_F(DeviceAdmissionTest, ADirectoryWhosePathsWouldNotFitTheWatchsBufferIsRefused) {
-  const size_t longest = host::maxDeviceDirBytes(kApp);
+  const size_t longest = launcher::maxDeviceDirBytes(kApp);
   ASSERT_GT(longest, temp_.path().size() + 1);
   std::string error;
   {
-    host::DeviceLock lock;
+    launcher::DeviceLock lock;
     const std::string fits = deviceOfLength(longest);
-    EXPECT_TRUE(host::admitDevice(fits, kApp, lock, error)) << error;
+    EXPECT_TRUE(launcher::admitDevice(fits, kApp, lock, error)) << error;
   }
-  host::DeviceLock lock;
+  launcher::DeviceLock lock;
   const std::string tooLong = deviceOfLength(longest + 1);
-  EXPECT_FALSE(host::admitDevice(tooLong, kApp, lock, error));
+  EXPECT_FALSE(launcher::admitDevice(tooLong, kApp, lock, error));
   EXPECT_NE(error.find("is too long"), std::string::npos) << error;
   EXPECT_EQ(g_rmdir(tooLong.c_str()), 0);  // nothing was made in it
 }
@@ -60,9 +60,9 @@ TEST_F(DeviceAdmissionTest, StaleTemporaryFilesGoAndLiveOnesStay) {
   std::string error;
   ASSERT_TRUE(live.create(trusted + "/restore.dat.XXXXXX", error)) << error;
 
-  host::DeviceLock lock;
+  launcher::DeviceLock lock;
   std::vector<std::string> removed;
-  ASSERT_TRUE(host::admitDevice(device, kApp, lock, error, &removed)) << error;
+  ASSERT_TRUE(launcher::admitDevice(device, kApp, lock, error, &removed)) << error;
   EXPECT_EQ(removed, (std::vector<std::string>{device + "/device.json.Ab12Cd",
                                                trusted + "/backup.dat.x1Y2z3"}));
   EXPECT_TRUE(g_file_test(live.path().c_str(), G_FILE_TEST_IS_REGULAR));

@@ -1,4 +1,5 @@
-#include "host/LaunchOptions.h"
+#include "MvWatchNames.h"
+#include "launcher/LaunchOptions.h"
 
 #include <gtest/gtest.h>
 
@@ -44,10 +45,10 @@ TEST(LaunchOptionsTest, RefusesBadCommandLinesWithAReason) {
       {full({"--operation", "none", "stray"}), "unexpected argument 'stray'"},
   };
   for (const auto& c : cases) {
-    host::LaunchOptions options;
+    launcher::LaunchOptions options;
     std::string error;
     SCOPED_TRACE(c.reason);
-    EXPECT_FALSE(host::parseLaunchOptions(c.args, options, error));
+    EXPECT_FALSE(launcher::parseLaunchOptions(c.args, options, error));
     EXPECT_EQ(error.rfind(c.reason, 0), 0u) << error;
     EXPECT_EQ(error.find('\n'), std::string::npos);
   }
@@ -56,10 +57,10 @@ TEST(LaunchOptionsTest, RefusesBadCommandLinesWithAReason) {
 // The forms a user types: --opt=value, the longest deadline (its milliseconds overflow an
 // unsigned int), --version without the required options.
 TEST(LaunchOptionsTest, ReadsConventionalForms) {
-  host::LaunchOptions options;
+  launcher::LaunchOptions options;
   std::string error;
   const std::string custom = "http://tizen.org/appcontrol/operation/default";
-  ASSERT_TRUE(host::parseLaunchOptions(
+  ASSERT_TRUE(launcher::parseLaunchOptions(
       Args{"--device=d", "--cloud=c", "--operation=backup", "--deadline=604800", "--then=2",
            "--operation=restore", "--set=7", "--then", "0", "--operation", custom},
       options, error))
@@ -67,14 +68,14 @@ TEST(LaunchOptionsTest, ReadsConventionalForms) {
   EXPECT_EQ(options.deviceDir, "d");
   EXPECT_DOUBLE_EQ(options.deadlineSeconds, 604800);
   ASSERT_EQ(options.requests.size(), 3u);
-  EXPECT_EQ(options.requests[0].operation, host::expandOperation("backup"));
+  EXPECT_EQ(options.requests[0].operation, MV_OPERATION_BACKUP);
   EXPECT_FALSE(options.requests[0].setId);
   EXPECT_DOUBLE_EQ(options.requests[1].delaySeconds, 2);
   EXPECT_EQ(options.requests[1].setId, 7u);
   EXPECT_EQ(options.requests[2].operation, custom);
-  host::LaunchOptions version;
-  ASSERT_TRUE(host::parseLaunchOptions(Args{"--version"}, version, error)) << error;
-  EXPECT_EQ(version.action, host::LaunchOptions::Action::kVersion);
+  launcher::LaunchOptions version;
+  ASSERT_TRUE(launcher::parseLaunchOptions(Args{"--version"}, version, error)) << error;
+  EXPECT_EQ(version.action, launcher::LaunchOptions::Action::kVersion);
 }
 
 }  // namespace
