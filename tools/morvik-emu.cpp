@@ -59,7 +59,8 @@ const Verb kVerbs[] = {
      emucli::runLog},
     {"timeline", "TRACE [-o FILE.svg]", "draw a run's trace as an SVG sequence picture",
      "TRACE is what morvik-service --trace FILE wrote: one column per app, time going down,\n"
-     "an arrow from each request to its reply, a bar for each wait on a peer.\n"
+     "each delivery an arrow from sender to receiver named after what it carries, a bar for\n"
+     "each wait on a peer.\n"
      "Exit status: 0 drawn, 2 unreadable trace, 3 the picture could not be written.",
      emucli::runTimeline},
     {"doctor", "DIR|CLOUD", "check a watch or a cloud, one line per finding",

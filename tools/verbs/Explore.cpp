@@ -156,6 +156,10 @@ int runExplore(const Verb& verb, int argc, char** argv) {
                 &service);
   options.value("work", "DIR", "Where the runs happen (default: a new temporary directory)", &work);
   options.flag("keep", "Keeps every run's directory, not only the failed ones'", &keep);
+  std::vector<std::pair<std::string, std::string>> names{{"all", "every case below"}};
+  for (const explore::Scenario& named : explore::namedScenarios())
+    names.emplace_back(named.name, std::string());
+  options.choices("NAME", names);
   const int parsed = options.parse(argc, argv);
   if (parsed >= 0)
     return parsed;
