@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "MvText.h"
 #include "emu/DirectoryKind.h"
 #include "emu/StrictJson.h"
-#include "host/JsonText.h"
 #include "host/LaunchOptions.h"
 
 namespace emucli {
@@ -210,12 +210,12 @@ bool readSetDocument(const emu::CloudStore& store,
 }
 
 void addString(JsonBuilder* builder, const char* member, const std::string& value) {
-  host::addTextMember(builder, member, value);
+  mvJsonAddText(builder, member, value);
 }
 
 void addStringOrNull(JsonBuilder* builder, const char* member, const std::string* value) {
   if (value) {
-    host::addTextMember(builder, member, *value);
+    mvJsonAddText(builder, member, *value);
     return;
   }
   json_builder_set_member_name(builder, member);

@@ -111,7 +111,7 @@ bool readSetDocument(const emu::CloudStore& store,
                      std::string& document,
                      std::string& error);
 
-// Members of the object `builder` is in; text as host/JsonText.h writes it.
+// Members of the object `builder` is in; text by the rule of MvText.h.
 void addString(JsonBuilder* builder, const char* member, const std::string& value);
 void addStringOrNull(JsonBuilder* builder, const char* member, const std::string* value);
 void addInt(JsonBuilder* builder, const char* member, long long value);

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/JsonText.h"
+#include "MvText.h"
 #include "host/Platform.h"
 
 namespace host {
@@ -300,7 +300,7 @@ class TraceBuilder {
     json_builder_begin_object(builder);
     json_builder_set_member_name(builder, "ph");
     json_builder_add_string_value(builder, std::string(1, event.phase).c_str());
-    addTextMember(builder, "name", event.name);
+    mvJsonAddText(builder, "name", event.name);
     if (!event.category.empty()) {
       json_builder_set_member_name(builder, "cat");
       json_builder_add_string_value(builder, event.category.c_str());
@@ -336,7 +336,7 @@ class TraceBuilder {
       for (const auto& arg : event.args)
         seen[arg.first] = shortened(arg.second);
       for (const auto& arg : seen)
-        addTextMember(builder, repairedUtf8(arg.first).c_str(), arg.second);
+        mvJsonAddText(builder, mvShownText(arg.first).c_str(), arg.second);
       json_builder_end_object(builder);
     }
     json_builder_end_object(builder);
