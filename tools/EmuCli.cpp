@@ -2,11 +2,12 @@
 
 #include <errno.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
 #include "MvCommandLine.h"
-#include "MvJsonText.h"
+#include "MvText.h"
 #include "emu/DirectoryKind.h"
 #include "emu/StrictJson.h"
 
@@ -58,6 +59,25 @@ void VerbOptions::values(const char* name,
                          const char* help,
                          std::vector<std::string>* values) {
   options_.push_back({name, Kind::kValues, valueName, help, nullptr, nullptr, values});
+}
+
+void VerbOptions::choices(const char* placeholder,
+                          const std::vector<std::pair<std::string, std::string>>& entries) {
+  // What a value does starts in one column; a longer syntax puts it on the next line.
+  const size_t kWidest = 28;
+  size_t width = 0;
+  for (const auto& entry : entries)
+    width = std::max(width, std::min(entry.first.size(), kWidest));
+  choices_ += std::string(placeholder) + " is one of:\n";
+  for (const auto& entry : entries) {
+    choices_ += "  " + entry.first;
+    if (!entry.second.empty())
+      choices_ += (entry.first.size() > width ? "\n" + std::string(width + 4, ' ')
+                                              : std::string(width + 2 - entry.first.size(), ' ')) +
+                  entry.second;
+    choices_ += "\n";
+  }
+  choices_ += "\n";
 }
 
 gboolean VerbOptions::onOption(const char* name, const char* value, gpointer self, GError** error) {
@@ -132,8 +152,9 @@ int VerbOptions::parse(int argc, char** argv) {
   g_autoptr(GOptionContext) context = g_option_context_new(verb_.parameters);
   g_option_context_set_help_enabled(context, FALSE);
   g_option_context_set_summary(context, verb_.summary);
-  if (verb_.details)
-    g_option_context_set_description(context, verb_.details);
+  const std::string description = choices_ + (verb_.details ? verb_.details : "");
+  if (!description.empty())
+    g_option_context_set_description(context, description.c_str());
   GOptionGroup* group = g_option_group_new(nullptr, nullptr, nullptr, this, nullptr);
   g_option_group_add_entries(group, entries.data());
   g_option_context_set_main_group(context, group);
@@ -189,12 +210,12 @@ bool readSetDocument(const emu::CloudStore& store,
 }
 
 void addString(JsonBuilder* builder, const char* member, const std::string& value) {
-  mvAddTextMember(builder, member, value);
+  mvJsonAddText(builder, member, value);
 }
 
 void addStringOrNull(JsonBuilder* builder, const char* member, const std::string* value) {
   if (value) {
-    mvAddTextMember(builder, member, *value);
+    mvJsonAddText(builder, member, *value);
     return;
   }
   json_builder_set_member_name(builder, member);

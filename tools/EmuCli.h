@@ -8,6 +8,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace emucli {
@@ -65,6 +66,12 @@ class VerbOptions {
               const char* help,
               std::vector<std::string>* values);
 
+  // Lists in --help, from the program's own table, what `placeholder` (a parameter, or an
+  // option's value) may be: "NAME is one of:", then a line each, its syntax and what it does.
+  // The completion generated from --help offers them.
+  void choices(const char* placeholder,
+               const std::vector<std::pair<std::string, std::string>>& entries);
+
   // Returns -1 when the verb is to run on positional(); otherwise the status to exit with, after
   // printing the help (0) or a one-line reason (2).
   int parse(int argc, char** argv);
@@ -88,6 +95,7 @@ class VerbOptions {
   const Verb& verb_;
   std::vector<Option> options_;
   std::vector<std::string> positional_;
+  std::string choices_;  // what choices() adds to --help
   bool help_ = false;
 };
 
@@ -103,7 +111,7 @@ bool readSetDocument(const emu::CloudStore& store,
                      std::string& document,
                      std::string& error);
 
-// Members of the object `builder` is in; text as MvJsonText.h writes it.
+// Members of the object `builder` is in; text by the rule of MvText.h.
 void addString(JsonBuilder* builder, const char* member, const std::string& value);
 void addStringOrNull(JsonBuilder* builder, const char* member, const std::string* value);
 void addInt(JsonBuilder* builder, const char* member, long long value);

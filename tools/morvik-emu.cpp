@@ -59,7 +59,8 @@ const Verb kVerbs[] = {
      emucli::runLog},
     {"timeline", "TRACE [-o FILE.svg]", "draw a run's trace as an SVG sequence picture",
      "TRACE is what morvik-service --trace FILE wrote: one column per app, time going down,\n"
-     "an arrow from each request to its reply, a bar for each wait on a peer.\n"
+     "each delivery an arrow from sender to receiver named after what it carries, a bar for\n"
+     "each wait on a peer.\n"
      "Exit status: 0 drawn, 2 unreadable trace, 3 the picture could not be written.",
      emucli::runTimeline},
     {"doctor", "DIR|CLOUD", "check a watch or a cloud, one line per finding",
@@ -73,9 +74,9 @@ const Verb kVerbs[] = {
      "apart, a sample or blank watch, fault switches, a platform personality, and the delay\n"
      "of every delivery, on a simulated clock: the same seed replays the same run. Each run is\n"
      "judged by a model of the service's rules and a list of invariants. A failed run prints\n"
-     "its seed, each broken invariant with its request and field, and a replay command. The\n"
-     "mix of statuses, outcomes and personalities follows; the last line is\n"
-     "\"explore: seeds=N failures=F\".\n"
+     "its seed, each broken invariant with its request and field, its traces with the command\n"
+     "that draws each (morvik-emu timeline), and a replay command. The mix of statuses,\n"
+     "outcomes and personalities follows; the last line is \"explore: seeds=N failures=F\".\n"
      "Exit status: 0 no failures, 1 failures, 2 bad usage or no morvik-service to run.",
      emucli::runExplore},
 };

@@ -11,7 +11,7 @@
 #include <cstdio>
 
 #include "MvHandles.h"
-#include "MvJsonText.h"
+#include "MvText.h"
 #include "emu/OutsideText.h"
 #include "emu/RunJournal.h"
 #include "host/AtomicFile.h"
@@ -22,10 +22,6 @@ namespace emu {
 const char* const DeviceProfile::kFileName = "device.json";
 
 namespace {
-
-// Where a string that is not UTF-8 keeps its exact bytes, as in every JSON output
-// (MvJsonText.h).
-const char* const kExactSuffix = "_base64";
 
 std::string exactBytes(const char* base64) {
   gsize length = 0;
@@ -84,7 +80,7 @@ class ObjectReader {
       return !required || fail(std::string("lacks \"") + member + "\"");
     if (!JSON_NODE_HOLDS_VALUE(node) || json_node_get_value_type(node) != G_TYPE_STRING)
       return fail(std::string("\"") + member + "\" must be a string");
-    const std::string exactName = std::string(member) + kExactSuffix;
+    const std::string exactName = mvExactMember(member);
     JsonNode* exact = json_object_get_member(object_, exactName.c_str());
     if (exact && JSON_NODE_HOLDS_VALUE(exact) && json_node_get_value_type(exact) == G_TYPE_STRING)
       value = exactBytes(json_node_get_string(exact));
@@ -131,7 +127,7 @@ class ObjectReader {
     if (!JSON_NODE_HOLDS_OBJECT(node))
       return fail(std::string("\"") + member + "\" must be an object");
     ObjectReader reader(json_node_get_object(node), where_ + "." + member, error_);
-    const std::string exactName = std::string(member) + kExactSuffix;
+    const std::string exactName = mvExactMember(member);
     JsonNode* exact = json_object_get_member(object_, exactName.c_str());
     JsonObject* exactValues =
         exact && JSON_NODE_HOLDS_OBJECT(exact) ? json_node_get_object(exact) : nullptr;
@@ -293,16 +289,16 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_object(builder);
   json_builder_set_member_name(builder, "format");
   json_builder_add_int_value(builder, kFormatVersion);
-  mvAddTextMember(builder, "name", name);
-  mvAddTextMap(builder, "config", config);
+  mvJsonAddText(builder, "name", name);
+  mvJsonAddTextMap(builder, "config", config);
 
   json_builder_set_member_name(builder, "packages");
   json_builder_begin_array(builder);
   for (const host::PackageInfo& info : packages) {
     json_builder_begin_object(builder);
-    mvAddTextMember(builder, "pkgid", info.pkgId);
-    mvAddTextMember(builder, "appid", info.appId);
-    mvAddTextMember(builder, "component", info.component);
+    mvJsonAddText(builder, "pkgid", info.pkgId);
+    mvJsonAddText(builder, "appid", info.appId);
+    mvJsonAddText(builder, "component", info.component);
     json_builder_set_member_name(builder, "preload");
     json_builder_add_boolean_value(builder, info.preload);
     json_builder_end_object(builder);
@@ -313,8 +309,8 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const FaceEntry& face : faces) {
     json_builder_begin_object(builder);
-    mvAddTextMember(builder, "pkgid", face.pkgId);
-    mvAddTextMember(builder, "settings", face.settings);
+    mvJsonAddText(builder, "pkgid", face.pkgId);
+    mvJsonAddText(builder, "settings", face.settings);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
@@ -323,9 +319,9 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const BackgroundImage& image : images) {
     json_builder_begin_object(builder);
-    mvAddTextMember(builder, "file_name", image.fileName);
-    mvAddTextMember(builder, "path", image.path);
-    mvAddTextMember(builder, "bg_type", image.bgType);
+    mvJsonAddText(builder, "file_name", image.fileName);
+    mvJsonAddText(builder, "path", image.path);
+    mvJsonAddText(builder, "bg_type", image.bgType);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
@@ -334,9 +330,9 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const WatchAppState& app : watchApps) {
     json_builder_begin_object(builder);
-    mvAddTextMember(builder, "appid", app.appId);
-    mvAddTextMember(builder, "pkgid", app.pkgId);
-    mvAddTextMember(builder, "result_xml", app.resultXml);
+    mvJsonAddText(builder, "appid", app.appId);
+    mvJsonAddText(builder, "pkgid", app.pkgId);
+    mvJsonAddText(builder, "result_xml", app.resultXml);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
@@ -345,17 +341,17 @@ bool DeviceProfile::save(const std::string& deviceDir, std::string& error) const
   json_builder_begin_array(builder);
   for (const CatalogueItem& entry : catalogue) {
     json_builder_begin_object(builder);
-    mvAddTextMember(builder, "guid", entry.guid);
-    mvAddTextMember(builder, "pkgid", entry.pkgId);
-    mvAddTextMember(builder, "appid", entry.appId);
-    mvAddTextMember(builder, "component", entry.component);
+    mvJsonAddText(builder, "guid", entry.guid);
+    mvJsonAddText(builder, "pkgid", entry.pkgId);
+    mvJsonAddText(builder, "appid", entry.appId);
+    mvJsonAddText(builder, "component", entry.component);
     json_builder_end_object(builder);
   }
   json_builder_end_array(builder);
 
-  mvAddTextMap(builder, "faults", faults);
+  mvJsonAddTextMap(builder, "faults", faults);
   if (!platform.empty())
-    mvAddTextMap(builder, "platform", platform);
+    mvJsonAddTextMap(builder, "platform", platform);
   json_builder_end_object(builder);
 
   g_autoptr(JsonNode) root = json_builder_get_root(builder);

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "MvJsonText.h"
+#include "MvText.h"
 #include "host/Platform.h"
 
 namespace launcher {
@@ -30,15 +30,62 @@ const size_t kShownArgumentBytes = 200;
 const char* const kLauncherTrack = "launcher";
 const char* const kCloudTrack = "cloud library";
 
-// The store's requests have no operation, only their "req_type".
+std::string valueOf(const KeyValues& data, const char* key) {
+  for (const auto& entry : data) {
+    if (entry.first == key)
+      return entry.second;
+  }
+  return std::string();
+}
+
+// The store's requests have no operation, only their "req_type", and name the app by its GUID.
 std::string requestName(const BoundaryEvent& request) {
   if (!request.name.empty())
     return request.name;
-  for (const auto& extra : request.data) {
-    if (extra.first == "req_type")
-      return extra.second;
+  const std::string type = valueOf(request.data, "req_type");
+  const std::string guid = valueOf(request.data, "GUID");
+  return (type.empty() ? std::string("(no operation)") : type) + (guid.empty() ? "" : " " + guid);
+}
+
+// A launch request by the last word of its operation, as the command line names them.
+std::string launchName(const BoundaryEvent& launch) {
+  const size_t slash = launch.name.rfind('/');
+  std::string name = launch.name.empty()          ? "no operation"
+                     : slash == std::string::npos ? launch.name
+                                                  : launch.name.substr(slash + 1);
+  if (!valueOf(launch.data, "retail-mode").empty())
+    name += " +retail-mode";
+  return "launch request " + std::to_string(launch.launchId) + ": " + name;
+}
+
+std::string resultWord(int code) {
+  switch (code) {
+    case 0:
+      return "succeeded";
+    case -1:
+      return "failed";
+    case -2:
+      return "canceled";
+    default:
+      return "result " + std::to_string(code);
   }
-  return "(no operation)";
+}
+
+// A message to or from the watch face service by what it says: a notice by its text, an entry
+// by the face or photo it carries.
+std::string messageName(const KeyValues& bundle) {
+  const std::string notice = valueOf(bundle, "message");
+  if (!notice.empty())
+    return notice;
+  const std::string type = valueOf(bundle, "type");
+  if (type == "watch")
+    return "settings of " + valueOf(bundle, "pkgid");
+  if (type == "image")
+    return "photo " + valueOf(bundle, "file_name");
+  if (type == "watch-idle-changed")
+    return "idle face " + valueOf(bundle, "pkgid");
+  const std::string operation = valueOf(bundle, "operation");
+  return operation.empty() ? "message" : operation;
 }
 
 double microseconds(double seconds) {
@@ -75,31 +122,30 @@ class TraceBuilder {
   void add(const BoundaryEvent& event) {
     KeyValues args = event.data;
     switch (event.kind) {
-      case Kind::kLaunchRequest: {
+      case Kind::kLaunchRequest:
         args.emplace_back("launch", std::to_string(event.launchId));
-        const std::string name = "launch request " + std::to_string(event.launchId);
-        instant(event.at, kLauncherTrack, name, "launch", args);
-        launches_[event.launchId] = flow(event.at, kLauncherTrack, self_, "launch");
+        delivery(event.at, kLauncherTrack, self_, launchName(event), "launch", args);
         break;
-      }
-      case Kind::kReplyToLauncher: {
+      case Kind::kReplyToLauncher:
         args.emplace_back("result", std::to_string(event.code));
-        instant(event.at, self_, "reply to launch request " + std::to_string(event.launchId),
-                "launch", args);
-        auto pending = launches_.find(event.launchId);
-        if (pending != launches_.end())
-          arrive(event.at, self_, pending->second, "launch");
+        delivery(event.at, self_, kLauncherTrack,
+                 "reply to launch request " + std::to_string(event.launchId) + ": " +
+                     resultWord(event.code),
+                 "launch", args);
         break;
-      }
       case Kind::kAppControlSent:
         if (!event.name.empty())
           args.emplace_back("operation", event.name);
         args.emplace_back("send result", std::to_string(event.code));
-        instant(event.at, self_, "request to " + event.peer, "app-control", args);
-        // Its arrow is drawn when the reply comes: a request never answered has none.
-        track(event.peer);
-        if (event.code == 0)
-          requests_[event.peer].push_back({events_.back().order, event});
+        if (event.code != 0) {
+          instant(event.at, self_,
+                  requestName(event) + " to " + event.peer +
+                      " (not sent: " + std::to_string(event.code) + ")",
+                  "app-control", args);
+          break;
+        }
+        delivery(event.at, self_, event.peer, requestName(event), "app-control", args);
+        requests_[event.peer].push_back(event);
         break;
       case Kind::kAppControlReply:
         args.emplace_back("result", std::to_string(event.code));
@@ -108,34 +154,41 @@ class TraceBuilder {
       case Kind::kMessageSent:
         args.emplace_back("port", event.name);
         args.emplace_back("send result", std::to_string(event.code));
-        instant(event.at, self_, "message to " + event.peer, "message", args);
-        arrive(event.at, event.peer, flow(event.at, self_, event.peer, "message"), "message");
+        if (event.code != 0)
+          instant(event.at, self_,
+                  messageName(event.data) + " (refused: " + std::to_string(event.code) + ")",
+                  "message", args);
+        else
+          delivery(event.at, self_, event.peer, messageName(event.data), "message", args);
         break;
       case Kind::kMessageDelivered:
-      case Kind::kMessageDropped: {
-        const bool dropped = event.kind == Kind::kMessageDropped;
+      case Kind::kMessageDropped:
+        // Recorded as it reaches the service: the instant is the service's, the arrow the peer's.
         args.emplace_back("port", event.name);
         instant(event.at, self_,
-                std::string(dropped ? "message dropped from " : "message from ") + event.peer,
+                messageName(event.data) +
+                    (event.kind == Kind::kMessageDropped ? " (dropped: no such port)" : ""),
                 "message", args);
-        arrive(event.at, self_, flow(event.at, event.peer, self_, "message"), "message");
+        arrow(event.at, event.peer, self_, events_.back().name, "message");
         break;
-      }
       case Kind::kExitRequested:
         instant(event.at, self_, "service_app_exit", "life cycle", args);
         break;
-      case Kind::kCloudCallback: {
+      case Kind::kCloudCallback:
         args.emplace_back("success", std::to_string(event.code));
-        instant(event.at, kCloudTrack, "calls " + event.name, "cloud", args);
-        arrive(event.at, self_, flow(event.at, kCloudTrack, self_, "cloud"), "cloud");
+        // Only a completion carries a success.
+        delivery(event.at, kCloudTrack, self_,
+                 "calls " + event.name +
+                     (g_str_has_suffix(event.name.c_str(), " completed")
+                          ? std::string(event.code ? ": succeeded" : ": failed")
+                          : std::string()),
+                 "cloud", args);
         break;
-      }
-      case Kind::kCloudAnswer: {
+      case Kind::kCloudAnswer:
         args.emplace_back("success", std::to_string(event.code));
-        instant(event.at, self_, "answers " + event.name, "cloud", args);
-        arrive(event.at, kCloudTrack, flow(event.at, self_, kCloudTrack, "cloud"), "cloud");
+        delivery(event.at, self_, kCloudTrack,
+                 "answers " + event.name + (event.code ? "" : ": false"), "cloud", args);
         break;
-      }
     }
   }
 
@@ -170,11 +223,6 @@ class TraceBuilder {
   }
 
  private:
-  struct Request {
-    double order;  // of its instant, which its arrow's start follows
-    BoundaryEvent event;
-  };
-
   int track(const std::string& name) {
     auto found = std::find(tracks_.begin(), tracks_.end(), name);
     if (found != tracks_.end())
@@ -205,48 +253,58 @@ class TraceBuilder {
     event.args = args;
   }
 
-  // Starts an arrow on `from`; `to` gets a track now, so tracks appear in the order apps meet.
-  unsigned flow(double at, const std::string& from, const std::string& to, const char* category) {
+  // An arrow named after what it carries, from `from` to `to` at one time: the platform records
+  // each delivery once, as it happens. `to` gets a track now, so tracks appear in the order
+  // apps meet.
+  void arrow(double at,
+             const std::string& from,
+             const std::string& to,
+             const std::string& name,
+             const char* category) {
     track(to);
-    TraceEvent& event = push(at, from, 's');
-    event.name = category;
-    event.category = category;
-    event.flowId = ++flows_;
-    return event.flowId;
+    const unsigned id = ++flows_;
+    for (const auto& end : {std::make_pair('s', from), std::make_pair('f', to)}) {
+      TraceEvent& event = push(at, end.second, end.first);
+      event.name = name;
+      event.category = category;
+      event.flowId = id;
+    }
   }
 
-  void arrive(double at, const std::string& trackName, unsigned flowId, const char* category) {
-    TraceEvent& event = push(at, trackName, 'f');
-    event.name = category;
-    event.category = category;
-    event.flowId = flowId;
+  // The sender's instant, then its arrow to the receiver.
+  void delivery(double at,
+                const std::string& from,
+                const std::string& to,
+                const std::string& name,
+                const char* category,
+                const KeyValues& args) {
+    instant(at, from, name, category, args);
+    arrow(at, from, to, name, category);
   }
 
   // A peer's reply answers its oldest open request: the peer's track shows the wait between.
   void reply(const BoundaryEvent& event, const KeyValues& args) {
-    instant(event.at, event.peer, "reply", "app-control", args);
-    std::deque<Request>& open = requests_[event.peer];
+    std::deque<BoundaryEvent>& open = requests_[event.peer];
     if (!open.empty()) {
-      const Request request = open.front();
+      const BoundaryEvent request = open.front();
       open.pop_front();
-      const unsigned id = flow(request.event.at, self_, event.peer, "app-control");
-      events_.back().order = request.order + 0.5;
-      TraceEvent& wait = push(request.event.at, event.peer, 'X');
-      wait.order = request.order + 0.75;
-      wait.name = "waits on " + requestName(request.event);
+      TraceEvent& wait = push(request.at, event.peer, 'X');
+      wait.name = "waits on " + requestName(request);
       wait.category = "app-control";
-      wait.duration = event.at - request.event.at;
-      wait.args = request.event.data;
-      arrive(event.at, event.peer, id, "app-control");
+      wait.duration = event.at - request.at;
+      wait.args = request.data;
     }
-    arrive(event.at, self_, flow(event.at, event.peer, self_, "app-control"), "app-control");
+    const std::string error = valueOf(event.data, "errorMsg");
+    delivery(event.at, event.peer, self_,
+             "reply: " + resultWord(event.code) + (error.empty() ? "" : " (" + error + ")"),
+             "app-control", args);
   }
 
   void emit(JsonBuilder* builder, const TraceEvent& event) {
     json_builder_begin_object(builder);
     json_builder_set_member_name(builder, "ph");
     json_builder_add_string_value(builder, std::string(1, event.phase).c_str());
-    mvAddTextMember(builder, "name", event.name);
+    mvJsonAddText(builder, "name", event.name);
     if (!event.category.empty()) {
       json_builder_set_member_name(builder, "cat");
       json_builder_add_string_value(builder, event.category.c_str());
@@ -282,7 +340,7 @@ class TraceBuilder {
       for (const auto& arg : event.args)
         seen[arg.first] = shortened(arg.second);
       for (const auto& arg : seen)
-        mvAddTextMember(builder, mvRepairedUtf8(arg.first).c_str(), arg.second);
+        mvJsonAddText(builder, mvShownText(arg.first).c_str(), arg.second);
       json_builder_end_object(builder);
     }
     json_builder_end_object(builder);
@@ -291,8 +349,7 @@ class TraceBuilder {
   std::string self_;
   std::vector<std::string> tracks_;  // thread ID = index + 1
   std::vector<TraceEvent> events_;
-  std::map<unsigned, unsigned> launches_;                // launch ID -> its flow
-  std::map<std::string, std::deque<Request>> requests_;  // by peer, oldest first
+  std::map<std::string, std::deque<BoundaryEvent>> requests_;  // open ones by peer, oldest first
   unsigned flows_ = 0;
 };
 

@@ -19,8 +19,8 @@ constexpr int kTraceProcessId = 1;
 
 // The run's boundary record as trace-event JSON: one track per app (the launcher, the service,
 // each app it talked to, the cloud library), each launch request, reply, message, store wait and
-// cloud callback an event with its data as arguments, a flow from each request to its reply.
-// Events come in the order they happened.
+// cloud callback an event with its data as arguments, each delivery a flow from its sender to its
+// receiver named after what it carries. Events come in the order they happened.
 std::string runTraceJson(const host::Platform& platform);
 
 // Writes the trace where --trace asks (nothing without it); a write that fails is a failure of

@@ -13,7 +13,9 @@
 #include <vector>
 
 #include "MvHandles.h"
+#include "MvText.h"
 #include "ProcessRun.h"
+#include "emu/CloudStore.h"
 #include "emu/DeviceProfile.h"
 
 namespace {
@@ -139,25 +141,136 @@ TEST_F(EdgeCliTest, ArgumentsAreUtf8UnderAnyLocaleAndOtherBytesAreRefusedWhereTh
   EXPECT_FALSE(g_file_test(latin1.c_str(), G_FILE_TEST_EXISTS));
 }
 
-// A Latin-1 photo name (a supported case) in what the run reports: shown as \xE9, its bytes in
-// "item_base64".
-TEST_F(EdgeCliTest, NamesThatAreNotUtf8LeaveTheJsonResultValid) {
-  const std::string device = watch("latin1", "--sample");
-  renamePhoto(device, 0, "caf\xE9.jpg");
-  ASSERT_EQ(runEmu({"fault", device, "image-unreadable"}).status, 0);
-  const ProcessResult run = service(device, {"--operation", "backup", "--json", "-"});
+// Whether every string of `node` that carries its exact bytes beside it follows the text rule
+// (MvText.h): shown with \xHH for each byte that is not UTF-8, the bytes in "<member>_base64",
+// for a string, a map of strings and an array. Counts the strings that carried bytes.
+void expectTextRule(JsonNode* node, const std::string& where, size_t& carried) {
+  auto exact = [](JsonNode* base64) {
+    gsize length = 0;
+    g_autofree guchar* bytes = g_base64_decode(json_node_get_string(base64), &length);
+    return std::string(reinterpret_cast<char*>(bytes), length);
+  };
+  auto expectShown = [&](JsonNode* shown, JsonNode* base64, const std::string& what) {
+    ASSERT_TRUE(JSON_NODE_HOLDS_VALUE(shown)) << what;
+    const std::string bytes = exact(base64);
+    EXPECT_FALSE(g_utf8_validate(bytes.data(), static_cast<gssize>(bytes.size()), nullptr)) << what;
+    EXPECT_EQ(json_node_get_string(shown), mvShownText(bytes)) << what;
+    ++carried;
+  };
+  if (JSON_NODE_HOLDS_ARRAY(node)) {
+    JsonArray* array = json_node_get_array(node);
+    for (guint i = 0; i < json_array_get_length(array); ++i)
+      expectTextRule(json_array_get_element(array, i), where, carried);
+    return;
+  }
+  if (!JSON_NODE_HOLDS_OBJECT(node)) {
+    if (JSON_NODE_HOLDS_VALUE(node) && json_node_get_value_type(node) == G_TYPE_STRING) {
+      EXPECT_EQ(std::string(json_node_get_string(node)).find("\uFFFD"), std::string::npos) << where;
+    }
+    return;
+  }
+  JsonObject* object = json_node_get_object(node);
+  g_autoptr(GList) names = json_object_get_members(object);
+  for (GList* name = names; name; name = name->next) {
+    const std::string member = static_cast<const char*>(name->data);
+    JsonNode* value = json_object_get_member(object, member.c_str());
+    JsonNode* base64 = json_object_get_member(object, (member + "_base64").c_str());
+    const std::string what = where + ": " + member;
+    if (base64 && JSON_NODE_HOLDS_VALUE(base64)) {
+      expectShown(value, base64, what);
+    } else if (JSON_NODE_HOLDS_VALUE(value) && json_node_get_value_type(value) == G_TYPE_STRING) {
+      EXPECT_EQ(std::string(json_node_get_string(value)).find("\\xE9"), std::string::npos)
+          << what << ": bytes shown, but not carried";
+    } else if (base64 && JSON_NODE_HOLDS_OBJECT(base64)) {
+      JsonObject* values = json_node_get_object(base64);
+      g_autoptr(GList) keys = json_object_get_members(values);
+      for (GList* key = keys; key; key = key->next) {
+        const char* k = static_cast<const char*>(key->data);
+        expectShown(json_object_get_member(json_node_get_object(value), k),
+                    json_object_get_member(values, k), what + "." + k);
+      }
+    } else if (base64 && JSON_NODE_HOLDS_ARRAY(base64)) {
+      JsonArray* values = json_node_get_array(base64);
+      ASSERT_EQ(json_array_get_length(values), json_array_get_length(json_node_get_array(value)));
+      for (guint i = 0; i < json_array_get_length(values); ++i) {
+        if (!JSON_NODE_HOLDS_NULL(json_array_get_element(values, i)))
+          expectShown(json_array_get_element(json_node_get_array(value), i),
+                      json_array_get_element(values, i), what + "[" + std::to_string(i) + "]");
+      }
+    }
+    // A map's values carry their bytes in the map beside it.
+    if (!(base64 && JSON_NODE_HOLDS_OBJECT(base64)))
+      expectTextRule(value, what, carried);
+  }
+}
+
+// Names, settings and a date in Latin-1, as a watch and a cloud may hold them: every output of
+// both programs is UTF-8 and follows the one text rule; each JSON output carries the bytes.
+TEST_F(EdgeCliTest, EveryOutputFollowsTheTextRule) {
+  const std::string latin = "caf\xE9";
+  const std::string shown = "caf\\xE9";
+  const std::string one = watch("latin1", "--sample");
+  const std::string two = watch("two", "--sample");
+  renamePhoto(one, 0, latin + ".jpg");
+  emu::DeviceProfile profile;
+  std::string error;
+  ASSERT_TRUE(profile.load(one, error)) << error;
+  profile.faces[0].settings += "\n" + latin;
+  profile.config["db/" + latin] = latin;
+  profile.faults["image-unreadable"] = "on";
+  ASSERT_TRUE(profile.save(one, error)) << error;
+  host::CloudRecord record;
+  record.key = "key";
+  record.date = latin;
+  record.value = std::string("{}");
+  ASSERT_EQ(g_mkdir(cloud_.c_str(), 0755), 0);
+  unsigned long long id = 0;
+  ASSERT_TRUE(emu::CloudStore(cloud_).add({record}, id, error)) << error;
+
+  const std::string result = root_ + "/result.json";
+  const std::string trace = root_ + "/trace.json";
+  const ProcessResult run =
+      service(one, {"--operation", "backup", "--json", result, "--trace", trace});
   EXPECT_EQ(run.status, 4) << run.err;
-  ASSERT_TRUE(g_utf8_validate(run.out.data(), static_cast<gssize>(run.out.size()), nullptr));
-  g_autoptr(JsonParser) parser = json_parser_new();
-  JsonObject* result = morvik_test::jsonObject(parser, run.out);
-  ASSERT_NE(result, nullptr);
-  JsonObject* left =
-      json_array_get_object_element(json_object_get_array_member(result, "left_out"), 0);
-  EXPECT_STREQ(json_object_get_string_member(left, "item"), "photo caf\\xE9.jpg");
-  g_autofree char* exact =
-      g_base64_encode(reinterpret_cast<const guchar*>("photo caf\xE9.jpg"), 14);
-  EXPECT_STREQ(json_object_get_string_member(left, "item_base64"), exact);
-  EXPECT_TRUE(hasLine(run.out, "left out photo caf\\\\xE9.jpg")) << run.out;
+  auto contents = [](const std::string& path) {
+    g_autofree char* text = nullptr;
+    gsize length = 0;
+    EXPECT_TRUE(g_file_get_contents(path.c_str(), &text, &length, nullptr)) << path;
+    return std::string(text ? text : "", length);
+  };
+  const std::vector<std::pair<std::string, std::string>> jsonOutputs = {
+      {"--json", contents(result)},
+      {"--trace", contents(trace)},
+      {"device.json", contents(one + "/device.json")},
+      {"show --json", runEmu({"show", one, "--json"}).out},
+      {"sets --json", runEmu({"sets", cloud_, "--json"}).out},
+      {"diff --json", runEmu({"diff", one, two, "--json"}).out},
+  };
+  for (const auto& output : jsonOutputs) {
+    SCOPED_TRACE(output.first);
+    ASSERT_TRUE(
+        g_utf8_validate(output.second.data(), static_cast<gssize>(output.second.size()), nullptr));
+    // JSON writes the backslash of \xE9 escaped.
+    EXPECT_NE(output.second.find("caf\\\\xE9"), std::string::npos);
+    g_autoptr(JsonParser) parser = json_parser_new();
+    ASSERT_NE(morvik_test::jsonObject(parser, output.second), nullptr);
+    size_t carried = 0;
+    expectTextRule(json_parser_get_root(parser), output.first, carried);
+    EXPECT_GT(carried, 0u);
+  }
+  const std::vector<std::pair<std::string, std::string>> textOutputs = {
+      {"summary", run.out},
+      {"show", runEmu({"show", one}).out},
+      {"sets", runEmu({"sets", cloud_}).out},
+      {"diff", runEmu({"diff", one, two}).out},
+  };
+  for (const auto& output : textOutputs) {
+    SCOPED_TRACE(output.first);
+    EXPECT_TRUE(
+        g_utf8_validate(output.second.data(), static_cast<gssize>(output.second.size()), nullptr));
+    EXPECT_NE(output.second.find(shown), std::string::npos) << output.second;
+  }
+  EXPECT_TRUE(hasLine(run.out, "left out photo " + shown + ".jpg")) << run.out;
 }
 
 // Killed after the watch took the restore in and before it was saved: the journal keeps it, so

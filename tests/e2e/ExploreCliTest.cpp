@@ -34,14 +34,16 @@ TEST_F(ExploreCliTest, NamedCasesAndASeedRangeHoldEveryInvariant) {
   }
 }
 
-// A failure says why: how the service died by the signal's name, the invariant broken, and a
-// replay line that carries the service it ran; a replayed seed shows its scenario and platform
-// even when it passes.
-TEST_F(ExploreCliTest, AFailureNamesItsSignalInvariantAndReplayAndAReplayShowsItsScenario) {
-  // The real service for the explorer's own clean backup (seed 0), a crash for every seed.
+// A failure says why: how the service died by the signal's name, the invariant broken, the
+// trace kept to draw it, and a replay line that carries the service it ran; a replayed seed
+// shows its scenario and platform even when it passes.
+TEST_F(ExploreCliTest, AFailureNamesItsSignalInvariantTraceAndReplayAndAReplayShowsItsScenario) {
+  // The real service for the explorer's own clean backup (seed 0); every seed's run then crashes
+  // once its trace is written.
+  const std::string service = MORVIK_SERVICE_BIN;
   const std::string crashing =
-      file("crashing-service", std::string("#!/bin/sh\ncase \"$*\" in *\"--schedule 0 \"*) exec ") +
-                                   MORVIK_SERVICE_BIN + " \"$@\";; esac\nkill -SEGV $$\n");
+      file("crashing-service", "#!/bin/sh\ncase \"$*\" in *\"--schedule 0 \"*) exec " + service +
+                                   " \"$@\";; esac\n" + service + " \"$@\"\nkill -SEGV $$\n");
   ASSERT_EQ(chmod(crashing.c_str(), 0755), 0);
   ProcessResult run =
       runEmu({"explore", "--seed", "3", "--service", crashing, "--work", root_ + "/w1"});
@@ -49,6 +51,11 @@ TEST_F(ExploreCliTest, AFailureNamesItsSignalInvariantAndReplayAndAReplayShowsIt
   EXPECT_TRUE(hasLine(run.out, "FAILED seed 3 (killed by SIGSEGV): ")) << run.out;
   EXPECT_TRUE(hasLine(run.out, "  platform: cloud-registration=")) << run.out;
   EXPECT_TRUE(hasLine(run.out, "  - no crash: the service died of SIGSEGV")) << run.out;
+  const std::string trace = root_ + "/w1/seed-3/trace.json";
+  EXPECT_TRUE(hasLine(run.out, "  trace: " + trace + " (draw it: morvik-emu timeline " + trace +
+                                   " -o " + root_ + "/w1/seed-3/trace.svg)"))
+      << run.out;
+  EXPECT_EQ(runEmu({"timeline", trace}).status, 0);
   EXPECT_TRUE(hasLine(run.out, "  replay: morvik-emu explore --seed 3 --service " + crashing))
       << run.out;
 

@@ -41,6 +41,21 @@ check "top-level options complete" '[ "$(complete_words morvik-emu --v)" = --ver
 check "other commands' options do not" '[ -z "$(complete_words morvik-emu show d --pre)" ]'
 check "choices complete" '[ "$(complete_words morvik-emu log w --level E)" = E ]'
 check "choices complete after =" '[ "$(complete_words morvik-emu log w --level = W)" = W ]'
+# Fault names, platform switches and scenarios complete from the programs' own tables: every
+# name `list` shows, and nothing else.
+"$prefix/bin/morvik-emu" init "$prefix/w" --blank >/dev/null
+listed() { "$prefix/bin/morvik-emu" "$1" "$prefix/w" list | cut -d' ' -f1 | sed 's/=.*//' | sort; }
+offered() {
+  complete_words morvik-emu "$@" | tr ' ' '\n' | sed 's/=$//' | grep -vx -e clear -e list | sort
+}
+check "fault names complete" '[ "$(offered fault w "")" = "$(listed fault)" ]'
+check "platform switches complete" '[ "$(offered platform w "")" = "$(listed platform)" ]'
+check "a switch's values complete" \
+  '[ "$(complete_words morvik-emu platform w cloud-registration = rep)" = replace ]'
+check "names complete after clear" '[ "$(complete_words morvik-emu fault w clear store-s)" = store-silent ]'
+check "the watch is a file name" '[ -z "$(complete_words morvik-emu fault clea)" ]'
+check "scenarios complete" \
+  '[ "$(complete_words morvik-emu explore --scenario backup-and)" = backup-and-restore-together ]'
 service_words() {
   bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _morvik_service
            echo "${COMPREPLY[*]}"' _ "$prefix/share/bash-completion/completions/morvik-service" "$@"

@@ -4,8 +4,10 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 #include <json-glib/json-glib.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,9 +26,6 @@ namespace explore {
 
 namespace {
 
-const char* const kServiceOut = "service.out";
-const char* const kServiceErr = "service.err";
-const char* const kResult = "result.json";
 const int kRunLimitSeconds = 60;
 // One byte over the documented vconf limit, so that a restore under it loses the idle clock.
 const std::string kLongIdleClock = "com.talvoro.clock." + std::string(4079, 'x');
@@ -72,14 +71,17 @@ std::set<std::string> entriesOf(const std::string& dir) {
 }
 
 // The service's command line after its binary: the watch, the cloud, the JSON result and the
-// schedule, then `launch`.
+// trace in `dir`, the schedule, then `launch`.
 std::vector<std::string> serviceArgs(const std::string& device,
                                      const std::string& cloud,
-                                     const std::string& json,
+                                     const std::string& dir,
                                      uint64_t seed,
                                      const std::vector<std::string>& launch) {
-  std::vector<std::string> args{"--device", device, "--cloud",    cloud,
-                                "--json",   json,   "--schedule", std::to_string(seed)};
+  std::vector<std::string> args{"--device",   device,
+                                "--cloud",    cloud,
+                                "--json",     path(dir, kRunResult),
+                                "--trace",    path(dir, kRunTrace),
+                                "--schedule", std::to_string(seed)};
   args.insert(args.end(), launch.begin(), launch.end());
   return args;
 }
@@ -190,8 +192,8 @@ bool Explorer::cleanBackup(const std::string& dir,
       return false;
   }
   Output output;
-  const std::string json = path(dir, kResult);
-  if (!runService(dir, scratch, serviceArgs(watch, cloud, json, 0, {"--operation", "backup"}),
+  const std::string json = path(dir, kRunResult);
+  if (!runService(dir, scratch, serviceArgs(watch, cloud, dir, 0, {"--operation", "backup"}),
                   output, error))
     return false;
   const std::string what = std::string("the clean backup of the sample watch") +
@@ -235,8 +237,8 @@ bool Explorer::runService(const std::string& root,
   env = g_environ_setenv(env, "HOME", scratch.c_str(), TRUE);
   env = g_environ_setenv(env, "TMPDIR", scratch.c_str(), TRUE);
   // The run's output goes to files of the explorer's own, beside the watch and the cloud.
-  const std::string outPath = path(root, kServiceOut);
-  const std::string errPath = path(root, kServiceErr);
+  const std::string outPath = path(root, kRunOut);
+  const std::string errPath = path(root, kRunErr);
   MvFd outFd(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   MvFd errFd(open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   g_autoptr(GError) failure = nullptr;
@@ -256,15 +258,20 @@ bool Explorer::runService(const std::string& root,
   }
   // A run on the simulated clock takes well under a second; one that takes minutes is stuck.
   const gint64 giveUp = g_get_monotonic_time() + kRunLimitSeconds * G_USEC_PER_SEC;
-  // Waited for without reaping: the process ID stays its own until its writes are taken.
+  // Waited for without reaping: the process ID stays its own until its writes are taken. The
+  // exit wakes the wait through a pidfd, so that no run waits out a polling interval.
+  const MvFd exitFd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   siginfo_t ended = {};
   while (waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
          ended.si_pid == 0) {
-    if (!output.stuck && g_get_monotonic_time() > giveUp) {
+    const gint64 leftMs = (giveUp - g_get_monotonic_time()) / 1000;
+    if (!output.stuck && leftMs <= 0) {
       kill(pid, SIGKILL);
       output.stuck = true;
     }
-    g_usleep(2000);
+    struct pollfd exit = {exitFd.get(), POLLIN, 0};
+    if (exitFd.get() < 0 || poll(&exit, 1, output.stuck ? -1 : static_cast<int>(leftMs) + 1) < 0)
+      g_usleep(2000);
   }
   output.writes = audit_.takeWrites(pid);
   int wait = 0;
@@ -309,11 +316,11 @@ RunVerdict Explorer::run(const Scenario& scenario) const {
   }
   run.entriesBefore = entriesOf(run.root);
 
-  const std::string json = path(run.root, kResult);
+  const std::string json = path(run.root, kRunResult);
   Output output;
   if (!runService(
           run.root, run.scratch,
-          serviceArgs(run.device, run.cloud, json, scenario.seed, scenario.launchArguments()),
+          serviceArgs(run.device, run.cloud, run.root, scenario.seed, scenario.launchArguments()),
           output, error)) {
     verdict.violations.push_back({"a run to judge", 0, "", "cannot run the service: " + error});
     return verdict;
@@ -346,8 +353,21 @@ RunVerdict Explorer::run(const Scenario& scenario) const {
 
   for (const Invariant& invariant : invariants())
     invariant.check(run, invariant.name, verdict.violations);
-  if (verdict.violations.empty() && !keepRuns_)
-    removeTree(run.root);
+  if (verdict.violations.empty()) {
+    if (!keepRuns_)
+      removeTree(run.root);
+    return verdict;
+  }
+  // The run's own trace first, then its check restores'.
+  std::vector<std::string> traces{path(run.root, kRunTrace)};
+  for (const std::string& entry : entriesOf(run.root)) {
+    if (entry.rfind("check-", 0) == 0)
+      traces.push_back(path(path(run.root, entry), kRunTrace));
+  }
+  for (const std::string& trace : traces) {
+    if (g_file_test(trace.c_str(), G_FILE_TEST_IS_REGULAR))
+      verdict.traces.push_back(trace);
+  }
   return verdict;
 }
 
@@ -387,9 +407,9 @@ void Explorer::checkStoredSet(const Scenario& scenario,
     return;
   }
   Output output;
-  const std::string json = path(check, kResult);
+  const std::string json = path(check, kRunResult);
   if (!runService(check, scratch,
-                  serviceArgs(blank, cloud, json, scenario.seed, {"--operation", "restore"}),
+                  serviceArgs(blank, cloud, check, scenario.seed, {"--operation", "restore"}),
                   output, error)) {
     report("cannot restore it: " + error);
     return;

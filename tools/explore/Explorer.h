@@ -17,6 +17,8 @@ struct RunVerdict {
   int signal = 0;   // the signal that ended it
   Violations violations;
   std::vector<std::string> outcomes;  // each cloud request's outcome, for the mix
+  // A failed run's traces, kept in its directory: its own, then each check restore's.
+  std::vector<std::string> traces;
 };
 
 // Runs scenarios through the real morvik-service binary, each in a work directory of its own

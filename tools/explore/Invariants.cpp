@@ -13,10 +13,6 @@ namespace explore {
 
 namespace {
 
-const char* const kServiceOut = "service.out";
-const char* const kServiceErr = "service.err";
-const char* const kResult = "result.json";
-
 void report(Violations& violations,
             const char* name,
             const std::string& text,
@@ -216,7 +212,7 @@ void watchStillLoads(const RunFacts& run, const char* name, Violations& violatio
 
 void nothingWrittenOutside(const RunFacts& run, const char* name, Violations& violations) {
   std::set<std::string> now = entriesOf(run.root);
-  for (const char* ours : {kResult, kServiceOut, kServiceErr})
+  for (const char* ours : {kRunResult, kRunTrace, kRunOut, kRunErr})
     now.erase(ours);
   for (const std::string& entry : now) {
     if (!run.entriesBefore.count(entry))

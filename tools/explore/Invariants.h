@@ -14,6 +14,12 @@
 
 namespace explore {
 
+// What the explorer has each service run write in its directory, beside the watch and the cloud.
+inline constexpr const char* kRunResult = "result.json";
+inline constexpr const char* kRunTrace = "trace.json";  // kept with a failed run, to be drawn
+inline constexpr const char* kRunOut = "service.out";
+inline constexpr const char* kRunErr = "service.err";
+
 // What one explored run left to judge: its scenario, its directories, how the service ended,
 // what it printed, and its JSON result.
 struct RunFacts {

@@ -34,21 +34,54 @@ const char* const kStoreErrors[] = {
     "VENDARO_MESSAGE_RES_ERROR_NOT_SUPPORT_IN_THIS_DEVICE",
 };
 
-// A byte-count switch is drawn off, at the limit the platform documents for such values, or,
-// for messages, at a size that bites on the sample watch: its notices take 22 to 31 bytes, the
+// The platform's default value most of the time, so that most runs can end in success; each
+// other value on enough seeds that CI's 400 meet it dozens of times.
+const unsigned kDefaultValuePercent = 85;
+
+// A byte count other than its default: off, the limit the platform documents for such values,
+// or, for messages, a size that bites on the sample watch: its notices take 22 to 31 bytes, the
 // idle-change message 86, its photos' entries and restore messages about 160 to 230 (with the
 // device path), its faces' 194 to 325.
 const char* const kDocumentedByteLimit = "4096";
 const unsigned kBitingMessageBytes[] = {16, 150, 340};
 
-std::string drawnByteLimit(const char* name, bool limited, Draw& draw) {
-  if (!limited)
+std::string otherByteLimit(const emu::PlatformSwitch& entry, Draw& draw) {
+  if (std::string(entry.fallback) != "off")
     return "off";
-  if (std::string(name) != "message-size-limit" || draw.chance(40))
+  if (std::string(entry.name) != "message-size-limit" || draw.chance(40))
     return kDocumentedByteLimit;
   // Mostly where faces and photos are lost one by one, now and then below the notices.
   const unsigned* range = kBitingMessageBytes + (draw.chance(75) ? 1 : 0);
   return std::to_string(range[0] + draw.below(range[1] - range[0] + 1));
+}
+
+// A switch that changes nothing on one request alone (the cloud library's and the port's), or
+// without a value over its limit (vconf's), takes its default less often where it matters, so
+// that CI's seeds meet its other value there too.
+unsigned defaultPercent(const Scenario& scenario, const std::string& name) {
+  if (scenario.requests.size() > 1 &&
+      (name == "cloud-registration" || name == "cloud-initialization" ||
+       name == "port-reregistration"))
+    return 50;
+  if (scenario.longIdleClock && name == "vconf-value-limit")
+    return 65;
+  return kDefaultValuePercent;
+}
+
+std::string drawnSwitch(const Scenario& scenario,
+                        const emu::PlatformSwitch& entry,
+                        Draw& draw,
+                        Draw& sizeDraw) {
+  if (draw.chance(defaultPercent(scenario, entry.name)))
+    return entry.fallback;
+  if (entry.choices.empty())
+    return otherByteLimit(entry, sizeDraw);
+  std::vector<std::string> others;
+  for (const std::string& choice : entry.choices) {
+    if (choice != entry.fallback)
+      others.push_back(choice);
+  }
+  return others[draw.below(static_cast<unsigned>(others.size()))];
 }
 
 std::string seconds(double value) {
@@ -121,9 +154,11 @@ Scenario scenarioForSeed(uint64_t seed) {
   scenario.seed = seed;
   scenario.sampleWatch = draw.chance(75);
   scenario.seededCloud = draw.chance(60);
-  // Most seeds make one request; the rest overlap two or three.
+  // Most seeds make one request; the rest overlap two or three. An overlap ends the run with
+  // status 4 more often than not (the first flow to finish ends the service), so they are
+  // kept to a fifth.
   const unsigned roll = draw.below(100);
-  const unsigned count = roll < 60 ? 1 : roll < 85 ? 2 : 3;
+  const unsigned count = roll < 80 ? 1 : roll < 94 ? 2 : 3;
   for (unsigned i = 0; i < count; ++i) {
     ScenarioRequest request;
     request.operation = kOperations[draw.below(4)];
@@ -133,8 +168,8 @@ Scenario scenarioForSeed(uint64_t seed) {
       request.gapSeconds = draw.chance(50) ? 0 : draw.below(2001) / 1000.0;
     scenario.requests.push_back(request);
   }
-  // Faults on a third of the seeds, now and then two.
-  if (draw.chance(34)) {
+  // Faults on three seeds in ten, now and then two.
+  if (draw.chance(30)) {
     const unsigned faults = draw.chance(20) ? 2 : 1;
     for (unsigned i = 0; i < faults; ++i) {
       switch (draw.below(10)) {
@@ -171,15 +206,11 @@ Scenario scenarioForSeed(uint64_t seed) {
       }
     }
   }
+  scenario.longIdleClock = scenario.seededCloud && Draw(seed, 0x71C5E93B08D4A2F6ull).chance(20);
   Draw platformDraw(seed, 0xA17F0C3D92E4B685ull);
   Draw sizeDraw(seed, 0x3E6B1D0F5A2C7948ull);
-  for (const emu::PlatformSwitch& entry : emu::platformSwitches()) {
-    scenario.platform[entry.name] =
-        entry.choices.empty()
-            ? drawnByteLimit(entry.name, !platformDraw.chance(50), sizeDraw)
-            : entry.choices[platformDraw.below(static_cast<unsigned>(entry.choices.size()))];
-  }
-  scenario.longIdleClock = scenario.seededCloud && Draw(seed, 0x71C5E93B08D4A2F6ull).chance(25);
+  for (const emu::PlatformSwitch& entry : emu::platformSwitches())
+    scenario.platform[entry.name] = drawnSwitch(scenario, entry, platformDraw, sizeDraw);
   return scenario;
 }
 

@@ -44,9 +44,10 @@ struct Scenario {
 
 // The scenario that `seed` picks. Most seeds make one request that should end in success; on
 // top of that come overlaps (2 or 3 requests out of backup, restore, info and a retail-mode
-// request, 0 to 2 s apart), fault switches, and a value for every platform switch, each drawn
-// from a stream of its own so that a new switch leaves the other draws as they were. A byte
-// limit is off, the documented 4096, or a size that bites on the sample watch's messages.
+// request, 0 to 2 s apart), fault switches, and a value for every platform switch, its default
+// on most seeds, drawn from a stream of its own so that a new switch leaves the other draws as
+// they were. A byte limit is off, the documented 4096, or a size that bites on the sample
+// watch's messages.
 Scenario scenarioForSeed(uint64_t seed);
 
 // The overlapping-request and lifecycle cases that were once found by hand, each pinned.

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "EmuVerbs.h"
-#include "MvJsonText.h"
+#include "MvText.h"
 #include "emu/DirectoryKind.h"
 #include "emu/WatchDiff.h"
 
@@ -20,7 +20,7 @@ int printJsonDiff(const std::vector<std::string>& dirs,
                   const std::vector<emu::WatchDifference>& differences) {
   g_autoptr(JsonBuilder) builder = json_builder_new();
   json_builder_begin_object(builder);
-  mvAddTextArray(builder, "watches", dirs);
+  mvJsonAddTextArray(builder, "watches", dirs);
   json_builder_set_member_name(builder, "same");
   json_builder_add_boolean_value(builder, differences.empty());
   json_builder_set_member_name(builder, "differences");
@@ -71,7 +71,7 @@ int runDiff(const Verb& verb, int argc, char** argv) {
   if (differences.empty())
     printf("same setup\n");
   for (const emu::WatchDifference& difference : differences)
-    printf("%s\n", difference.text.c_str());
+    printf("%s\n", mvShownText(difference.text).c_str());
   return verdict;
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "EmuVerbs.h"
+#include "MvText.h"
 #include "MvWatchLayout.h"
 #include "MvWatchNames.h"
 #include "emu/CloudStore.h"
@@ -220,7 +221,7 @@ int runDoctor(const Verb& verb, int argc, char** argv) {
   else
     checkCloud(dir, findings, sets);
   for (const std::string& finding : findings)
-    printf("%s\n", finding.c_str());
+    printf("%s\n", mvShownText(finding).c_str());
   if (!findings.empty())
     return 1;
   if (watch)

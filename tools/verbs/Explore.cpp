@@ -88,6 +88,12 @@ std::string runName(const explore::Scenario& scenario) {
   return scenario.name.empty() ? "seed " + std::to_string(scenario.seed) : scenario.name;
 }
 
+// Where the picture of `trace` goes: beside it, named after it.
+std::string pictureOf(const std::string& trace) {
+  const size_t dot = trace.rfind(".json");
+  return (dot == std::string::npos ? trace : trace.substr(0, dot)) + ".svg";
+}
+
 // How the service ended, as a person reads it.
 std::string endOf(const explore::RunVerdict& verdict) {
   if (verdict.signal)
@@ -151,6 +157,10 @@ int runExplore(const Verb& verb, int argc, char** argv) {
                 &service);
   options.value("work", "DIR", "Where the runs happen (default: a new temporary directory)", &work);
   options.flag("keep", "Keeps every run's directory, not only the failed ones'", &keep);
+  std::vector<std::pair<std::string, std::string>> names{{"all", "every case below"}};
+  for (const explore::Scenario& named : explore::namedScenarios())
+    names.emplace_back(named.name, std::string());
+  options.choices("NAME", names);
   const int parsed = options.parse(argc, argv);
   if (parsed >= 0)
     return parsed;
@@ -241,6 +251,9 @@ int runExplore(const Verb& verb, int argc, char** argv) {
              run.describe().c_str(), run.describePlatform().c_str());
       for (const explore::Violation& violation : verdict.violations)
         printf("  - %s\n", violation.describe().c_str());
+      for (const std::string& trace : verdict.traces)
+        printf("  trace: %s (draw it: morvik-emu timeline %s -o %s)\n", trace.c_str(),
+               trace.c_str(), pictureOf(trace).c_str());
       printf("  replay: %s\n", replayCommand(run, serviceBinary).c_str());
       fflush(stdout);
     }

@@ -12,24 +12,34 @@ namespace emucli {
 
 namespace {
 
-const char* valueSyntax(emu::FaultSwitch::Value value) {
-  switch (value) {
+// "cloud-fail=prepare|keys|...", "cloud-delay=MS", "store-silent".
+std::string syntaxOf(const emu::FaultSwitch& fault) {
+  std::string syntax = fault.name;
+  switch (fault.value) {
     case emu::FaultSwitch::Value::kNone:
-      return "";
+      break;
     case emu::FaultSwitch::Value::kMilliseconds:
-      return "=MS";
+      syntax += "=MS";
+      break;
     case emu::FaultSwitch::Value::kText:
-      return "=TEXT";
+      syntax += "=TEXT";
+      break;
     case emu::FaultSwitch::Value::kChoice:
-      return "=STEP";
+      for (size_t i = 0; i < fault.choices.size(); ++i)
+        syntax += (i == 0 ? "=" : "|") + fault.choices[i];
+      break;
   }
-  return "";
+  return syntax;
 }
 
 }  // namespace
 
 int runFault(const Verb& verb, int argc, char** argv) {
   VerbOptions options(verb);
+  std::vector<std::pair<std::string, std::string>> names;
+  for (const emu::FaultSwitch& fault : emu::faultSwitches())
+    names.emplace_back(syntaxOf(fault), fault.help);
+  options.choices("NAME", names);
   const int status = options.parse(argc, argv);
   if (status >= 0)
     return status;
@@ -48,9 +58,8 @@ int runFault(const Verb& verb, int argc, char** argv) {
 
   if (listing) {
     for (const emu::FaultSwitch& fault : emu::faultSwitches()) {
-      std::string syntax = std::string(fault.name) + valueSyntax(fault.value);
       auto set = profile.faults.find(fault.name);
-      printf("%-28s %s%s\n", syntax.c_str(), fault.help,
+      printf("%-28s %s%s\n", syntaxOf(fault).c_str(), fault.help,
              set == profile.faults.end() ? "" : ("  [set: " + set->second + "]").c_str());
     }
     return kStatusOk;

@@ -24,6 +24,10 @@ std::string syntaxOf(const emu::PlatformSwitch& entry) {
 
 int runPlatform(const Verb& verb, int argc, char** argv) {
   VerbOptions options(verb);
+  std::vector<std::pair<std::string, std::string>> names;
+  for (const host::PersonalitySwitch& entry : host::personalitySwitches())
+    names.emplace_back(syntaxOf(entry), std::string("default ") + entry.fallback);
+  options.choices("NAME", names);
   const int status = options.parse(argc, argv);
   if (status >= 0)
     return status;

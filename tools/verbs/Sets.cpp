@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "EmuVerbs.h"
+#include "MvText.h"
 #include "emu/CloudStore.h"
 
 namespace emucli {
@@ -39,14 +40,14 @@ int printText(const std::string& cloudDir, const std::vector<SetSummary>& sets) 
     printf("no backup sets in %s\n", cloudDir.c_str());
   for (const SetSummary& set : sets) {
     if (!set.error.empty()) {
-      printf("set %-6llu %s\n", set.id, set.error.c_str());
+      printf("set %-6llu %s\n", set.id, mvShownText(set.error).c_str());
       continue;
     }
     const std::optional<std::string> utc = utcDate(set.date);
     const std::string date = utc ? *utc : set.date ? *set.date : "(no date)";
     printf("set %-6llu %zu %-8s %-24s %zu bytes\n", set.id, set.records,
-           set.records == 1 ? "record" : "records", set.records == 0 ? "(empty)" : date.c_str(),
-           set.valueBytes);
+           set.records == 1 ? "record" : "records",
+           set.records == 0 ? "(empty)" : mvShownText(date).c_str(), set.valueBytes);
   }
   return kStatusOk;
 }

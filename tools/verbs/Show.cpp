@@ -5,6 +5,7 @@
 #include <string>
 
 #include "EmuVerbs.h"
+#include "MvText.h"
 #include "emu/DeviceProfile.h"
 #include "emu/DirectoryKind.h"
 #include "emu/SampleWatch.h"
@@ -112,36 +113,40 @@ std::string describeSize(long long size) {
 int showText(const std::string& dir, const emu::DeviceProfile& profile) {
   const std::string* idle = configValue(profile, MV_IDLE_CLOCK_KEY);
   const std::string* faceName = configValue(profile, MV_WATCHFACE_NAME_KEY);
-  printf("watch       %s (%s)\n", profile.name.c_str(), dir.c_str());
-  printf("idle clock  %s\n", idle ? idle->c_str() : "(unset)");
-  printf("face name   %s\n", faceName ? faceName->c_str() : "(unset)");
+  printf("watch       %s (%s)\n", mvShownText(profile.name).c_str(), dir.c_str());
+  printf("idle clock  %s\n", idle ? mvShownText(*idle).c_str() : "(unset)");
+  printf("face name   %s\n", faceName ? mvShownText(*faceName).c_str() : "(unset)");
 
   printf("packages    %zu apps\n", profile.packages.size());
   for (const host::PackageInfo& app : profile.packages)
-    printf("  %-40s %-9s %-10s %s\n", app.appId.c_str(), app.component.c_str(),
-           app.preload ? "preloaded" : "downloaded", app.pkgId.c_str());
+    printf("  %-40s %-9s %-10s %s\n", mvShownText(app.appId).c_str(),
+           mvShownText(app.component).c_str(), app.preload ? "preloaded" : "downloaded",
+           mvShownText(app.pkgId).c_str());
 
   printf("faces       %zu\n", profile.faces.size());
   for (const emu::FaceEntry& face : profile.faces)
-    printf("  %-40s %zu bytes of settings\n", face.pkgId.c_str(), face.settings.size());
+    printf("  %-40s %zu bytes of settings\n", mvShownText(face.pkgId).c_str(),
+           face.settings.size());
 
   printf("photos      %zu\n", profile.images.size());
   for (const emu::BackgroundImage& image : profile.images)
-    printf("  %-40s %-9s %s, %s\n", image.fileName.c_str(), image.bgType.c_str(),
-           describeSize(fileSize(dir, image.path)).c_str(), image.path.c_str());
+    printf("  %-40s %-9s %s, %s\n", mvShownText(image.fileName).c_str(),
+           mvShownText(image.bgType).c_str(), describeSize(fileSize(dir, image.path)).c_str(),
+           mvShownText(image.path).c_str());
 
   printf("watch apps  %zu\n", profile.watchApps.size());
   for (const emu::WatchAppState& app : profile.watchApps)
-    printf("  %-40s %zu bytes of settings\n", app.appId.c_str(), app.resultXml.size());
+    printf("  %-40s %zu bytes of settings\n", mvShownText(app.appId).c_str(), app.resultXml.size());
 
   printf("store       %zu in the catalogue\n", profile.catalogue.size());
   for (const emu::CatalogueItem& item : profile.catalogue)
-    printf("  %-40s guid %s\n", item.appId.c_str(), item.guid.c_str());
+    printf("  %-40s guid %s\n", mvShownText(item.appId).c_str(), mvShownText(item.guid).c_str());
 
   if (profile.faults.empty())
     printf("faults      none\n");
   for (const auto& fault : profile.faults)
-    printf("fault       %s=%s\n", fault.first.c_str(), fault.second.c_str());
+    printf("fault       %s=%s\n", mvShownText(fault.first).c_str(),
+           mvShownText(fault.second).c_str());
   return kStatusOk;
 }
 

@@ -19,12 +19,12 @@ namespace {
 // Larger than any run's trace; a bound, so that no file can make the picture endless.
 const gsize kMaxTraceBytes = 64 << 20;
 
-const int kLeft = 110;  // the time column
-const int kColumn = 190;
-const int kTop = 70;
+const int kLeft = 80;  // the time column
+const int kColumn = 230;
+const int kTop = 80;
 const int kRow = 22;
-const size_t kLabelChars = 34;
-const size_t kHeaderChars = 26;
+const size_t kLabelChars = 38;
+const size_t kHeaderChars = 30;
 
 struct Event {
   char phase = 'i';
@@ -35,6 +35,7 @@ struct Event {
   double duration = 0;
   gint64 flowId = 0;
   int row = -1;
+  bool startsArrow = false;  // an instant whose delivery is drawn as an arrow
 };
 
 struct Trace {
@@ -140,10 +141,10 @@ bool readTrace(const std::string& path, Trace& trace, std::string& error) {
   return true;
 }
 
-// The row of the instant at the same time as events[at] that it belongs to: the nearest before it
-// on its track (a trace gives each instant first, then its arrows' ends), else the nearest on
-// its track, else the nearest on any track; -1 when none.
-int instantRow(const std::vector<Event>& events, size_t at) {
+// The instant at the same time as events[at] that it belongs to: the nearest before it on its
+// track (a trace gives each instant first, then its arrow's ends), else the nearest on its track,
+// else the nearest on any track; npos when none.
+size_t instantOf(const std::vector<Event>& events, size_t at) {
   const Event& event = events[at];
   auto nearest = [&](bool sameTrack, bool before, bool after) {
     for (size_t distance = 1; distance < events.size(); ++distance) {
@@ -153,43 +154,52 @@ int instantRow(const std::vector<Event>& events, size_t at) {
       for (const size_t j : {at - distance, at + distance}) {
         if ((j == at - distance ? inBefore : inAfter) && events[j].phase == 'i' &&
             (!sameTrack || events[j].track == event.track))
-          return events[j].row;
+          return j;
       }
       if (!inBefore && !inAfter)
         break;
     }
-    return -1;
+    return std::string::npos;
   };
-  for (const int row :
+  for (const size_t found :
        {nearest(true, true, false), nearest(true, true, true), nearest(false, true, true)}) {
-    if (row >= 0)
-      return row;
+    if (found != std::string::npos)
+      return found;
   }
-  return -1;
+  return std::string::npos;
 }
 
 // Each instant has a row of its own; an arrow starts on its instant's row and ends on the same
-// row, or, when it arrives later (a reply), on the row of the instant it arrives at.
+// row, or, when it arrives later, on the row of the instant it arrives at. An instant that
+// starts an arrow to another track is drawn as that arrow.
 int assignRows(std::vector<Event>& events) {
   int rows = 0;
   for (Event& event : events) {
     if (event.phase == 'i')
       event.row = rows++;
   }
-  std::map<gint64, const Event*> starts;
+  struct Start {
+    size_t instant;  // npos when it has none
+    gint64 track;
+  };
+  std::map<gint64, Start> starts;  // by flow
   for (size_t i = 0; i < events.size(); ++i) {
     Event& event = events[i];
     if (event.phase == 'i')
       continue;
+    const size_t instant = instantOf(events, i);
     auto start = starts.find(event.flowId);
-    if (event.phase == 'f' && start != starts.end() && start->second->ts == event.ts)
-      event.row = start->second->row;
+    const bool started = start != starts.end() && start->second.instant != std::string::npos;
+    if (event.phase == 'f' && started && events[start->second.instant].ts == event.ts)
+      event.row = events[start->second.instant].row;
     else
-      event.row = instantRow(events, i);
+      event.row = instant == std::string::npos ? -1 : events[instant].row;
     if (event.row < 0)
       event.row = rows++;
     if (event.phase == 's')
-      starts[event.flowId] = &event;
+      starts[event.flowId] = {instant, event.track};
+    if (event.phase == 'f' && started && start->second.track != event.track)
+      events[start->second.instant].startsArrow = true;
   }
   return rows;
 }
@@ -203,14 +213,38 @@ int rowAt(const std::vector<Event>& events, double ts, int rows) {
   return rows - 1;
 }
 
-const char* colourOf(const std::string& category) {
-  if (category == "cloud")
-    return "#2b6cb0";
-  if (category == "message")
-    return "#2f855a";
-  if (category == "launch")
-    return "#6b46c1";
-  return "#c05621";
+struct Colour {
+  const char* category;
+  const char* value;
+};
+// The last is for every other category.
+const Colour kColours[] = {{"cloud", "#2b6cb0"},
+                           {"message", "#2f855a"},
+                           {"launch", "#6b46c1"},
+                           {"", "#c05621"}};
+
+size_t colourOf(const std::string& category) {
+  size_t i = 0;
+  while (i + 1 < G_N_ELEMENTS(kColours) && category != kColours[i].category)
+    ++i;
+  return i;
+}
+
+// An app's ID on one line, or on two split at the dot that balances them ("com.talvoro." over
+// "clock-orbitline.service").
+std::vector<std::string> headerLines(const std::string& name) {
+  const size_t length = name.size();
+  if (g_utf8_strlen(name.c_str(), -1) <= static_cast<glong>(kHeaderChars))
+    return {name};
+  size_t split = std::string::npos;
+  for (size_t dot = name.find('.'); dot != std::string::npos; dot = name.find('.', dot + 1)) {
+    if (split == std::string::npos ||
+        std::max(dot + 1, length - dot - 1) < std::max(split + 1, length - split - 1))
+      split = dot;
+  }
+  if (split == std::string::npos)
+    return {name};
+  return {name.substr(0, split + 1), name.substr(split + 1)};
 }
 
 std::string svgOf(Trace& trace) {
@@ -229,18 +263,22 @@ std::string svgOf(Trace& trace) {
     svg += text;
   };
   add("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%d\" height=\"%d\" "
-      "font-family=\"sans-serif\" font-size=\"11\">\n",
+      "font-family=\"sans-serif\" font-size=\"11\">\n<defs>",
       width, height);
-  svg +=
-      "<defs><marker id=\"arrow\" viewBox=\"0 0 10 10\" refX=\"10\" refY=\"5\" "
-      "markerWidth=\"7\" markerHeight=\"7\" orient=\"auto-start-reverse\">"
-      "<path d=\"M 0 0 L 10 5 L 0 10 z\"/></marker></defs>\n";
-  add("<rect width=\"%d\" height=\"%d\" fill=\"white\"/>\n", width, height);
+  for (size_t i = 0; i < G_N_ELEMENTS(kColours); ++i)
+    add("<marker id=\"arrow%zu\" viewBox=\"0 0 10 10\" refX=\"10\" refY=\"5\" "
+        "markerWidth=\"7\" markerHeight=\"7\" orient=\"auto-start-reverse\">"
+        "<path d=\"M 0 0 L 10 5 L 0 10 z\" fill=\"%s\"/></marker>",
+        i, kColours[i].value);
+  add("</defs>\n<rect width=\"%d\" height=\"%d\" fill=\"white\"/>\n", width, height);
   for (const auto& track : trace.trackNames) {
     add("<line x1=\"%d\" y1=\"%d\" x2=\"%d\" y2=\"%d\" stroke=\"#bbb\"/>\n", x(track.first),
         kTop - 20, x(track.first), height - 10);
-    add("<text x=\"%d\" y=\"%d\" text-anchor=\"middle\" font-weight=\"bold\">%s</text>\n",
-        x(track.first), kTop - 30, label(track.second, kHeaderChars).c_str());
+    const std::vector<std::string> lines = headerLines(track.second);
+    for (size_t i = 0; i < lines.size(); ++i)
+      add("<text x=\"%d\" y=\"%d\" text-anchor=\"middle\" font-weight=\"bold\">%s</text>\n",
+          x(track.first), kTop - 30 - static_cast<int>(lines.size() - 1 - i) * 14,
+          label(lines[i], kHeaderChars).c_str());
   }
   for (const Event& event : trace.events) {
     if (event.phase != 'X')
@@ -252,6 +290,7 @@ std::string svgOf(Trace& trace) {
         x(event.track) - 5, top, std::max(bottom - top, 8), xmlEscaped(event.name).c_str(),
         event.duration / 1e6);
   }
+  // Each delivery: an arrow from sender to receiver, named above it beside the sender.
   std::map<gint64, const Event*> starts;
   for (const Event& event : trace.events) {
     if (event.phase == 's') {
@@ -260,11 +299,18 @@ std::string svgOf(Trace& trace) {
       const Event& start = *starts[event.flowId];
       if (start.track == event.track)
         continue;
+      const size_t colour = colourOf(start.category);
+      const int from = x(start.track);
+      const bool rightwards = x(event.track) > from;
       add("<line x1=\"%d\" y1=\"%d\" x2=\"%d\" y2=\"%d\" stroke=\"%s\" "
-          "marker-end=\"url(#arrow)\"/>\n",
-          x(start.track), y(start.row), x(event.track), y(event.row), colourOf(event.category));
+          "marker-end=\"url(#arrow%zu)\"/>\n",
+          from, y(start.row), x(event.track), y(event.row), kColours[colour].value, colour);
+      add("<text x=\"%d\" y=\"%d\" text-anchor=\"%s\" fill=\"%s\">%s</text>\n",
+          from + (rightwards ? 6 : -6), y(start.row) - 4, rightwards ? "start" : "end",
+          kColours[colour].value, label(start.name).c_str());
     }
   }
+  // Times where they change, and a dot for what is not a delivery (the exit, a refused send).
   std::string shownTime;
   for (const Event& event : trace.events) {
     if (event.phase != 'i')
@@ -274,10 +320,13 @@ std::string svgOf(Trace& trace) {
       add("<text x=\"8\" y=\"%d\">%s</text>\n", y(event.row) + 4, time);
       shownTime = time;
     }
+    if (event.startsArrow)
+      continue;
+    const char* colour = kColours[colourOf(event.category)].value;
     add("<circle cx=\"%d\" cy=\"%d\" r=\"3\" fill=\"%s\"/>\n", x(event.track), y(event.row),
-        colourOf(event.category));
-    add("<text x=\"%d\" y=\"%d\">%s</text>\n", x(event.track) + 6, y(event.row) - 3,
-        label(event.name).c_str());
+        colour);
+    add("<text x=\"%d\" y=\"%d\" fill=\"%s\">%s</text>\n", x(event.track) + 6, y(event.row) - 3,
+        colour, label(event.name).c_str());
   }
   svg += "</svg>\n";
   return svg;
