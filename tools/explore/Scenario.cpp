@@ -235,6 +235,8 @@ const std::vector<Scenario>& namedScenarios() {
         named("backup-then-backup", false, {{"backup"}, {"backup"}}),
         named("info-with-retail-mode", false, {{"info", true}}),
         named("retail-mode-past-the-deadline", false, {{"none", true}}),
+        // A second retail-mode request while the first's exit timer runs starts it afresh.
+        named("retail-mode-twice", false, {{"none", true}, {"none", true, 1}}),
         named("restore-completed-during-a-store-wait", true, {{"restore"}},
               {{"cloud-complete-early", "on"}}),
         named("backup-and-restore-together", true, {{"backup"}, {"restore"}}),
