@@ -26,13 +26,13 @@ const gulong kFollowPollMicroseconds = 100 * 1000;
 // nothing; a tag alone means TAG:V. Without specs, everything shows.
 class FilterSpecs {
  public:
-  bool add(const std::string& spec, std::string& error) {
-    const size_t colon = spec.rfind(':');
-    const std::string tag = colon == std::string::npos ? spec : spec.substr(0, colon);
-    const std::string level = colon == std::string::npos ? "V" : spec.substr(colon + 1);
+  bool add(const std::string& filter, std::string& error) {
+    const size_t colon = filter.rfind(':');
+    const std::string tag = colon == std::string::npos ? filter : filter.substr(0, colon);
+    const std::string level = colon == std::string::npos ? "V" : filter.substr(colon + 1);
     char letter = level == "S" || level == "s" ? 'S' : mvLogPriorityByName(level);
     if (tag.empty() || letter == 0) {
-      error = "a filter is TAG:LEVEL with a level of V, D, I, W, E, F or S, not '" + spec + "'";
+      error = "a filter is TAG:LEVEL with a level of V, D, I, W, E, F or S, not '" + filter + "'";
       return false;
     }
     (tag == "*" ? others_ : byTag_[tag]) = letter;

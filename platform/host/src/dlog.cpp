@@ -38,9 +38,9 @@ std::string boundedFormat(const char* fmt) {
   static const std::string kPrecision = "." + std::to_string(kMaxMessageBytes + 1);
   std::string bounded;
   for (const char* at = fmt; *at;) {
-    const char* spec = at;
+    const char* conversion = at;
     if (*at++ != '%') {
-      bounded += *spec;
+      bounded += *conversion;
       continue;
     }
     // Position, flags and width, then the precision, the length and the conversion.
@@ -51,9 +51,9 @@ std::string boundedFormat(const char* fmt) {
       at += 1 + strspn(at + 1, "0123456789$*");
     at += strspn(at, "hlLqjzt");
     if (*at == 's' && !hasPrecision)
-      bounded.append(spec, widthEnd).append(kPrecision).append(widthEnd, at + 1);
+      bounded.append(conversion, widthEnd).append(kPrecision).append(widthEnd, at + 1);
     else
-      bounded.append(spec, *at ? at + 1 : at);
+      bounded.append(conversion, *at ? at + 1 : at);
     if (*at)
       ++at;
   }
