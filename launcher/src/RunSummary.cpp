@@ -35,19 +35,6 @@ std::string describeRequest(const BoundaryEvent& event) {
   return text;
 }
 
-const char* resultName(int result) {
-  switch (result) {
-    case APP_CONTROL_RESULT_SUCCEEDED:
-      return "succeeded";
-    case APP_CONTROL_RESULT_FAILED:
-      return "failed";
-    case APP_CONTROL_RESULT_CANCELED:
-      return "canceled";
-    default:
-      return "other";
-  }
-}
-
 std::string seconds(double at) {
   char text[32];
   g_snprintf(text, sizeof text, "%.2f s", at);
@@ -76,7 +63,7 @@ void reportRequests(Platform& platform, RunReport& report) {
   std::map<unsigned, int> replies;
   for (const BoundaryEvent& event : platform.record().ofKind(Kind::kReplyToLauncher)) {
     report.line("reply", std::to_string(event.launchId) + " at " + seconds(event.at) + ": " +
-                             resultName(event.code));
+                             replyResultName(event.code));
     if (++replies[event.launchId] == 2)
       report.failure("reply", "launch request " + std::to_string(event.launchId) +
                                   " was answered more than once");
@@ -85,7 +72,7 @@ void reportRequests(Platform& platform, RunReport& report) {
       continue;
     JsonObject* reply = json_object_new();
     json_object_set_double_member(reply, "at", event.at);
-    json_object_set_string_member(reply, "result", resultName(event.code));
+    json_object_set_string_member(reply, "result", replyResultName(event.code));
     json_object_set_object_member(request->second, "reply", reply);
   }
   if (replies.empty())
@@ -274,6 +261,19 @@ bool writeAll(FILE* stream, const std::string& text) {
 }
 
 }  // namespace
+
+const char* replyResultName(int result) {
+  switch (result) {
+    case APP_CONTROL_RESULT_SUCCEEDED:
+      return "succeeded";
+    case APP_CONTROL_RESULT_FAILED:
+      return "failed";
+    case APP_CONTROL_RESULT_CANCELED:
+      return "canceled";
+    default:
+      return "other";
+  }
+}
 
 int reportRun(Platform& platform,
               const LaunchOptions& options,

@@ -20,6 +20,10 @@ int reportRun(host::Platform& platform,
               const RunOutcome& outcome,
               DeviceHooks& hooks);
 
+// An app-control reply's result as the summary, the JSON result and the trace name it:
+// "succeeded", "failed", "canceled" or "other".
+const char* replyResultName(int result);
+
 }  // namespace launcher
 
 #endif

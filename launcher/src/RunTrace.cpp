@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "MvText.h"
+#include "RunSummary.h"
 #include "host/Platform.h"
 
 namespace launcher {
@@ -56,19 +57,6 @@ std::string launchName(const BoundaryEvent& launch) {
   if (!valueOf(launch.data, "retail-mode").empty())
     name += " +retail-mode";
   return "launch request " + std::to_string(launch.launchId) + ": " + name;
-}
-
-std::string resultWord(int code) {
-  switch (code) {
-    case 0:
-      return "succeeded";
-    case -1:
-      return "failed";
-    case -2:
-      return "canceled";
-    default:
-      return "result " + std::to_string(code);
-  }
 }
 
 // A message to or from the watch face service by what it says: a notice by its text, an entry
@@ -130,7 +118,7 @@ class TraceBuilder {
         args.emplace_back("result", std::to_string(event.code));
         delivery(event.at, self_, kLauncherTrack,
                  "reply to launch request " + std::to_string(event.launchId) + ": " +
-                     resultWord(event.code),
+                     replyResultName(event.code),
                  "launch", args);
         break;
       case Kind::kAppControlSent:
@@ -296,7 +284,8 @@ class TraceBuilder {
     }
     const std::string error = valueOf(event.data, "errorMsg");
     delivery(event.at, event.peer, self_,
-             "reply: " + resultWord(event.code) + (error.empty() ? "" : " (" + error + ")"),
+             std::string("reply: ") + replyResultName(event.code) +
+                 (error.empty() ? "" : " (" + error + ")"),
              "app-control", args);
   }
 
