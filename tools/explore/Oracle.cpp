@@ -62,6 +62,8 @@ std::vector<Event> eventsOf(JsonObject* result) {
   return events;
 }
 
+// The oracle's own words for a reply's result, not the launcher's: a launcher that names a
+// result wrongly must disagree with it.
 std::string resultName(gint64 code) {
   switch (code) {
     case 0:
